@@ -1,0 +1,299 @@
+#include "stores/db.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <utility>
+
+#include "core/numbers.h"
+
+namespace arven {
+
+namespace {
+
+std::string lower(std::string_view s) {
+  std::string out(s);
+  std::transform(out.begin(), out.end(), out.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return out;
+}
+
+}  // namespace
+
+// ---- Value ----------------------------------------------------------------
+
+double Value::as_double() const {
+  if (is_null()) return 0;
+  if (is_int()) return static_cast<double>(std::get<int64_t>(v_));
+  if (is_real()) return std::get<double>(v_);
+  return cell_to_number(std::get<std::string>(v_));
+}
+
+int64_t Value::as_int() const {
+  if (is_int()) return std::get<int64_t>(v_);
+  return static_cast<int64_t>(round_half_even(as_double(), 0));
+}
+
+std::string Value::as_text() const {
+  if (is_null()) return "";
+  if (is_int()) return std::to_string(std::get<int64_t>(v_));
+  if (is_real()) return number_to_cell(std::get<double>(v_));
+  return std::get<std::string>(v_);
+}
+
+// ---- errors and names -------------------------------------------------------
+
+StoreError::StoreError(const std::filesystem::path& file, const std::string& what)
+    : std::runtime_error("The data store \"" + file.string() + "\" could not be used: " + what),
+      file_(file) {}
+
+std::string quote_name(std::string_view name) {
+  std::string out = "\"";
+  for (char c : name) {
+    if (c == '"') out += '"';
+    out += c;
+  }
+  return out + "\"";
+}
+
+// ---- Rows -------------------------------------------------------------------
+
+Rows::Rows(const Db* db, sqlite3_stmt* stmt) : db_(db), stmt_(stmt) {
+  int n = sqlite3_column_count(stmt_);
+  for (int i = 0; i < n; ++i) columns_.emplace(lower(sqlite3_column_name(stmt_, i)), i);
+}
+
+Rows::Rows(Rows&& o) noexcept
+    : db_(o.db_), stmt_(std::exchange(o.stmt_, nullptr)), columns_(std::move(o.columns_)) {}
+
+Rows& Rows::operator=(Rows&& o) noexcept {
+  if (this != &o) {
+    if (stmt_) sqlite3_finalize(stmt_);
+    db_ = o.db_;
+    stmt_ = std::exchange(o.stmt_, nullptr);
+    columns_ = std::move(o.columns_);
+  }
+  return *this;
+}
+
+Rows::~Rows() {
+  if (stmt_) sqlite3_finalize(stmt_);
+}
+
+bool Rows::next() {
+  if (!stmt_) return false;
+  int rc = sqlite3_step(stmt_);
+  if (rc == SQLITE_ROW) return true;
+  if (rc == SQLITE_DONE) return false;
+  db_->fail(sqlite3_errmsg(db_->handle()));
+}
+
+int Rows::index_of(std::string_view column) const {
+  auto it = columns_.find(lower(column));
+  if (it == columns_.end()) db_->fail("no column \"" + std::string(column) + "\" in the result");
+  return it->second;
+}
+
+bool Rows::has_column(std::string_view column) const {
+  return columns_.count(lower(column)) > 0;
+}
+
+int Rows::column_count() const { return static_cast<int>(columns_.size()); }
+
+std::string Rows::column_name(int index) const { return sqlite3_column_name(stmt_, index); }
+
+Value Rows::get(std::string_view column) const { return get(index_of(column)); }
+
+Value Rows::get(int i) const {
+  switch (sqlite3_column_type(stmt_, i)) {
+    case SQLITE_NULL:
+      return Value();
+    case SQLITE_INTEGER:
+      return Value(static_cast<int64_t>(sqlite3_column_int64(stmt_, i)));
+    case SQLITE_FLOAT:
+      return Value(sqlite3_column_double(stmt_, i));
+    default: {
+      auto* p = reinterpret_cast<const char*>(sqlite3_column_text(stmt_, i));
+      return Value(std::string(p ? p : "", static_cast<size_t>(sqlite3_column_bytes(stmt_, i))));
+    }
+  }
+}
+
+// ---- Db -----------------------------------------------------------------------
+
+Db Db::open(const std::filesystem::path& path) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) throw StoreError(path, "the file does not exist");
+  sqlite3* h = nullptr;
+  int rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READWRITE, nullptr);
+  if (rc != SQLITE_OK) {
+    // Fall back to read-only for files the user may not write (a shared
+    // folder, a locked copy): reading still works, writes fail clearly.
+    sqlite3_close(h);
+    h = nullptr;
+    rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READONLY, nullptr);
+  }
+  if (rc != SQLITE_OK) {
+    std::string msg = h ? sqlite3_errmsg(h) : "cannot open";
+    sqlite3_close(h);
+    throw StoreError(path, msg);
+  }
+  Db db(path, h);
+  sqlite3_busy_timeout(h, 5000);
+  // A file that is not a store fails here, not at some later lookup.
+  char* err = nullptr;
+  if (sqlite3_exec(h, "SELECT count(*) FROM sqlite_master", nullptr, nullptr, &err) != SQLITE_OK) {
+    std::string msg = err ? err : "unreadable";
+    sqlite3_free(err);
+    throw StoreError(path, msg);
+  }
+  return db;
+}
+
+Db Db::create(const std::filesystem::path& path) {
+  std::error_code ec;
+  std::filesystem::remove(path, ec);
+  if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), ec);
+  sqlite3* h = nullptr;
+  int rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+  if (rc != SQLITE_OK) {
+    std::string msg = h ? sqlite3_errmsg(h) : "cannot create";
+    sqlite3_close(h);
+    throw StoreError(path, msg);
+  }
+  Db db(path, h);
+  db.exec_script("PRAGMA page_size = 4096");
+  return db;
+}
+
+Db::Db(Db&& o) noexcept : path_(std::move(o.path_)), db_(std::exchange(o.db_, nullptr)) {}
+
+Db& Db::operator=(Db&& o) noexcept {
+  if (this != &o) {
+    if (db_) sqlite3_close_v2(db_);
+    path_ = std::move(o.path_);
+    db_ = std::exchange(o.db_, nullptr);
+  }
+  return *this;
+}
+
+Db::~Db() {
+  if (db_) sqlite3_close_v2(db_);
+}
+
+void Db::fail(const std::string& what) const { throw StoreError(path_, what); }
+
+sqlite3_stmt* Db::prepare(std::string_view sql, const std::vector<Value>& params) const {
+  sqlite3_stmt* st = nullptr;
+  if (sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &st, nullptr) != SQLITE_OK)
+    fail(sqlite3_errmsg(db_));
+  for (size_t i = 0; i < params.size(); ++i) {
+    int idx = static_cast<int>(i) + 1;
+    const Value& v = params[i];
+    int rc;
+    if (v.is_null())
+      rc = sqlite3_bind_null(st, idx);
+    else if (v.is_int())
+      rc = sqlite3_bind_int64(st, idx, std::get<int64_t>(v.raw()));
+    else if (v.is_real())
+      rc = sqlite3_bind_double(st, idx, std::get<double>(v.raw()));
+    else {
+      const auto& s = std::get<std::string>(v.raw());
+      rc = sqlite3_bind_text(st, idx, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
+    }
+    if (rc != SQLITE_OK) {
+      std::string msg = sqlite3_errmsg(db_);
+      sqlite3_finalize(st);
+      fail(msg);
+    }
+  }
+  return st;
+}
+
+Rows Db::query(std::string_view sql, std::initializer_list<Value> params) const {
+  return query(sql, std::vector<Value>(params));
+}
+
+Rows Db::query(std::string_view sql, const std::vector<Value>& params) const {
+  return Rows(this, prepare(sql, params));
+}
+
+int Db::exec(std::string_view sql, std::initializer_list<Value> params) {
+  return exec(sql, std::vector<Value>(params));
+}
+
+int Db::exec(std::string_view sql, const std::vector<Value>& params) {
+  sqlite3_stmt* st = prepare(sql, params);
+  int rc;
+  while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+  }
+  sqlite3_finalize(st);
+  if (rc != SQLITE_DONE) fail(sqlite3_errmsg(db_));
+  return sqlite3_changes(db_);
+}
+
+void Db::exec_script(std::string_view sql) {
+  std::string text(sql);
+  char* err = nullptr;
+  if (sqlite3_exec(db_, text.c_str(), nullptr, nullptr, &err) != SQLITE_OK) {
+    std::string msg = err ? err : "failed";
+    sqlite3_free(err);
+    fail(msg);
+  }
+}
+
+void Db::insert(std::string_view table, const std::vector<std::string>& columns,
+                const std::vector<Value>& values) {
+  std::string sql = "INSERT INTO " + quote_name(table) + " (";
+  std::string marks;
+  for (size_t i = 0; i < columns.size(); ++i) {
+    sql += (i ? ", " : "") + quote_name(columns[i]);
+    marks += i ? ", ?" : "?";
+  }
+  exec(sql + ") VALUES (" + marks + ")", values);
+}
+
+bool Db::has_table(std::string_view table) const {
+  auto rows = query("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ? COLLATE NOCASE",
+                    {Value(table)});
+  return rows.next();
+}
+
+std::vector<std::string> Db::table_names() const {
+  std::vector<std::string> out;
+  auto rows = query("SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY rowid");
+  while (rows.next()) out.push_back(rows.get(0).as_text());
+  return out;
+}
+
+std::vector<std::string> Db::column_names(std::string_view table) const {
+  std::vector<std::string> out;
+  auto rows = query("SELECT name FROM pragma_table_info(?) ORDER BY cid", {Value(table)});
+  while (rows.next()) out.push_back(rows.get(0).as_text());
+  return out;
+}
+
+void Db::require_table(std::string_view table) const {
+  if (!has_table(table)) fail("it has no table \"" + std::string(table) + "\"");
+}
+
+// ---- Transaction ----------------------------------------------------------------
+
+Transaction::Transaction(Db& db) : db_(db) { db_.exec_script("BEGIN IMMEDIATE"); }
+
+Transaction::~Transaction() {
+  if (open_) {
+    char* err = nullptr;
+    sqlite3_exec(db_.handle(), "ROLLBACK", nullptr, nullptr, &err);
+    sqlite3_free(err);
+  }
+}
+
+void Transaction::commit() {
+  db_.exec_script("COMMIT");
+  open_ = false;
+}
+
+}  // namespace arven

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <filesystem>
+#include <initializer_list>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "stores/value.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace arven {
+
+// A failure of a store: the message always names the file, so that a user
+// told of it knows which store is damaged or of the wrong shape.
+class StoreError : public std::runtime_error {
+ public:
+  StoreError(const std::filesystem::path& file, const std::string& what);
+  const std::filesystem::path& file() const { return file_; }
+
+ private:
+  std::filesystem::path file_;
+};
+
+// Quotes a table or column name for SQL, spaces and hyphens included.
+std::string quote_name(std::string_view name);
+
+class Db;
+
+// The rows of one query. Fields are read by column name without regard to
+// case; a name the query did not return throws StoreError naming the column.
+class Rows {
+ public:
+  Rows(Rows&&) noexcept;
+  Rows& operator=(Rows&&) noexcept;
+  ~Rows();
+
+  // Moves to the next row; false at the end (the recordset's EOF).
+  bool next();
+  Value get(std::string_view column) const;
+  Value get(int index) const;
+  bool has_column(std::string_view column) const;
+  int column_count() const;
+  std::string column_name(int index) const;
+
+ private:
+  friend class Db;
+  Rows(const Db* db, sqlite3_stmt* stmt);
+  int index_of(std::string_view column) const;
+
+  const Db* db_ = nullptr;
+  sqlite3_stmt* stmt_ = nullptr;
+  std::unordered_map<std::string, int> columns_;  // lower-case name -> index
+};
+
+// One store file. Values are always bound, never spliced into the SQL text.
+class Db {
+ public:
+  // Opens an existing store; throws StoreError when the file is missing or
+  // is not a store.
+  static Db open(const std::filesystem::path& path);
+  // Creates a new, empty store; an existing file at the path is deleted first.
+  static Db create(const std::filesystem::path& path);
+
+  Db(Db&&) noexcept;
+  Db& operator=(Db&&) noexcept;
+  ~Db();
+
+  const std::filesystem::path& path() const { return path_; }
+
+  Rows query(std::string_view sql, std::initializer_list<Value> params = {}) const;
+  Rows query(std::string_view sql, const std::vector<Value>& params) const;
+  // Runs a statement; returns the number of rows it changed.
+  int exec(std::string_view sql, std::initializer_list<Value> params = {});
+  int exec(std::string_view sql, const std::vector<Value>& params);
+  // Runs one or more statements without parameters (schema scripts).
+  void exec_script(std::string_view sql);
+
+  // Inserts one row; columns are names as in the store.
+  void insert(std::string_view table, const std::vector<std::string>& columns,
+              const std::vector<Value>& values);
+
+  bool has_table(std::string_view table) const;
+  std::vector<std::string> table_names() const;
+  std::vector<std::string> column_names(std::string_view table) const;
+  // Throws StoreError naming the file and the table when it is missing.
+  void require_table(std::string_view table) const;
+
+  sqlite3* handle() const { return db_; }
+  [[noreturn]] void fail(const std::string& what) const;
+
+ private:
+  Db(std::filesystem::path path, sqlite3* db) : path_(std::move(path)), db_(db) {}
+  sqlite3_stmt* prepare(std::string_view sql, const std::vector<Value>& params) const;
+
+  std::filesystem::path path_;
+  sqlite3* db_ = nullptr;
+};
+
+// A transaction: committed by commit(), rolled back when destroyed first.
+class Transaction {
+ public:
+  explicit Transaction(Db& db);
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+  ~Transaction();
+  void commit();
+
+ private:
+  Db& db_;
+  bool open_ = true;
+};
+
+}  // namespace arven
