@@ -16,9 +16,8 @@ NumberError::NumberError(const std::string& text)
 
 namespace {
 
-constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                             1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
-                             1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                             1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
 enum class TieRule { even, away };
 
@@ -48,7 +47,8 @@ std::string rounded_digits(double ax, int places, TieRule rule) {
   std::string frac = s.substr(dot + 1);
   std::string kept = int_part + frac.substr(0, static_cast<size_t>(places));
   char next = frac[static_cast<size_t>(places)];
-  bool rest_zero = frac.find_first_not_of('0', static_cast<size_t>(places) + 1) == std::string::npos;
+  bool rest_zero =
+      frac.find_first_not_of('0', static_cast<size_t>(places) + 1) == std::string::npos;
   bool up;
   if (next > '5') {
     up = true;
@@ -110,7 +110,9 @@ std::string format_fixed_cell(double x, int places) {
   return text;
 }
 
-const std::string& decimal_separator() { return separator_storage(); }
+const std::string& decimal_separator() {
+  return separator_storage();
+}
 
 void set_decimal_separator(std::string sep) {
   separator_storage() = sep.empty() ? "." : std::move(sep);

@@ -9,8 +9,12 @@ Session& storage() {
 }
 }  // namespace
 
-Session& session() { return storage(); }
+Session& session() {
+  return storage();
+}
 
-void reset_session() { storage() = Session(); }
+void reset_session() {
+  storage() = Session();
+}
 
 }  // namespace arven

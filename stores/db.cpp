@@ -100,11 +100,17 @@ bool Rows::has_column(std::string_view column) const {
   return columns_.count(lower(column)) > 0;
 }
 
-int Rows::column_count() const { return static_cast<int>(columns_.size()); }
+int Rows::column_count() const {
+  return static_cast<int>(columns_.size());
+}
 
-std::string Rows::column_name(int index) const { return sqlite3_column_name(stmt_, index); }
+std::string Rows::column_name(int index) const {
+  return sqlite3_column_name(stmt_, index);
+}
 
-Value Rows::get(std::string_view column) const { return get(index_of(column)); }
+Value Rows::get(std::string_view column) const {
+  return get(index_of(column));
+}
 
 Value Rows::get(int i) const {
   switch (sqlite3_column_type(stmt_, i)) {
@@ -125,7 +131,8 @@ Value Rows::get(int i) const {
 
 Db Db::open(const std::filesystem::path& path) {
   std::error_code ec;
-  if (!std::filesystem::is_regular_file(path, ec)) throw StoreError(path, "the file does not exist");
+  if (!std::filesystem::is_regular_file(path, ec))
+    throw StoreError(path, "the file does not exist");
   sqlite3* h = nullptr;
   int rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READWRITE, nullptr);
   if (rc != SQLITE_OK) {
@@ -183,7 +190,9 @@ Db::~Db() {
   if (db_) sqlite3_close_v2(db_);
 }
 
-void Db::fail(const std::string& what) const { throw StoreError(path_, what); }
+void Db::fail(const std::string& what) const {
+  throw StoreError(path_, what);
+}
 
 sqlite3_stmt* Db::prepare(std::string_view sql, const std::vector<Value>& params) const {
   sqlite3_stmt* st = nullptr;
@@ -281,7 +290,9 @@ void Db::require_table(std::string_view table) const {
 
 // ---- Transaction ----------------------------------------------------------------
 
-Transaction::Transaction(Db& db) : db_(db) { db_.exec_script("BEGIN IMMEDIATE"); }
+Transaction::Transaction(Db& db) : db_(db) {
+  db_.exec_script("BEGIN IMMEDIATE");
+}
 
 Transaction::~Transaction() {
   if (open_) {

@@ -106,11 +106,22 @@ std::vector<TableDef> make_operations_master_tables() {
         {"Impact type", L},
         {"Norm_factor", D}}},
       {"Baselines",
-       {{"Baseline ID", L}, {"Baseline name", T, 255}, {"Baseline long name", T, 255}, {"Notes", M}}},
+       {{"Baseline ID", L},
+        {"Baseline name", T, 255},
+        {"Baseline long name", T, 255},
+        {"Notes", M}}},
       {"Operation_Activity_Details",
-       {{"Operation ID", L}, {"Activity ID", L}, {"RVC ID", L}, {"RVC Class", L}, {"Details", T, 50}}},
+       {{"Operation ID", L},
+        {"Activity ID", L},
+        {"RVC ID", L},
+        {"RVC Class", L},
+        {"Details", T, 50}}},
       {"Baseline_Activity_Details",
-       {{"Baseline ID", L}, {"Activity ID", L}, {"RVC ID", L}, {"RVC Class", L}, {"Details", T, 50}}},
+       {{"Baseline ID", L},
+        {"Activity ID", L},
+        {"RVC ID", L},
+        {"RVC Class", L},
+        {"Details", T, 50}}},
       {"Operation_Activity_Delta",
        {{"Operation ID", L},
         {"Baseline ID", L},
@@ -280,38 +291,32 @@ TableDef nuts_rvc_data_table(int k) {
 
 TableDef nuts_rvc_data_dist_table(int k) {
   // The class is the floating column and the percentage the integer one.
-  return {"NUTS" + std::to_string(k) + "_RVC_Data_Dist",
-          {{"NUTS" + std::to_string(k) + "_ID", L}, {"RVC ID", L}, {"RVC Class", D}, {"Percent", L}}};
+  return {
+      "NUTS" + std::to_string(k) + "_RVC_Data_Dist",
+      {{"NUTS" + std::to_string(k) + "_ID", L}, {"RVC ID", L}, {"RVC Class", D}, {"Percent", L}}};
 }
 
 TableDef nuts_ops_table(int k, const std::string& suffix) {
   std::string name = "NUTS" + std::to_string(k) + "_OPS" + (suffix.empty() ? "" : "_" + suffix);
-  return {name,
-          {{"NUTS Type ID", L},
-           {"NUTS Code", T, 255},
-           {"NUTS Name", T, 255},
-           {"NUTS0_ID", L},
-           {"NUTS1_ID", L},
-           {"NUTS2_ID", L},
-           {"NUTS3_ID", L},
-           {"NUTS area", D},
-           {"Average field size", D},
-           {"Number of fields", D},
-           {"Operation ID", L},
-           {"Activity ID", L},
-           {"Impact Type", L},
-           {"Impact Category", L},
-           {"Impact value", D},
-           {"Impact area", D},
-           {"Cseq Years", D},
-           {"Impact max", D},
-           {"Data_Quality", L},
-           {"Refs", T}}};
+  return {name, {{"NUTS Type ID", L},       {"NUTS Code", T, 255},
+                 {"NUTS Name", T, 255},     {"NUTS0_ID", L},
+                 {"NUTS1_ID", L},           {"NUTS2_ID", L},
+                 {"NUTS3_ID", L},           {"NUTS area", D},
+                 {"Average field size", D}, {"Number of fields", D},
+                 {"Operation ID", L},       {"Activity ID", L},
+                 {"Impact Type", L},        {"Impact Category", L},
+                 {"Impact value", D},       {"Impact area", D},
+                 {"Cseq Years", D},         {"Impact max", D},
+                 {"Data_Quality", L},       {"Refs", T}}};
 }
 
-TableDef country_version_table() { return {"Version", {{"Version", DT}, {"DB Version", L}}}; }
+TableDef country_version_table() {
+  return {"Version", {{"Version", DT}, {"DB Version", L}}};
+}
 
-void create_table(Db& db, const TableDef& table) { db.exec(create_sql(table)); }
+void create_table(Db& db, const TableDef& table) {
+  db.exec(create_sql(table));
+}
 
 void create_nuts_ops_index(Db& db, const std::string& table, int k) {
   std::string id = "NUTS" + std::to_string(k) + "_ID";

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "core/ui.h"
+#include "stores/value.h"
+
+namespace arven {
+
+// The pieces of start-up that other modules provide. An empty hook does
+// nothing, so a program (or a test) wires only what it has.
+struct StartupHooks {
+  // Creates the main window: title, recent-file list, the open panel.
+  std::function<void(Ui&)> main_window_init;
+  // Writes the main page (and runs the first, silent update check).
+  std::function<void(Ui&)> build_main_page;
+  // Fills the update table of the settings dialog.
+  std::function<void(Ui&)> check_for_updates;
+};
+
+// The title, text and icon of the start-up message when no store is installed.
+inline constexpr const char* kNoDatabasesText =
+    "You need to install some databases before you can proceed. Please download one or more "
+    "databases.";
+inline constexpr const char* kNoDatabasesTitle = "No Databases Installed";
+// The settings dialog's update tab.
+inline constexpr int kSettingsUpdateTab = 5;
+
+// The program's entry point: reads the preferences, finds the installed
+// country stores, picks the default one, and shows the main window (or
+// the update tab of the settings dialog when no store is installed).
+// session().app_folder and session().admin_mode are set by the caller.
+void Main(Ui& ui, const StartupHooks& hooks);
+
+// Fills the country arrays of the session and picks the default store:
+// the newest Version date among stores of the current DB Version, the
+// lowest index on a tie. A store that cannot be read is reported through
+// the Ui (when given) and counts as not installed.
+void detect_country_stores(Ui* ui = nullptr);
+
+// The Version date of a country's store, or -1 when its DB Version is not
+// the one this program reads. Throws StoreError when the store is unusable.
+Value store_version(int cc);
+
+// Fills session().rvc_n_factor from RVC_List of rvc_db_path.
+void load_rvc_n_factors();
+
+// Writes ShowSplash when the About box closes (its check box's state).
+void about_box_closed(bool show_splash);
+
+// Saves the open navigation panel; the exit command and closing the main
+// window both call it before the program ends.
+void save_outlook_frame();
+
+// A user folder by shell id: 0 the desktop, 5 the documents folder; empty
+// when there is none.
+std::string special_folder(int id);
+// A locale string: item 14 is the decimal separator.
+std::string locale_info(int lcid, int item);
+// True when the path exists. All existence tests go through it.
+bool file_exists(const std::string& path);
+// Hands a document or address to the desktop's default handler; false when
+// none could be started.
+bool shell_open(const std::string& verb, const std::string& target);
+
+// Makes sure the documents folder has "My ARVEN Files" and the program
+// folder has an empty recent-files store, creating what is missing.
+void ensure_user_folders();
+
+}  // namespace arven

@@ -1,0 +1,170 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "core/preferences.h"
+#include "core/registry.h"
+#include "core/session.h"
+#include "core/startup.h"
+#include "stores/schema.h"
+#include "support/scripted_ui.h"
+#include "support/temp_dir.h"
+
+namespace arven {
+namespace {
+
+using testing::ScriptedUi;
+using testing::TempDir;
+
+class StartupTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    reset_session();
+    session().app_folder = dir.path() / "app";
+    std::filesystem::create_directories(session().app_folder / "dbases");
+    set_preferences_path(dir / "ARVEN.ini");
+    setenv("XDG_DOCUMENTS_DIR", (dir / "docs").c_str(), 1);
+  }
+  void TearDown() override {
+    set_preferences_path("");
+    unsetenv("XDG_DOCUMENTS_DIR");
+  }
+
+  // A country store with one Version row and one RVC.
+  void install(const std::string& code, const std::string& date, int db_version = 5) {
+    Db db = create_country_store_base(country_store_path(session().app_folder, code));
+    db.insert("Version", {"Version", "DB Version"}, {date, db_version});
+    db.insert("RVC_List", {"RVC ID", "N factor"}, {7, 2.5});
+  }
+
+  TempDir dir;
+  ScriptedUi ui;
+};
+
+TEST_F(StartupTest, NoStoreShowsTheMessageAndTheUpdateTabLeavingRestartFlag) {
+  save_setting("Settings", "Restart_Flag", "1");
+  int checks = 0;
+  StartupHooks hooks;
+  hooks.check_for_updates = [&](Ui&) { ++checks; };
+  Main(ui, hooks);
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_EQ(ui.messages[0].title, "No Databases Installed");
+  EXPECT_EQ(ui.messages[0].text, kNoDatabasesText);
+  EXPECT_EQ(ui.messages[0].icon, MsgIcon::Stop);
+  EXPECT_EQ(ui.log.back(), "modal:settings:5");
+  EXPECT_EQ(checks, 1);
+  EXPECT_EQ(get_setting("Settings", "Restart_Flag", ""), "1");
+  // The first-run pieces are put in place.
+  EXPECT_TRUE(std::filesystem::is_directory(dir / "docs/My ARVEN Files"));
+  EXPECT_TRUE(std::filesystem::exists(session().files_db_path));
+}
+
+TEST_F(StartupTest, DefaultStoreIsTheNewestAndTheLowestIndexOnATie) {
+  install("IE", "2024-05-01 00:00:00");
+  install("DK", "2024-05-01 00:00:00");
+  install("LU", "2023-01-01 00:00:00");
+  Main(ui, {});
+  EXPECT_EQ(session().ops_db_path, country_store_path(session().app_folder, "DK").string());
+  EXPECT_EQ(session().rvc_db_path, session().ops_db_path);
+  EXPECT_EQ(session().country_installed[23], 1);
+  EXPECT_EQ(session().country_name[31], "Monacco (MC)");
+  EXPECT_EQ(session().rvc_n_factor[7], 2.5);
+
+  reset_session();
+  session().app_folder = dir.path() / "app";
+  install("SE", "2025-02-01");  // a bare date is still later than the others
+  Main(ui, {});
+  EXPECT_EQ(session().ops_db_path, country_store_path(session().app_folder, "SE").string());
+}
+
+TEST_F(StartupTest, StoreOfAnotherDbVersionIsInvisible) {
+  install("DK", "2024-05-01 00:00:00", 4);
+  Main(ui, {});
+  EXPECT_EQ(session().country_installed[13], 0);
+  EXPECT_TRUE(session().ops_db_path.empty());
+  ASSERT_EQ(ui.messages.size(), 1u);  // only the no-databases message, nothing about DK
+  EXPECT_EQ(ui.messages[0].title, "No Databases Installed");
+}
+
+TEST_F(StartupTest, SplashMainPageAndRestartFlagInOrder) {
+  install("DK", "2024-05-01 00:00:00");
+  save_setting("Settings", "Restart_Flag", "1");
+  save_setting("Settings", "Outlook_Frame", "2");
+  std::vector<std::string> order;
+  StartupHooks hooks;
+  hooks.main_window_init = [&](Ui&) {
+    // Runs before the remaining keys are read: ShowSplash is still the default.
+    order.push_back("init:" + std::to_string(session().Outlook_Frame));
+  };
+  hooks.build_main_page = [&](Ui&) {
+    order.push_back("page");
+    session().update_state = 1;
+  };
+  hooks.check_for_updates = [&](Ui&) { order.push_back("check"); };
+  Main(ui, hooks);
+  EXPECT_EQ(order, (std::vector<std::string>{"init:2", "page", "check"}));
+  EXPECT_EQ(ui.log, (std::vector<std::string>{"modal:about:0", "window:main", "modal:settings:5"}));
+  EXPECT_EQ(get_setting("Settings", "Restart_Flag", ""), "0");
+
+  // Consumed: the next start goes straight to the main page, and without
+  // the splash once the About box's check box was cleared.
+  about_box_closed(false);
+  ui.log.clear();
+  order.clear();
+  Main(ui, hooks);
+  EXPECT_EQ(ui.log, (std::vector<std::string>{"window:main"}));
+  EXPECT_EQ(order, (std::vector<std::string>{"init:2", "page"}));
+}
+
+TEST_F(StartupTest, AdminBuildReadsTheMasterStores) {
+  session().admin_mode = 1;
+  Db rvcs = create_rvcs_master(session().app_folder / "dbases/arven_rvcs.mdb");
+  rvcs.insert("RVC_List", {"RVC ID", "N factor"}, {400, 0.5});
+  Main(ui, {});
+  EXPECT_EQ(session().rvc_db_path, (session().app_folder / "dbases/arven_rvcs.mdb").string());
+  EXPECT_EQ(session().rvc_n_factor[400], 0.5);
+  EXPECT_EQ(ui.log.back(), "window:admin");
+}
+
+TEST_F(StartupTest, UnreadableStoreIsReportedByNameAndSkipped) {
+  std::ofstream(country_store_path(session().app_folder, "DK")) << "this is not a store";
+  Db ie = create_country_store_base(country_store_path(session().app_folder, "IE"));
+  ie.exec("DROP TABLE \"Version\"");
+  install("LU", "2024-01-01 00:00:00");
+  Main(ui, {});
+  ASSERT_EQ(ui.messages.size(), 2u);
+  EXPECT_NE(ui.messages[0].text.find("new_arven_operations_DK.mdb"), std::string::npos);
+  EXPECT_NE(ui.messages[1].text.find("new_arven_operations_IE.mdb"), std::string::npos);
+  EXPECT_NE(ui.messages[1].text.find("Version"), std::string::npos);
+  EXPECT_EQ(session().country_installed[13], 0);
+  EXPECT_EQ(session().ops_db_path, country_store_path(session().app_folder, "LU").string());
+}
+
+TEST_F(StartupTest, PreferencesKeepDefaultsTypesAndOtherSections) {
+  {
+    std::ofstream ini(dir / "ARVEN.ini");
+    ini << "; kept\n[Settings]\nmiti_weight = 40\ndef_uptake=12.5\nranking_TH=abc\n"
+           "cseq_years=70000\n\n[Download]\nItem to download=13\n";
+  }
+  install("DK", "2024-05-01 00:00:00");
+  Main(ui, {});
+  EXPECT_EQ(session().miti_weight, 40);
+  EXPECT_EQ(session().def_uptake, 12.5f);
+  EXPECT_EQ(session().ranking_TH, 50);  // not a number: default
+  EXPECT_EQ(session().cseq_years, 10);  // not a 16-bit integer: default
+  EXPECT_EQ(session().hotspot_exclude_C0, 1);
+  save_setting("Settings", "ShowSplash", "0");
+  save_setting("Download", "Item to download", "23");
+  save_setting("Settings", "hotspot_sens", "2");
+  EXPECT_EQ(get_setting("Download", "Item to download", ""), "23");
+  EXPECT_EQ(get_setting("settings", "SHOWSPLASH", ""), "0");
+  EXPECT_EQ(get_setting_int("Settings", "hotspot_sens", 1), 2);
+  EXPECT_EQ(get_setting_int("Settings", "miti_weight", 0), 40);
+  std::ifstream in(dir / "ARVEN.ini");
+  std::string all((std::istreambuf_iterator<char>(in)), {});
+  EXPECT_EQ(all.find("; kept"), 0u);
+  EXPECT_LT(all.find("hotspot_sens=2"), all.find("[Download]"));
+}
+
+}  // namespace
+}  // namespace arven
