@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# Shared set-up of ./run.sh and ./test.sh: installs what is missing (Debian
+# and npm packages), builds, and prepares the program folder build/app with
+# its assets and the demo master stores. Quick when everything is in place.
+#
+#   scripts/setup.sh [--with-browser]    (--with-browser: the browser tests' Chromium)
+set -euo pipefail
+
+ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+BUILD="$ROOT/build"
+APP="$BUILD/app"
+WITH_BROWSER=0
+[ "${1:-}" = "--with-browser" ] && WITH_BROWSER=1
+
+log() { printf '[setup] %s\n' "$*"; }
+
+# ---- Debian packages ------------------------------------------------------
+packages=(cmake g++ make pkg-config clang-format libsqlite3-dev libcpp-httplib-dev libzip-dev
+  libcurl4-openssl-dev libfmt-dev libpugixml-dev libxlsxwriter-dev libgtest-dev libbenchmark-dev
+  sqlite3 zip unzip ca-certificates xdg-utils)
+[ "$WITH_BROWSER" = 1 ] && packages+=(chromium fonts-dejavu-core)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+# Node.js may come from another source than Debian; only its absence counts.
+command -v node >/dev/null 2>&1 || missing+=(nodejs)
+command -v npm >/dev/null 2>&1 || missing+=(npm)
+if [ "${#missing[@]}" -gt 0 ]; then
+  SUDO=""
+  [ "$(id -u)" -ne 0 ] && SUDO="sudo"
+  log "installing Debian packages: ${missing[*]}"
+  $SUDO apt-get update -q
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -q --no-install-recommends "${missing[@]}"
+fi
+
+# ---- npm packages (pinned in package-lock.json) -----------------------------
+stamp="$ROOT/node_modules/.arven-lock"
+if [ ! -f "$stamp" ] || ! cmp -s "$ROOT/package-lock.json" "$stamp"; then
+  log "installing npm packages"
+  (cd "$ROOT" && npm ci --no-audit --no-fund --loglevel=error)
+  cp "$ROOT/package-lock.json" "$stamp"
+fi
+
+# ---- build ----------------------------------------------------------------------
+if [ ! -f "$BUILD/CMakeCache.txt" ]; then
+  cmake -S "$ROOT" -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+fi
+log "building"
+if ! cmake --build "$BUILD" -j"$(nproc)" >"$BUILD/build.log" 2>&1; then
+  cat "$BUILD/build.log"
+  log "build failed"
+  exit 1
+fi
+grep -E 'warning|error' "$BUILD/build.log" || true
+
+# ---- program folder ---------------------------------------------------------------
+mkdir -p "$APP/dbases" "$APP/javascript" "$APP/graphics" "$APP/help"
+cp -u "$ROOT/node_modules/highcharts/highcharts.js" "$APP/javascript/highcharts.js"
+cp -u "$ROOT/node_modules/jquery/dist/jquery.min.js" "$APP/javascript/jquery.Min.js"
+for dir in graphics help; do
+  [ -d "$ROOT/$dir" ] && cp -ru "$ROOT/$dir/." "$APP/$dir/"
+done
+
+# Demo master stores, rebuilt when the CSV text or the importer changed.
+masters_stamp="$APP/dbases/.demo-masters"
+want="$(cat "$ROOT"/data/demo/*.csv "$BUILD/arven-admin" | sha1sum | cut -d' ' -f1)"
+if [ ! -f "$masters_stamp" ] || [ "$(cat "$masters_stamp")" != "$want" ]; then
+  log "loading the demo master stores"
+  "$BUILD/arven-admin" import-masters --app-dir "$APP" --from "$ROOT/data/demo"
+  echo "$want" >"$masters_stamp"
+fi
