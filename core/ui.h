@@ -34,6 +34,8 @@ class Ui {
   virtual void show_modal(const std::string& window, int tab = 0) = 0;
   // Shows a window that stays open beside the others.
   virtual void show_window(const std::string& window) = 0;
+  // Closes a window (a modal one returns from show_modal).
+  virtual void close_window(const std::string& window) { (void)window; }
   // Sends a window's embedded browser to a page.
   virtual void navigate(const std::string& window, const std::string& page) = 0;
   // Reports progress of long work; max 0 hides the bar.
