@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace arven {
@@ -40,6 +41,17 @@ class Ui {
   virtual void navigate(const std::string& window, const std::string& page) = 0;
   // Reports progress of long work; max 0 hides the bar.
   virtual void progress(int value, int max, const std::string& label) = 0;
+
+  // Runs `event` once, after the event being handled has finished: the
+  // one-shot timer. Without an event loop it runs at once.
+  virtual void set_timer(std::function<void()> event) { event(); }
+  // Prints the page that a window's browser shows.
+  virtual void print_page(const std::string& window) { (void)window; }
+  // Opens a document of the program folder (a relative path) or an
+  // address in a browser window of its own.
+  virtual void open_document(const std::string& target) { (void)target; }
+  // Ends the program.
+  virtual void quit() {}
 };
 
 }  // namespace arven

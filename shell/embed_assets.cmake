@@ -1,0 +1,7 @@
+# Turns the window assets into string constants compiled into the program.
+file(READ ${DIR}/shell.js JS)
+file(READ ${DIR}/shell.css CSS)
+file(WRITE ${OUT} "#pragma once\n#include <string_view>\nnamespace arven::shell {\n")
+file(APPEND ${OUT} "inline constexpr std::string_view kShellJs = R\"ARVENASSET(${JS})ARVENASSET\";\n")
+file(APPEND ${OUT} "inline constexpr std::string_view kShellCss = R\"ARVENASSET(${CSS})ARVENASSET\";\n")
+file(APPEND ${OUT} "}  // namespace arven::shell\n")

@@ -1,0 +1,361 @@
+#include "shell/web_ui.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace arven::shell {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+std::vector<std::string> button_names(MsgButtons b) {
+  switch (b) {
+    case MsgButtons::Ok:
+      return {"OK"};
+    case MsgButtons::OkCancel:
+      return {"OK", "Cancel"};
+    case MsgButtons::YesNo:
+      return {"Yes", "No"};
+    case MsgButtons::YesNoCancel:
+      return {"Yes", "No", "Cancel"};
+    case MsgButtons::RetryCancel:
+      return {"Retry", "Cancel"};
+  }
+  return {"OK"};
+}
+
+const char* icon_name(MsgIcon i) {
+  switch (i) {
+    case MsgIcon::Stop:
+      return "stop";
+    case MsgIcon::Question:
+      return "question";
+    case MsgIcon::Exclamation:
+      return "exclamation";
+    case MsgIcon::Information:
+      return "information";
+    case MsgIcon::None:
+      break;
+  }
+  return "none";
+}
+
+Answer answer_of(const std::string& button) {
+  if (button == "Yes") return Answer::Yes;
+  if (button == "No") return Answer::No;
+  if (button == "Cancel") return Answer::Cancel;
+  if (button == "Retry") return Answer::Retry;
+  return Answer::Ok;
+}
+
+// A name typed into the chooser may not leave its folder.
+bool plain_file_name(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." &&
+         name.find_first_of("/\\") == std::string::npos && name.find('\0') == std::string::npos;
+}
+
+}  // namespace
+
+std::vector<std::string> list_files(const fs::path& folder, const std::string& filter) {
+  std::string ext = filter.size() > 1 && filter[0] == '*' ? filter.substr(1) : "";
+  std::vector<std::string> out;
+  std::error_code ec;
+  for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+    if (!it->is_regular_file(ec)) continue;
+    std::string name = it->path().filename().string();
+    std::string lower = name;
+    std::transform(lower.begin(), lower.end(), lower.begin(), ::tolower);
+    if (ext.empty() || (lower.size() > ext.size() &&
+                        lower.compare(lower.size() - ext.size(), ext.size(), ext) == 0))
+      out.push_back(name);
+  }
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+WebUi::WebUi(Worker& worker) : worker_(worker) {}
+
+void WebUi::register_window(const std::string& name, WindowHandlers handlers) {
+  std::lock_guard lock(mutex_);
+  windows_[name].handlers = std::move(handlers);
+}
+
+bool WebUi::has_window(const std::string& name) const {
+  std::lock_guard lock(mutex_);
+  return windows_.count(name) > 0;
+}
+
+void WebUi::changed() {
+  ++version_;
+  cv_.notify_all();
+}
+
+std::string WebUi::current_window() const {
+  if (!modal_stack_.empty()) return modal_stack_.back();
+  return "main";
+}
+
+WebUi::Answered WebUi::ask(Dialog dialog) {
+  std::unique_lock lock(mutex_);
+  dialog.id = next_dialog_++;
+  if (dialog.window.empty()) dialog.window = current_window();
+  int id = dialog.id;
+  dialog_ = std::move(dialog);
+  answered_.reset();
+  changed();
+  cv_.wait(lock, [&] { return answered_.has_value() || !dialog_ || dialog_->id != id; });
+  Answered a = answered_.value_or(Answered{"Cancel", ""});
+  dialog_.reset();
+  answered_.reset();
+  changed();
+  return a;
+}
+
+Answer WebUi::message_box(const std::string& text, const std::string& title, MsgButtons buttons,
+                          MsgIcon icon) {
+  Dialog d;
+  d.kind = "message";
+  d.title = title;
+  d.text = text;
+  d.icon = icon_name(icon);
+  d.buttons = button_names(buttons);
+  return answer_of(ask(std::move(d)).button);
+}
+
+std::string WebUi::file_dialog(const FileDialogRequest& request) {
+  while (true) {
+    Dialog d;
+    d.kind = "file";
+    d.title = request.title;
+    d.save = request.save;
+    d.folder = request.initial_dir;
+    d.filter = request.filter;
+    d.default_name = request.default_name;
+    d.files = list_files(request.initial_dir, request.filter);
+    d.buttons = {request.save ? "Save" : "Open", "Cancel"};
+    Answered a = ask(std::move(d));
+    if (a.button == "Cancel" || !plain_file_name(a.file_name)) return "";
+    std::string name = a.file_name;
+    std::string ext = request.filter.size() > 1 ? request.filter.substr(1) : "";
+    if (!ext.empty() &&
+        (name.size() < ext.size() || name.compare(name.size() - ext.size(), ext.size(), ext) != 0))
+      name += ext;
+    fs::path path = fs::path(request.initial_dir) / name;
+    std::error_code ec;
+    if (request.save && fs::exists(path, ec)) {
+      Answer replace =
+          message_box(path.filename().string() + " already exists.\nDo you want to replace it?",
+                      request.title, MsgButtons::YesNo, MsgIcon::Exclamation);
+      if (replace != Answer::Yes) continue;  // back to the chooser
+    }
+    if (!request.save && !fs::is_regular_file(path, ec)) {
+      message_box(
+          path.filename().string() + "\nFile not found.\nCheck the file name and try again.",
+          request.title, MsgButtons::Ok, MsgIcon::Exclamation);
+      continue;
+    }
+    return path.string();
+  }
+}
+
+void WebUi::show_modal(const std::string& window, int tab) {
+  if (!has_window(window)) {
+    message_box("This part of ARVEN is not available in this build yet.", "ARVEN", MsgButtons::Ok,
+                MsgIcon::Information);
+    return;
+  }
+  {
+    std::lock_guard lock(mutex_);
+    auto& w = windows_[window];
+    w.open = true;
+    w.tab = tab;
+    modal_stack_.push_back(window);
+    changed();
+  }
+  refresh_controls();
+  worker_.run_until([&] {
+    std::lock_guard lock(mutex_);
+    return !windows_[window].open;
+  });
+  std::lock_guard lock(mutex_);
+  auto it = std::find(modal_stack_.begin(), modal_stack_.end(), window);
+  if (it != modal_stack_.end()) modal_stack_.erase(it);
+  windows_[window].open = false;
+  changed();
+}
+
+void WebUi::show_window(const std::string& window) {
+  std::lock_guard lock(mutex_);
+  windows_[window].open = true;
+  changed();
+}
+
+void WebUi::close_window(const std::string& window) {
+  std::lock_guard lock(mutex_);
+  windows_[window].open = false;
+  changed();
+}
+
+void WebUi::navigate(const std::string& window, const std::string& page) {
+  std::lock_guard lock(mutex_);
+  auto& w = windows_[window];
+  w.page = page;
+  ++w.nav;
+  changed();
+}
+
+void WebUi::progress(int value, int max, const std::string& label) {
+  std::lock_guard lock(mutex_);
+  progress_.value = value;
+  progress_.max = max;
+  progress_.label = label;
+  changed();
+}
+
+void WebUi::set_timer(std::function<void()> event) {
+  worker_.post(std::move(event));
+}
+
+void WebUi::print_page(const std::string& window) {
+  std::lock_guard lock(mutex_);
+  ++windows_[window].print;
+  changed();
+}
+
+void WebUi::open_document(const std::string& target) {
+  std::lock_guard lock(mutex_);
+  ++opened_;
+  open_target_ = target;
+  changed();
+}
+
+void WebUi::quit() {
+  {
+    std::lock_guard lock(mutex_);
+    ended_ = true;
+    changed();
+  }
+  if (on_quit) on_quit();
+}
+
+json WebUi::state(const std::string& window) const {
+  std::lock_guard lock(mutex_);
+  json s;
+  s["version"] = version_;
+  s["window"] = window;
+  auto it = windows_.find(window);
+  bool known = it != windows_.end();
+  s["open"] = known && it->second.open;
+  s["page"] = known ? it->second.page : "";
+  s["nav"] = known ? it->second.nav : 0;
+  s["tab"] = known ? it->second.tab : 0;
+  s["controls"] = known ? it->second.controls : json::object();
+  s["print"] = known ? it->second.print : 0;
+  s["opened"] = {{"count", opened_}, {"target", open_target_}};
+  s["ended"] = ended_;
+  s["top"] = current_window();
+  s["modal_stack"] = modal_stack_;
+  s["busy"] = worker_.busy() && !dialog_;
+  s["progress"] = {{"value", progress_.value}, {"max", progress_.max}, {"label", progress_.label}};
+  if (dialog_) {
+    const Dialog& d = *dialog_;
+    json dj = {{"id", d.id},     {"window", d.window}, {"kind", d.kind},      {"title", d.title},
+               {"text", d.text}, {"icon", d.icon},     {"buttons", d.buttons}};
+    if (d.kind == "file") {
+      dj["save"] = d.save;
+      dj["folder"] = d.folder;
+      dj["filter"] = d.filter;
+      dj["default_name"] = d.default_name;
+      dj["files"] = d.files;
+    }
+    s["dialog"] = dj;
+  } else {
+    s["dialog"] = nullptr;
+  }
+  return s;
+}
+
+uint64_t WebUi::wait_for_change(uint64_t since, int timeout_ms) const {
+  std::unique_lock lock(mutex_);
+  cv_.wait_for(lock, std::chrono::milliseconds(timeout_ms), [&] { return version_ > since; });
+  return version_;
+}
+
+bool WebUi::answer(int id, const std::string& button, const std::string& file_name) {
+  std::lock_guard lock(mutex_);
+  if (!dialog_ || dialog_->id != id || answered_) return false;
+  if (std::find(dialog_->buttons.begin(), dialog_->buttons.end(), button) == dialog_->buttons.end())
+    return false;
+  answered_ = Answered{button, file_name};
+  changed();
+  return true;
+}
+
+void WebUi::post_command(const std::string& window, Params params) {
+  worker_.post([this, window, params = std::move(params)] {
+    WindowHandlers h;
+    {
+      std::lock_guard lock(mutex_);
+      auto it = windows_.find(window);
+      if (it == windows_.end()) return;
+      h = it->second.handlers;
+    }
+    if (h.command) h.command(params);
+  });
+}
+
+void WebUi::post_navigation(const std::string& window, const std::string& target) {
+  worker_.post([this, window, target] {
+    WindowHandlers h;
+    {
+      std::lock_guard lock(mutex_);
+      auto it = windows_.find(window);
+      if (it == windows_.end()) return;
+      h = it->second.handlers;
+    }
+    if (h.navigate) h.navigate(target);
+  });
+}
+
+void WebUi::post_close(const std::string& window) {
+  worker_.post([this, window] {
+    WindowHandlers h;
+    {
+      std::lock_guard lock(mutex_);
+      auto it = windows_.find(window);
+      if (it == windows_.end() || !it->second.open) return;
+      h = it->second.handlers;
+    }
+    if (!h.query_close || h.query_close()) close_window(window);
+  });
+}
+
+void WebUi::refresh_controls() {
+  std::vector<std::pair<std::string, std::function<json()>>> sources;
+  {
+    std::lock_guard lock(mutex_);
+    for (auto& [name, w] : windows_)
+      if (w.handlers.controls) sources.emplace_back(name, w.handlers.controls);
+  }
+  std::map<std::string, json> fresh;
+  for (auto& [name, fn] : sources) fresh[name] = fn();
+  std::lock_guard lock(mutex_);
+  bool any = false;
+  for (auto& [name, controls] : fresh) {
+    auto& w = windows_[name];
+    if (w.controls != controls) {
+      w.controls = std::move(controls);
+      any = true;
+    }
+  }
+  if (any) changed();
+}
+
+void WebUi::show_failure(const std::string& what) {
+  message_box("The command could not be completed:\n" + what, "ARVEN", MsgButtons::Ok,
+              MsgIcon::Stop);
+}
+
+}  // namespace arven::shell

@@ -1,0 +1,131 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <condition_variable>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/ui.h"
+#include "shell/worker.h"
+
+namespace arven::shell {
+
+using Params = std::map<std::string, std::string>;
+
+// What a window does with the person's actions. Every handler runs on the
+// worker thread.
+struct WindowHandlers {
+  // A click on one of the window's controls (panel item, menu, button...).
+  std::function<void(const Params&)> command;
+  // A link in the window's page that names no file: a page command.
+  std::function<void(const std::string& target)> navigate;
+  // The window's frame was closed; return false to keep it open.
+  std::function<bool()> query_close;
+  // The window's controls as the page draws them (published after events).
+  std::function<nlohmann::json()> controls;
+};
+
+// A question on screen: a message box or a file chooser.
+struct Dialog {
+  int id = 0;
+  std::string window;  // the window it belongs to
+  std::string kind;    // "message" or "file"
+  std::string title, text, icon;
+  std::vector<std::string> buttons;
+  // File chooser.
+  bool save = false;
+  std::string folder, filter, default_name;
+  std::vector<std::string> files;
+};
+
+// The web Ui: logic on the worker asks, the browser answers through the
+// server. Holds everything a browser page needs to draw the windows, and
+// publishes it as JSON with a version number that grows on every change.
+class WebUi : public Ui {
+ public:
+  explicit WebUi(Worker& worker);
+
+  void register_window(const std::string& name, WindowHandlers handlers);
+  bool has_window(const std::string& name) const;
+
+  // ---- Ui, called on the worker ----
+  Answer message_box(const std::string& text, const std::string& title, MsgButtons buttons,
+                     MsgIcon icon) override;
+  std::string file_dialog(const FileDialogRequest& request) override;
+  void show_modal(const std::string& window, int tab = 0) override;
+  void show_window(const std::string& window) override;
+  void close_window(const std::string& window) override;
+  void navigate(const std::string& window, const std::string& page) override;
+  void progress(int value, int max, const std::string& label) override;
+  void set_timer(std::function<void()> event) override;
+  void print_page(const std::string& window) override;
+  void open_document(const std::string& target) override;
+  void quit() override;
+
+  // What quit() does: the program's main stops the server.
+  std::function<void()> on_quit;
+
+  // ---- from the server's threads ----
+  // The state of one window, as GET /<window>/state.json returns it.
+  nlohmann::json state(const std::string& window) const;
+  // Blocks until the version passes `since` or the timeout ends.
+  uint64_t wait_for_change(uint64_t since, int timeout_ms) const;
+  // Answers the open dialog; false when `id` is not the open one or the
+  // answer does not fit it.
+  bool answer(int id, const std::string& button, const std::string& file_name = "");
+  // Queues a window's command, page command or close on the worker.
+  void post_command(const std::string& window, Params params);
+  void post_navigation(const std::string& window, const std::string& target);
+  void post_close(const std::string& window);
+  // Republishes every open window's controls (worker thread).
+  void refresh_controls();
+  // Shows a failure the logic did not foresee (worker thread).
+  void show_failure(const std::string& what);
+
+ private:
+  struct WindowState {
+    WindowHandlers handlers;
+    bool open = false;
+    int tab = 0;
+    std::string page;
+    int nav = 0;
+    int print = 0;
+    nlohmann::json controls = nlohmann::json::object();
+  };
+  struct Answered {
+    std::string button, file_name;
+  };
+
+  Answered ask(Dialog dialog);  // publishes the dialog and waits for its answer
+  void changed();               // bump the version (mutex held)
+  std::string current_window() const;
+
+  Worker& worker_;
+  mutable std::mutex mutex_;
+  mutable std::condition_variable cv_;
+  uint64_t version_ = 1;
+  int next_dialog_ = 1;
+  std::map<std::string, WindowState> windows_;
+  std::vector<std::string> modal_stack_;
+  std::optional<Dialog> dialog_;
+  std::optional<Answered> answered_;
+  int opened_ = 0;           // documents opened so far
+  std::string open_target_;  // the last one
+  bool ended_ = false;
+  struct {
+    int value = 0, max = 0;
+    std::string label;
+  } progress_;
+};
+
+// The .arv files of a folder, sorted by name.
+std::vector<std::string> list_files(const std::filesystem::path& folder, const std::string& filter);
+
+}  // namespace arven::shell
