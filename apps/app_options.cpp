@@ -33,6 +33,7 @@ AppOptions parse_app_options(int argc, char** argv) {
       if (used != v.size() || port < 1 || port > 65535)
         throw std::invalid_argument("--port needs a number from 1 to 65535, not \"" + v + "\"");
       o.port = port;
+      o.port_given = true;
     } else if (a == "--no-browser") {
       o.no_browser = true;
     } else if (a == "--token") {

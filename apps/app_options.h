@@ -12,6 +12,7 @@ namespace arven {
 struct AppOptions {
   std::filesystem::path app_dir;  // the program folder
   int port = 8118;
+  bool port_given = false;
   bool no_browser = false;
   std::string token;
   std::vector<std::string> args;  // what is left: a batch command and its arguments

@@ -166,6 +166,7 @@ void WebUi::show_modal(const std::string& window, int tab) {
                 MsgIcon::Information);
     return;
   }
+  run_load(window);
   {
     std::lock_guard lock(mutex_);
     auto& w = windows_[window];
@@ -186,7 +187,17 @@ void WebUi::show_modal(const std::string& window, int tab) {
   changed();
 }
 
+void WebUi::run_load(const std::string& window) {
+  std::function<void()> load;
+  {
+    std::lock_guard lock(mutex_);
+    load = windows_[window].handlers.load;
+  }
+  if (load) load();
+}
+
 void WebUi::show_window(const std::string& window) {
+  run_load(window);
   std::lock_guard lock(mutex_);
   windows_[window].open = true;
   changed();

@@ -30,6 +30,8 @@ struct WindowHandlers {
   std::function<bool()> query_close;
   // The window's controls as the page draws them (published after events).
   std::function<nlohmann::json()> controls;
+  // The window is about to be shown: it loads its state.
+  std::function<void()> load;
 };
 
 // A question on screen: a message box or a file chooser.
@@ -105,6 +107,7 @@ class WebUi : public Ui {
 
   Answered ask(Dialog dialog);  // publishes the dialog and waits for its answer
   void changed();               // bump the version (mutex held)
+  void run_load(const std::string& window);
   std::string current_window() const;
 
   Worker& worker_;

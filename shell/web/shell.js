@@ -95,6 +95,7 @@
     }
     if ((c.buttons || []).length) tb.appendChild(row);
     $('page').style.display = c.no_page ? 'none' : '';
+    document.body.classList.toggle('form-window', !!c.no_page);
   }
 
   function renderDialog(d) {

@@ -1,0 +1,116 @@
+#include "shell/main_views.h"
+
+#include "core/main_window.h"
+#include "core/session.h"
+#include "core/startup.h"
+#include "core/version.h"
+
+namespace arven::shell {
+
+using nlohmann::json;
+
+namespace {
+
+json menu_json(const Menu& m) {
+  json items = json::array();
+  for (const auto& e : m.entries)
+    items.push_back(
+        {{"id", e.name}, {"text", e.text}, {"visible", e.visible}, {"separator", e.separator}});
+  return {{"text", m.text}, {"items", items}};
+}
+
+// Panel captions use "&&" for a literal ampersand, as menu texts do.
+std::string caption_text(std::string t) {
+  for (size_t p = t.find("&&"); p != std::string::npos; p = t.find("&&", p + 1)) t.erase(p, 1);
+  return t;
+}
+
+json main_controls() {
+  const MainWindowState& w = main_window();
+  json menus = json::array();
+  for (const auto& m : main_menus()) menus.push_back(menu_json(m));
+  json panels = json::array();
+  for (int p = 1; p <= 3; ++p) {
+    json items = json::array();
+    for (const auto& it : w.panels[static_cast<size_t>(p)])
+      items.push_back({{"group", it.group},
+                       {"tool", it.tool},
+                       {"text", it.text},
+                       {"tip", it.tip},
+                       {"enabled", it.enabled}});
+    panels.push_back({{"title", caption_text(w.panel_titles[static_cast<size_t>(p)])},
+                      {"open", session().Outlook_Frame == p},
+                      {"items", items}});
+  }
+  std::string file = session().current_file;
+  return {{"title", w.title},
+          {"menus", menus},
+          {"context_menu", menu_json(panel_context_menu())},
+          {"panels", panels},
+          {"caption", file.empty() ? "No file open" : "File: " + file},
+          {"busy_pointer", w.busy_pointer}};
+}
+
+int to_int(const Params& p, const std::string& key) {
+  auto it = p.find(key);
+  if (it == p.end()) return 0;
+  try {
+    return std::stoi(it->second);
+  } catch (const std::exception&) {
+    return 0;
+  }
+}
+
+}  // namespace
+
+void register_main_windows(WebUi& ui) {
+  WindowHandlers main;
+  main.controls = main_controls;
+  main.command = [&ui](const Params& p) {
+    if (p.count("menu")) {
+      menu_command(ui, p.at("menu"));
+    } else if (p.count("panel")) {
+      panel_click(to_int(p, "panel"));
+    } else if (p.count("group")) {
+      int group = to_int(p, "group"), tool = to_int(p, "tool");
+      // A disabled item produces nothing, not even a message.
+      if (PanelItem* item = panel_item(group, tool); item && item->enabled)
+        fireexe(ui, group, tool);
+    }
+  };
+  main.navigate = [&ui](const std::string& target) { dispatch_navigation_main(ui, target); };
+  ui.register_window("main", main);
+
+  WindowHandlers about;
+  about.load = about_box_load;
+  about.controls = [] {
+    std::string html =
+        "<div class=\"about\"><img src=\"graphics/arven_logo.png\" alt=\"ARVEN\"><p><b>ARVEN: Beta "
+        "Version " +
+        version_text() +
+        "</b></p><p>A decision-support tool for rural climate policy: greenhouse-gas "
+        "mitigation, adaptation and production impacts of Rural Development Programme "
+        "operations, scaled to the regions you choose.</p></div>";
+    return json{{"title", "About ARVEN"},
+                {"html", html},
+                {"no_page", true},
+                {"checkboxes",
+                 {{{"id", "ShowSplash"},
+                   {"text", "Show this window when ARVEN starts"},
+                   {"checked", about_box().show_splash}}}},
+                {"buttons", {{{"id", "ok"}, {"text", "OK"}}}}};
+  };
+  about.command = [&ui](const Params& p) {
+    if (p.count("check") && p.at("check") == "ShowSplash")
+      about_box().show_splash = to_int(p, "value") == 1;
+    else if (p.count("button") && p.at("button") == "ok")
+      about_box_close(ui);
+  };
+  about.query_close = [] {
+    about_box_closed(about_box().show_splash);
+    return true;
+  };
+  ui.register_window("about", about);
+}
+
+}  // namespace arven::shell
