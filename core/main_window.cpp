@@ -76,8 +76,7 @@ void run_pair(Ui& ui, int group, int tool) {
     case 23:
       ui.show_modal("explorer");
       if (session().current_file.empty()) {
-        welcome_page(ui);
-        ui.navigate("main", "welcome.htm");
+        welcome_page(ui);  // writes and shows the welcome page
       } else {
         build_main_page(ui);
       }

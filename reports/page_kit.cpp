@@ -1,0 +1,565 @@
+#include "reports/page_kit.h"
+
+#include <cerrno>
+#include <ctime>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "core/lookups.h"
+#include "core/numbers.h"
+#include "core/session.h"
+#include "core/version.h"
+#include "settings/update_check.h"
+#include "stores/db.h"
+
+namespace arven {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::string_view kTableOpen =
+    R"(<table border="1" cellpadding="3" cellspacing="0" width="100%" bordercolor="#808080">)";
+constexpr std::string_view kLoadingImage = "graphics/loading.gif";
+
+// The text wrapper of a size code.
+std::pair<std::string_view, std::string_view> size_wrap(int size) {
+  if (size == 0) return {"<small><small>", "</small></small>"};
+  if (size == 1) return {"<small>", "</small>"};
+  return {"", ""};
+}
+
+// One table cell: `<td valign="top"` + attributes, the font, the size
+// wrapper and the content. The content is written as it stands.
+std::string cell_line(std::string_view content, int size, std::string_view td_attrs = "") {
+  auto [open, close] = size_wrap(size);
+  std::string out = "<td valign=\"top\"";
+  out += td_attrs;
+  out += "><font face=\"Verdana\">";
+  out += open;
+  out += content;
+  out += close;
+  out += "</font></td>";
+  return out;
+}
+
+// Cell text with the head row in bold; an empty cell prints "&nbsp;".
+std::string cell_text(std::string_view text, bool head) {
+  std::string body = text.empty() ? std::string("&nbsp;") : std::string(text);
+  return head ? "<strong>" + body + "</strong>" : body;
+}
+
+std::string grid_cell(const GridTable& grid, int r, int c, int size) {
+  return cell_line(cell_text(grid.cell(r, c), r == 0), size);
+}
+
+// Rows 0.. of the grid, columns [0, end).
+void plain_rows(const GridTable& grid, PageFile& out, int size, int end) {
+  for (int r = 0; r < grid.rows(); ++r) {
+    out.line("<tr>");
+    for (int c = 0; c < end; ++c) out.line(grid_cell(grid, r, c, size));
+    out.line("</tr>");
+  }
+}
+
+// Which 0..4 bar a score falls in: at most 1, 2, 3, 4, or above.
+int bar_number(double score) {
+  if (score <= 1) return 1;
+  if (score <= 2) return 2;
+  if (score <= 3) return 3;
+  if (score <= 4) return 4;
+  return 5;
+}
+
+std::string two_digits(unsigned v) {
+  return v < 10 ? "0" + std::to_string(v) : std::to_string(v);
+}
+
+std::chrono::year_month_day local_today() {
+  std::time_t now = std::time(nullptr);
+  std::tm tm{};
+  localtime_r(&now, &tm);
+  return std::chrono::year{tm.tm_year + 1900} / std::chrono::month{unsigned(tm.tm_mon + 1)} /
+         std::chrono::day{unsigned(tm.tm_mday)};
+}
+
+PageDateSource& date_source() {
+  static PageDateSource source;
+  return source;
+}
+
+void header_lines(PageFile& out) {
+  for (std::string_view l :
+       {"<HTML>", "<head>", "<title>Report</title>", "<style>", "<!--", ".turnred a:hover{",
+        "color:red", "}", "a:hover{", "color:green", "}", "-->", "</style>"})
+    out.line(l);
+}
+
+std::string paragraph(std::string_view text) {
+  return "<p><font face=\"Verdana\"><small>" + std::string(text) + "</small></font></p>";
+}
+
+std::string heading(std::string_view text) {
+  return "<p><font face=\"Arial\" size=\"4\"><strong>" + std::string(text) + "</strong></font></p>";
+}
+
+// Detail tables: columns 1 up to the one before the last, less the per
+// hectare (mode 1) or total (mode 2) column of each horizon.
+std::vector<int> detail_columns(const GridTable& grid, int mode) {
+  std::vector<int> cols;
+  for (int c = 1; c < grid.cols() - 1; ++c) {
+    bool skip =
+        (mode == 1 && c % 2 == 0 && c <= 14) || (mode == 2 && c % 2 == 1 && c >= 3 && c <= 15);
+    if (!skip) cols.push_back(c);
+  }
+  return cols;
+}
+
+void detail_table(const GridTable& grid, PageFile& out, int size, int mode, bool with_notes) {
+  std::vector<int> cols = detail_columns(grid, mode);
+  bool any_marked = false;
+  out.line(kTableOpen);
+  for (int r = 0; r < grid.rows(); ++r) {
+    bool marked = false;
+    if (with_notes && r > 0 && grid.cols() >= 3) {
+      const std::string& carbon = grid.cell(r, grid.cols() - 3);
+      marked = !carbon.empty() && cell_to_number(carbon) > 0;
+    }
+    any_marked = any_marked || marked;
+    out.line("<tr>");
+    for (int c : cols) {
+      std::string text = grid.cell(r, c);
+      if (r > 0 && c == cols.back()) {
+        out.line(cell_line(data_quality_bar(text), size));
+        continue;
+      }
+      if (marked && c == 1) text += " ¹";
+      out.line(cell_line(cell_text(text, r == 0), size));
+    }
+    out.line("</tr>");
+  }
+  if (any_marked) {
+    std::string note =
+        session().cseq_included == 1
+            ? "¹ Carbon sequestration is included in the carbon balance for the operation."
+            : "¹ Carbon sequestration is excluded from the carbon balance for the operation.";
+    out.line("<tr>");
+    out.line(cell_line("<strong>Notes</strong><br>" + note, size, " colspan=\"17\""));
+    out.line("</tr>");
+  }
+  out.line("</table>");
+}
+
+// One cell of the link table: the state a click selects, the arrow, the text.
+struct SortLink {
+  int target;
+  bool up;
+  const char* text;
+};
+
+constexpr const char* kLH = "Sort Low to High";
+constexpr const char* kHL = "Sort High to Low";
+constexpr const char* kAZ = "Sort A to Z";
+constexpr const char* kZA = "Sort Z to A";
+constexpr bool kUp = true;
+constexpr bool kDown = false;
+
+// Rows: current state 1..10; columns 1..5. States 7 and 9 share a row on
+// purpose: either sort offers the descending click on columns 4 and 5.
+// clang-format off
+constexpr SortLink kSortLinks[10][5] = {
+    /*  1 */ {{2, kUp, kZA}, {3, kDown, kLH}, {5, kDown, kLH}, {7, kDown, kLH}, {9, kDown, kLH}},
+    /*  2 */ {{1, kDown, kAZ}, {3, kDown, kLH}, {5, kDown, kLH}, {7, kDown, kLH}, {9, kDown, kLH}},
+    /*  3 */ {{1, kDown, kAZ}, {4, kUp, kHL}, {5, kDown, kLH}, {7, kDown, kLH}, {9, kDown, kLH}},
+    /*  4 */ {{1, kDown, kAZ}, {3, kDown, kLH}, {5, kDown, kLH}, {7, kDown, kLH}, {9, kDown, kLH}},
+    /*  5 */ {{1, kDown, kAZ}, {3, kDown, kLH}, {6, kUp, kHL}, {7, kDown, kLH}, {9, kDown, kLH}},
+    /*  6 */ {{1, kDown, kAZ}, {3, kDown, kLH}, {5, kDown, kLH}, {7, kDown, kLH}, {9, kDown, kLH}},
+    /*  7 */ {{1, kDown, kAZ}, {3, kDown, kLH}, {5, kDown, kLH}, {8, kUp, kHL}, {10, kUp, kHL}},
+    /*  8 */ {{1, kDown, kAZ}, {3, kDown, kLH}, {5, kDown, kLH}, {7, kDown, kLH}, {9, kDown, kLH}},
+    /*  9 */ {{1, kDown, kAZ}, {3, kDown, kLH}, {5, kDown, kLH}, {8, kUp, kHL}, {10, kUp, kHL}},
+    /* 10 */ {{1, kDown, kAZ}, {3, kDown, kLH}, {5, kDown, kLH}, {7, kDown, kLH}, {9, kDown, kLH}},
+};
+// clang-format on
+
+std::string sort_link(int state, int column, int grid_number) {
+  if (state < 1 || state > 10)
+    throw std::out_of_range("sort state " + std::to_string(state) + " is not 1 to 10");
+  const SortLink& l = kSortLinks[state - 1][column - 1];
+  return "&nbsp;<a href=sort." + std::to_string(l.target) + "s" + std::to_string(grid_number) +
+         "><img src=" + (l.up ? "graphics/sorted_up.gif" : "graphics/sorted_down.gif") + " alt=\"" +
+         l.text + "\" border=0></a>";
+}
+
+void write_welcome_page() {
+  Session& s = session();
+  if (s.update_state == 0) {
+    s.update_check_silent = 1;
+    SilentCheckResult check = silent_update_check();
+    s.update_check_silent = 0;
+    s.update_state = check.updates_available ? 1 : 2;
+  }
+  PageFile out("welcome.htm");
+  page_header(out, 1);
+  // The head is never closed on this page: intended.
+  out.line(R"(<body background="graphics/bk1.jpg" bgproperties="fixed">)");
+  out.line(heading("Welcome"));
+  out.line(paragraph(
+      "This software accompanies the manual of a research project on climate change policy for "
+      "rural development, which looks at how rural development programmes can take climate "
+      "change into account."));
+  out.line(paragraph(
+      "The manual and software are designed to support the development of holistic Rural "
+      "Development Policy (RDP) measures and operations that not only tackle rural issues, but "
+      "also address climate change objectives (mitigating greenhouse gas emissions and adapting "
+      "to the effects of climate change)."));
+  out.line(paragraph(
+      "Please note that the ARVEN software is a prototype tool, so please take this into account "
+      "when using the tool as it may contain bugs and some caution should be applied to the use "
+      "any data displayed."));
+  out.line(paragraph(s.update_state == 1 ? "<a href=update.uuu>Updates are available. Click here "
+                                           "to find out details and download.</a>"
+                                         : "<a href=update.uuu>Check for updates.</a>"));
+  bool any_recent = false;
+  for (int i = 1; i <= 4; ++i) any_recent = any_recent || !s.recent_files[i].empty();
+  if (any_recent) {
+    out.line(paragraph("Recent files..."));
+    out.line("<ul>");
+    for (int i = 1; i <= 4; ++i) {
+      if (s.recent_files[i].empty()) continue;
+      out.line("<li><font face=\"Verdana\"><small><a href=file.ff" + std::to_string(i) + ">" +
+               html_escape(shorten_path(s.recent_files[i])) + "</a></small></font></li>");
+    }
+    out.line("</ul>");
+  }
+  page_footer(out);
+}
+
+}  // namespace
+
+std::string html_escape(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (char ch : text) {
+    switch (ch) {
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\'':
+        out += "&#39;";
+        break;
+      default:
+        out += ch;
+    }
+  }
+  return out;
+}
+
+// ---- PageFile ----
+
+namespace {
+[[noreturn]] void page_failure(const char* what, const fs::path& path) {
+  int err = errno;
+  throw fs::filesystem_error(what, path,
+                             err ? std::error_code(err, std::generic_category())
+                                 : std::make_error_code(std::errc::io_error));
+}
+}  // namespace
+
+PageFile::PageFile(std::string_view name) : path_(session().app_folder / std::string(name)) {
+  errno = 0;
+  out_.open(path_, std::ios::binary | std::ios::trunc);
+  if (!out_) page_failure("cannot write the page", path_);
+}
+
+PageFile::~PageFile() = default;
+
+void PageFile::line(std::string_view text) {
+  if (!out_.is_open()) throw std::logic_error("page " + path_.string() + " is already closed");
+  out_ << text << '\n';
+  if (!out_) page_failure("cannot write the page", path_);
+}
+
+void PageFile::close() {
+  if (!out_.is_open()) return;
+  errno = 0;
+  out_.flush();
+  bool ok = out_.good();
+  out_.close();
+  if (!ok || out_.fail()) page_failure("cannot write the page", path_);
+}
+
+// ---- head and foot ----
+
+void set_page_date_source(PageDateSource source) {
+  date_source() = std::move(source);
+}
+
+std::string page_date_text() {
+  std::chrono::year_month_day d = date_source() ? date_source()() : local_today();
+  int year = static_cast<int>(d.year());
+  return two_digits(static_cast<unsigned>(d.day())) + "/" +
+         two_digits(static_cast<unsigned>(d.month())) + "/" + std::to_string(year);
+}
+
+void page_header(PageFile& out, int mode) {
+  header_lines(out);
+  if (mode != 0) return;
+  out.line("</head>");
+  out.line("<body>");
+}
+
+void page_header_showhide(PageFile& out) {
+  header_lines(out);
+  for (std::string_view l :
+       {"<script>", "function showhide(id){", "if (document.getElementById){",
+        "obj = document.getElementById(id);", "if (obj.style.display == \"none\"){",
+        "obj.style.display = \"\";", "} else {", "obj.style.display = \"none\";", "}", "}", "}",
+        "</script>", "</head>", "<body>"})
+    out.line(l);
+}
+
+void page_footer(PageFile& out) {
+  out.line("<hr>");
+  out.line("<p><font face=\"Verdana\"><small><small>ARVEN: Beta Version " + version_text() +
+           "<br>");
+  out.line(page_date_text() + "</small></small></font></p>");
+  out.line("</body>");
+  out.line("</html>");
+  out.close();
+}
+
+void wait_page(std::string_view name, std::string_view heading_text) {
+  PageFile out(name);
+  page_header(out, 0);
+  out.line("<p align=\"center\"><font face=\"Arial\"><strong>" + std::string(heading_text) +
+           "</strong></font></p>");
+  out.line("<p align=\"center\"><img src=" + std::string(kLoadingImage) + "></p>");
+  out.line("</body>");
+  out.line("</html>");
+  out.close();
+}
+
+void no_ops_selected_html(Ui& ui) {
+  PageFile out("summary.htm");
+  page_header(out, 0);
+  out.line(heading("No Operations Selected"));
+  out.line(paragraph("Please select some operations from the 'All' tab."));
+  page_footer(out);
+  ui.navigate("explorer", "summary.htm");
+}
+
+// ---- bars ----
+
+std::string data_quality_bar(std::string_view score_text) {
+  double score = score_text.empty() || score_text == "&nbsp;" ? 0 : cell_to_number(score_text);
+  return "<img src=graphics/bar" + std::to_string(bar_number(score)) + ".gif>";
+}
+
+std::string data_quality_bar_large(std::string_view score_text) {
+  // Only the empty score counts as 0 here, "&nbsp;" does not: intended.
+  double score = cell_to_number(score_text);
+  return "<img src=graphics/48bar" + std::to_string(bar_number(score)) +
+         ".gif alt=\"Data Quality Score: " + number_to_cell(round_half_even(score, 1)) + "/5\">";
+}
+
+// ---- tables ----
+
+void grid_table_plain(const GridTable& grid, PageFile& out, int size) {
+  out.line(kTableOpen);
+  plain_rows(grid, out, size, grid.cols());
+  out.line("</table>");
+}
+
+void grid_table_plain_less3(const GridTable& grid, PageFile& out, int size) {
+  out.line(kTableOpen);
+  plain_rows(grid, out, size, grid.cols() - 3);
+  out.line("</table>");
+}
+
+void grid_table_horizons(const GridTable& grid, PageFile& out, int size, int64_t operation_id,
+                         int breakdown, int mode) {
+  out.line(kTableOpen);
+  out.line("<tr>");
+  out.line(cell_line(cell_text("", true), size));
+  out.line(
+      cell_line(cell_text("Time horizon (years)", true), size, " colspan=\"7\" align=\"center\""));
+  out.line("</tr>");
+  plain_rows(grid, out, size, grid.cols());
+  if (breakdown == 2 || mode == 2) {
+    out.line("<tr>");
+    out.line(cell_line("&nbsp;", size));
+    for (int c = 1; c < grid.cols(); ++c)
+      out.line(cell_line("<a href=" + std::to_string(operation_id) + ".rg" + std::to_string(c) +
+                             ">Regional breakdown</a>",
+                         size));
+    out.line("</tr>");
+  }
+  if (mode == 1) {
+    out.line("<tr>");
+    out.line(cell_line("&nbsp;", size));
+    out.line(cell_line(session().cseq_included == 1
+                           ? "Note: Carbon sequestration is included in the carbon balance for "
+                             "the operation."
+                           : "Note: Carbon sequestration is excluded from the carbon balance for "
+                             "the operation.",
+                       size, " colspan=\"7\" align=\"left\""));
+    out.line("</tr>");
+  }
+  out.line("</table>");
+}
+
+void grid_table_detail(const GridTable& grid, PageFile& out, int size, int mode) {
+  detail_table(grid, out, size, mode, true);
+}
+
+void grid_table_detail_plain(const GridTable& grid, PageFile& out, int size, int mode) {
+  detail_table(grid, out, size, mode, false);
+}
+
+void grid_table_adaptation(const GridTable& grid, PageFile& out, int size, int kind) {
+  out.line(kTableOpen);
+  for (int r = 0; r < grid.rows(); ++r) {
+    out.line("<tr>");
+    for (int c = 1; c < grid.cols(); ++c) {
+      if (kind == 1 && (c == 4 || c == 5)) continue;
+      const std::string& text = grid.cell(r, c);
+      if (r > 0 && kind == 1 && c == 2) {
+        auto rvc_id = static_cast<int64_t>(cell_to_number(text));
+        out.line(cell_line(cell_text(html_escape(rvc_field(rvc_id, 7).as_text()), false), size));
+      } else if (r > 0 && ((kind == 1 && c == 6) || (kind != 1 && c == 4))) {
+        out.line(cell_line(data_quality_bar(text), size));
+      } else {
+        out.line(grid_cell(grid, r, c, size));
+      }
+    }
+    out.line("</tr>");
+  }
+  out.line("</table>");
+}
+
+void grid_table_sortable(const GridTable& grid, PageFile& out, int size, int sort_state,
+                         int grid_number) {
+  const int last = grid.cols() - 1;
+  const bool regional = grid_number == 6;
+  out.line(kTableOpen);
+  if (grid.rows() > 0) {
+    out.line("<tr>");
+    for (int c = 1; c <= last; ++c) {
+      if (!regional && c == last) {
+        out.line(grid_cell(grid, 0, c, size));
+      } else if (c <= 5) {
+        out.line(cell_line(cell_text(grid.cell(0, c), true) + sort_link(sort_state, c, grid_number),
+                           size));
+      }
+      // Head cells of columns above 5 are left out, so the head row is
+      // shorter than the data rows: intended.
+    }
+    out.line("</tr>");
+  }
+  auto [open, close] = size_wrap(size);
+  const char* suffix = grid_number == 7 || grid_number == 8 ? ".mmm" : ".zzz";
+  for (int r = 1; r < grid.rows(); ++r) {
+    out.line("<tr>");
+    for (int c = 1; c <= last; ++c) {
+      const std::string& text = grid.cell(r, c);
+      if (c == 1 && !regional) {
+        // The link opens outside the font and closes inside it: intended.
+        out.line("<td valign=\"top\"><a href=" + grid.cell(r, 0) + suffix +
+                 "><font face=\"Verdana\">" + std::string(open) + cell_text(text, false) + "</a>" +
+                 std::string(close) + "</font></td>");
+      } else if (c == last && !regional) {
+        out.line(cell_line(data_quality_bar(text), size));
+      } else {
+        out.line(grid_cell(grid, r, c, size));
+      }
+    }
+    out.line("</tr>");
+  }
+  out.line("</table>");
+}
+
+// ---- the shell's pages ----
+
+void welcome_page(Ui& ui) {
+  write_welcome_page();
+  ui.navigate("main", "welcome.htm");
+}
+
+void summary_page(Ui& ui) {
+  Session& s = session();
+  wait_page("summary.htm", "Opening file...");
+  ui.navigate("main", "summary.htm");
+  if (s.current_file.empty()) {
+    welcome_page(ui);
+    return;
+  }
+  wait_page("working.htm", "Opening file...");
+  ui.navigate("main", "working.htm");
+
+  // Everything is read before the page is opened, so that a damaged file
+  // leaves no half-written page behind.
+  GridTable regions(3);
+  std::vector<std::string> operations;
+  {
+    Db db = Db::open(s.current_file);
+    auto rows = db.query("SELECT * FROM " + quote_name("Regions"));
+    while (rows.next()) {
+      if (regions.rows() == 0) {
+        regions.add_row();
+        regions.cell(0, 0) = "NUTS";
+        regions.cell(0, 1) = "Region Name";
+        regions.cell(0, 2) = "Area (km2)";
+      }
+      int r = regions.add_row();
+      regions.cell(r, 0) = html_escape(rows.get("NUTS Code").as_text());
+      regions.cell(r, 1) = html_escape(rows.get("NUTS Name").as_text());
+      // The region's country store becomes the current RVC store.
+      s.rvc_db_path = s.country_db_path.at(rows.get("NUTS0_ID").as_int());
+      double area = nuts_field(static_cast<int>(rows.get("NUTS Type ID").as_int()),
+                               rows.get("NUTS ID").as_int(), 3)
+                        .as_double();
+      regions.cell(r, 2) = number_to_cell(round_half_even(area, 0));
+    }
+    auto ops = db.query("SELECT * FROM " + quote_name("Operations"));
+    while (ops.next()) operations.push_back(html_escape(ops.get("Operation Name").as_text()));
+  }
+
+  PageFile out("summary_display.htm");
+  page_header(out, 0);
+  out.line("<p>");
+  out.line(
+      R"(<a href=edit.xx2><img src=graphics/edit_gif.gif alt="Edit current regional profile" border=0></a>)");
+  out.line(
+      R"(<a href=edit.xx1><img src=graphics/edit_rdp_gif.gif alt="Edit RDP Operations" border=0></a>)");
+  if (regions.rows() > 0)
+    out.line(R"(<a href=hot.hot><img src=graphics/hotspot.gif alt="Hotspot report" border=0></a>)");
+  out.line("</p>");
+  out.line(paragraph("<strong>File: </strong>" + html_escape(file_name_of(s.current_file, 1))));
+  if (regions.rows() > 0) grid_table_plain(regions, out, 1);
+  if (!operations.empty()) {
+    out.line(paragraph("<strong>Operations: </strong>"));
+    out.line("<ul>");
+    for (const auto& name : operations)
+      out.line("<li><font face=\"Verdana\" size=\"3\">" + name + "</font></li>");
+    out.line("</ul>");
+  }
+  page_footer(out);
+
+  // The welcome page is kept current (and the update check run once) even
+  // when a file is shown.
+  write_welcome_page();
+  ui.navigate("main", "summary_display.htm");
+}
+
+}  // namespace arven

@@ -1,0 +1,124 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "core/grid_table.h"
+#include "core/ui.h"
+
+namespace arven {
+
+// The shared kit of every report writer: page files in the program folder,
+// the head and foot of a page, GridTables as HTML tables, data-quality bars,
+// sort arrows, and the shell's summary and welcome pages.
+//
+// Escaping rule: text that comes from a store or a file (region, operation
+// and file names, risk statements, recent-file paths) is passed through
+// html_escape where it enters a page or a GridTable. Grid cells are written
+// by the table writers exactly as they stand, because a cell may carry markup
+// of its own (a link, an image); whoever fills a grid with store text escapes
+// it on the way in.
+//
+// Size code of the table writers: 0 wraps cell text in "<small><small>",
+// 1 in "<small>", 2 in nothing.
+
+// Text with &, <, >, " and ' replaced by entities, safe inside an element or
+// a quoted attribute.
+std::string html_escape(std::string_view text);
+
+// One generated page: a file in session().app_folder, replaced when opened.
+// Lines end in "\n". A failure to open or write throws
+// std::filesystem::filesystem_error naming the file.
+class PageFile {
+ public:
+  // Opens (and truncates) session().app_folder / name.
+  explicit PageFile(std::string_view name);
+  PageFile(const PageFile&) = delete;
+  PageFile& operator=(const PageFile&) = delete;
+  // Closes the file if the writer did not; errors are not reported here.
+  ~PageFile();
+
+  // Writes the text and a line end. Throws std::logic_error once closed.
+  void line(std::string_view text);
+  // Flushes and closes; throws when the data could not be written.
+  void close();
+
+  bool is_open() const { return out_.is_open(); }
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+  std::ofstream out_;
+};
+
+// Where page_footer takes today's date from. An empty function restores the
+// local calendar date; tests install a fixed day.
+using PageDateSource = std::function<std::chrono::year_month_day()>;
+void set_page_date_source(PageDateSource source);
+// Today's date in the short form of the footer, "dd/mm/yyyy".
+std::string page_date_text();
+
+// The head of a page up to "</style>"; mode 0 also writes "</head>" and
+// "<body>", any other mode leaves the head open for chart scripts.
+void page_header(PageFile& out, int mode);
+// The head with the showhide(id) script, closed, and "<body>".
+void page_header_showhide(PageFile& out);
+// The version and date lines, "</body>", "</html>", and closes the file.
+void page_footer(PageFile& out);
+
+// A wait page: the centred bold heading and the loading image, closed.
+void wait_page(std::string_view name, std::string_view heading);
+
+// Writes "summary.htm" saying that no operation is chosen and shows it in
+// the explorer.
+void no_ops_selected_html(Ui& ui);
+
+// The small data-quality bar for a score: "<img src=graphics/barN.gif>".
+// Empty text and "&nbsp;" count as 0; other text that is no number throws
+// NumberError.
+std::string data_quality_bar(std::string_view score_text);
+// The large bar with its alt text (score to one decimal). Only empty text
+// counts as 0 here; "&nbsp;" throws NumberError like any non-number.
+std::string data_quality_bar_large(std::string_view score_text);
+
+// The whole grid, rows and columns from 0; row 0 in bold.
+void grid_table_plain(const GridTable& grid, PageFile& out, int size);
+// As grid_table_plain without the last three columns.
+void grid_table_plain_less3(const GridTable& grid, PageFile& out, int size);
+// Results by time horizon under a "Time horizon (years)" head; a row of
+// "Regional breakdown" links (<operation_id>.rg<column>) when `breakdown` or
+// `mode` is 2, and the carbon sequestration note row when `mode` is 1.
+void grid_table_horizons(const GridTable& grid, PageFile& out, int size, int64_t operation_id,
+                         int breakdown, int mode);
+// One impact split by horizon: mode 1 the totals, mode 2 the per-hectare
+// columns; the last column is left out and the last printed one shows bars.
+// Rows with a carbon figure above 0 are marked "¹" and explained in a note.
+void grid_table_detail(const GridTable& grid, PageFile& out, int size, int mode);
+// As grid_table_detail with no mark and no note.
+void grid_table_detail_plain(const GridTable& grid, PageFile& out, int size, int mode);
+// Risk reductions by RVC. Kind 1 (summary) leaves out columns 4 and 5, shows
+// the risk statement of the RVC in column 2 and a bar for column 6; another
+// kind shows a bar for column 4. The statement is read from
+// session().rvc_db_path.
+void grid_table_adaptation(const GridTable& grid, PageFile& out, int size, int kind);
+// A list with sort arrows in the head (states 1..10, columns 1..5) and name
+// links: <id>.mmm in grids 7 and 8, <id>.zzz in the others, plain text in
+// grid 6. Column 0 is the identifier and is not shown.
+void grid_table_sortable(const GridTable& grid, PageFile& out, int size, int sort_state,
+                         int grid_number);
+
+// The shell's main page: wait pages, then "summary_display.htm" for the open
+// assessment file, or the welcome page with none; shows the result in the
+// main window. Sets session().rvc_db_path to the country store of each
+// region it lists. A damaged or foreign file throws StoreError.
+void summary_page(Ui& ui);
+// Writes "welcome.htm" (running the silent update check once per start) and
+// shows it in the main window.
+void welcome_page(Ui& ui);
+
+}  // namespace arven

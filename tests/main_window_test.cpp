@@ -1,0 +1,85 @@
+#include <gtest/gtest.h>
+
+#include "core/main_window.h"
+#include "core/preferences.h"
+#include "core/session.h"
+#include "support/scripted_ui.h"
+#include "support/temp_dir.h"
+
+namespace arven {
+namespace {
+
+using testing::ScriptedUi;
+using testing::TempDir;
+
+class MainWindowTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    reset_session();
+    session().app_folder = dir.path();
+    set_preferences_path(dir / "ARVEN.ini");
+    lvsetup();
+  }
+  void TearDown() override { set_preferences_path(""); }
+  TempDir dir;
+  ScriptedUi ui;
+};
+
+TEST_F(MainWindowTest, PageLinksDispatchBySuffixButNeverHttp) {
+  // "http" addresses are left alone whatever their suffix.
+  EXPECT_FALSE(dispatch_navigation_main(ui, "http://example.org/update.uuu"));
+  EXPECT_FALSE(dispatch_navigation_main(ui, "https_page.XX1"));
+  EXPECT_FALSE(dispatch_navigation_main(ui, "summary_display.htm"));
+  EXPECT_FALSE(dispatch_navigation_main(ui, "ff"));
+  EXPECT_TRUE(dispatch_navigation_main(ui, "edit.XX1"));  // case is ignored
+  EXPECT_EQ(ui.log,
+            (std::vector<std::string>{"modal:explorer:0", "navigate:main:welcome.htm"}));
+  ui.log.clear();
+  EXPECT_TRUE(dispatch_navigation_main(ui, "update.uuu"));
+  EXPECT_EQ(ui.log, std::vector<std::string>{"modal:settings:5"});
+}
+
+TEST_F(MainWindowTest, DisabledRegionItemsDoNothing) {
+  fireexe(ui, 3, 4);
+  fireexe(ui, 3, 5);
+  EXPECT_TRUE(ui.log.empty());
+  EXPECT_TRUE(dispatch_navigation_main(ui, "hot.hot"));
+  EXPECT_TRUE(ui.log.empty());
+  panel_item(3, 5)->enabled = true;
+  fireexe(ui, 3, 5);
+  EXPECT_EQ(ui.log, std::vector<std::string>{"modal:rvc:1"});
+}
+
+TEST_F(MainWindowTest, ToolsAndMenusReachTheirPairs) {
+  fireexe(ui, 1, 2);
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_EQ(ui.messages[0].text, "Not available yet.");
+  EXPECT_EQ(ui.messages[0].title, "ARVEN");
+  // The menu's measure entry stands one step off: it creates a new file.
+  ui.log.clear();
+  menu_command(ui, "mnuDatabaseOpen");
+  EXPECT_EQ(ui.log, std::vector<std::string>{"file_dialog:Save ARVEN File As..."});
+  ui.log.clear();
+  menu_command(ui, "mnuAllOQ");
+  menu_command(ui, "mnuToolsAdmin");  // the user build has no admin console
+  EXPECT_EQ(ui.log.front(), "modal:explorer:0");
+  EXPECT_EQ(ui.log.size(), 2u);  // the explorer, then the welcome page shown on return
+  EXPECT_EQ(tooldesc(4, 3), "Use this facility to edit a regional profile this currently open.");
+  EXPECT_EQ(panel_item(1, 3), nullptr);
+}
+
+TEST_F(MainWindowTest, PanelsRememberTheOneThatOpened) {
+  panel_click(2);
+  EXPECT_EQ(session().Outlook_Frame, 2);
+  EXPECT_EQ(get_setting("Settings", "Outlook_Frame", ""), "2");
+  panel_click(3);
+  EXPECT_EQ(session().Outlook_Frame, 3);
+  panel_click(3);
+  EXPECT_EQ(session().Outlook_Frame, 0);
+  menu_command(ui, "mnuFileExit");  // exit saves the panel that stands open: none
+  EXPECT_EQ(get_setting("Settings", "Outlook_Frame", ""), "0");
+  EXPECT_TRUE(ui.messages.empty());  // no question on exit
+}
+
+}  // namespace
+}  // namespace arven
