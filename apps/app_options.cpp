@@ -30,8 +30,8 @@ AppOptions parse_app_options(int argc, char** argv) {
       } catch (const std::exception&) {
         used = 0;
       }
-      if (used != v.size() || port < 1 || port > 65535)
-        throw std::invalid_argument("--port needs a number from 1 to 65535, not \"" + v + "\"");
+      if (used != v.size() || port < 0 || port > 65535)
+        throw std::invalid_argument("--port needs a number from 0 (any free port) to 65535, not \"" + v + "\"");
       o.port = port;
       o.port_given = true;
     } else if (a == "--no-browser") {

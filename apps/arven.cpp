@@ -34,7 +34,7 @@ int main(int argc, char** argv) {
 
   shell::Server server(ui, options.app_dir,
                        options.token.empty() ? shell::make_token() : options.token);
-  int port = server.bind(options.port);
+  int port = server.bind(options.port);  // 0: any free port
   if (port < 0 && !options.port_given) port = server.bind(0);  // the default port is taken
   if (port < 0) {
     std::cerr << "arven: port " << options.port << " on 127.0.0.1 is not free\n";

@@ -131,7 +131,7 @@
       onclick: () => answer(b, nameInput ? nameInput.value : ''),
     })));
     layer.replaceChildren(el('div', { class: 'overlay' }, [
-      el('div', { class: 'dialog', role: 'dialog', 'aria-label': d.title, id: 'dialog' }, [
+      el('div', { class: 'dialog', role: 'dialog', 'aria-label': d.title, id: 'dialog', 'data-id': d.id }, [
         el('div', { class: 'dialog-title', text: d.title }), content, buttons])]));
     (nameInput || buttons.firstChild).focus();
   }

@@ -1,0 +1,81 @@
+// Shared pieces of the browser tests: a program folder in a temporary
+// place, the program started on it, and Debian's Chromium driven headless.
+import { spawn } from 'node:child_process';
+import fs from 'node:fs';
+import os from 'node:os';
+import path from 'node:path';
+import { chromium } from 'playwright-core';
+
+export const ROOT = path.resolve(path.dirname(new URL(import.meta.url).pathname), '..');
+export const BUILD = path.join(ROOT, 'build');
+
+// A fresh program folder (assets copied from the built one) and a fresh
+// home with its documents and settings folders.
+export function makeSandbox({ withStores = [] } = {}) {
+  const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'arven-e2e-'));
+  const app = path.join(dir, 'app');
+  fs.mkdirSync(path.join(app, 'dbases'), { recursive: true });
+  for (const sub of ['graphics', 'javascript', 'help']) {
+    const from = path.join(BUILD, 'app', sub);
+    if (fs.existsSync(from)) fs.cpSync(from, path.join(app, sub), { recursive: true });
+  }
+  for (const store of withStores) {
+    fs.copyFileSync(path.join(BUILD, 'app', 'dbases', store), path.join(app, 'dbases', store));
+  }
+  const home = path.join(dir, 'home');
+  fs.mkdirSync(home);
+  return { dir, app, home, docs: path.join(home, 'Documents') };
+}
+
+// Starts a program on the sandbox; resolves with its address once it listens.
+export function startProgram(sandbox, program = 'arven', extra = []) {
+  return new Promise((resolve, reject) => {
+    const child = spawn(path.join(BUILD, program),
+      ['--app-dir', sandbox.app, '--no-browser', '--port', '0', ...extra], {
+        env: { ...process.env, HOME: sandbox.home, XDG_CONFIG_HOME: path.join(sandbox.home, '.config'),
+          XDG_DOCUMENTS_DIR: path.join(sandbox.home, 'Documents'), LANG: 'C.UTF-8' },
+        stdio: ['ignore', 'pipe', 'pipe'],
+      });
+    let out = '';
+    const timer = setTimeout(() => reject(new Error('no address printed: ' + out)), 15000);
+    child.stdout.on('data', (d) => {
+      out += d;
+      const m = out.match(/listening on (http:\/\/\S+)/);
+      if (m) { clearTimeout(timer); resolve({ child, url: m[1], base: m[1].replace(/\/\?token=.*/, '') }); }
+    });
+    child.stderr.on('data', (d) => { out += d; });
+    child.on('exit', (code) => reject(new Error('program ended with ' + code + ': ' + out)));
+  });
+}
+
+export async function launchBrowser() {
+  return chromium.launch({
+    executablePath: '/usr/bin/chromium',
+    args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
+      '--disable-background-networking', '--disable-component-update', '--disable-sync'],
+  });
+}
+
+// Answers the dialog on screen with a button, after checking its title.
+export async function answer(page, title, button) {
+  const dialog = page.locator('#dialog');
+  await dialog.waitFor();
+  const shown = await dialog.locator('.dialog-title').textContent();
+  if (title && shown !== title) throw new Error(`expected dialog "${title}", got "${shown}"`);
+  const id = await dialog.getAttribute('data-id');
+  await page.click(`#answer-${button}`);
+  await page.locator(`#dialog[data-id="${id}"]`).waitFor({ state: 'detached' });
+}
+
+// The text of the page in the window's embedded browser, once it holds `expected`.
+export async function pageText(page, expected, timeout = 10000) {
+  const frame = page.frameLocator('#page');
+  await frame.locator('body', { hasText: expected }).waitFor({ timeout });
+  return frame.locator('body').innerText();
+}
+
+export function screenshotPath(name) {
+  const dir = path.join(ROOT, 'e2e', 'out');
+  fs.mkdirSync(dir, { recursive: true });
+  return path.join(dir, name + '.png');
+}

@@ -1,0 +1,59 @@
+// The main window in a browser: start-up, a new assessment file through the
+// file chooser, its summary page, and opening it again from the recent list.
+import { test } from 'node:test';
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import path from 'node:path';
+import { makeSandbox, startProgram, launchBrowser, answer, pageText, screenshotPath } from './lib.mjs';
+
+test('a new file is created, summarised and reopened from the recent list', async () => {
+  const sandbox = makeSandbox();
+  const program = await startProgram(sandbox);
+  const browser = await launchBrowser();
+  try {
+    const page = await browser.newPage({ viewport: { width: 1200, height: 800 } });
+    await page.goto(program.url);
+
+    // The About box comes first; its check box is kept for the next start.
+    await page.waitForURL(/\/about\/$/);
+    await page.click('#check-ShowSplash');
+    await page.click('#button-ok');
+    await page.waitForURL(/\/main\/$/);
+    // No country store in this folder: the program says so and offers updates.
+    await answer(page, 'No Databases Installed', 'OK');
+    await answer(page, 'ARVEN', 'OK');
+    const ini = fs.readFileSync(path.join(sandbox.home, '.config/arven/ARVEN.ini'), 'utf8');
+    assert.match(ini, /ShowSplash=0/);
+
+    // Measures & Operations > Create New ARVEN file.
+    await page.click('#panel-2');
+    await page.click('#item-2-1');
+    const chooser = page.locator('#dialog');
+    await chooser.waitFor();
+    assert.equal(await chooser.locator('.dialog-title').textContent(), 'Save ARVEN File As...');
+    await page.fill('#file-name', "Farmer O'Neill – Sjælland");
+    await page.click('#answer-Save');
+    const summary = await pageText(page, 'File:');
+    assert.match(summary, /File:\s*Farmer O'Neill – Sjælland/);
+    const file = path.join(sandbox.docs, 'My ARVEN Files', "Farmer O'Neill – Sjælland.arv");
+    assert.ok(fs.existsSync(file));
+    await page.screenshot({ path: screenshotPath('main-summary') });
+
+    // Creating a second file under the same name asks before replacing it.
+    await page.click('#item-2-1');
+    await page.locator('#file-list li', { hasText: "Farmer O'Neill" }).click();
+    await page.click('#answer-Save');
+    await answer(page, 'Save ARVEN File As...', 'No');
+    await page.click('#answer-Cancel');
+
+    // The recent list of the File menu opens it again.
+    await page.hover('.menu-title >> text=File');
+    const recent = page.locator('#menu-mnuFileTemp1');
+    assert.match(await recent.textContent(), /Sjælland\.arv$/);
+    await recent.click();
+    assert.match(await pageText(page, 'File:'), /Farmer O'Neill/);
+  } finally {
+    await browser.close();
+    program.child.kill();
+  }
+});
