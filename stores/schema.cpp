@@ -324,12 +324,12 @@ void create_nuts_ops_index(Db& db, const std::string& table, int k) {
           quote_name(id) + ", " + quote_name("Operation ID") + ")");
 }
 
-Db create_assessment_store(const std::filesystem::path& path, int cseq_included) {
+Db create_assessment_store(const std::filesystem::path& path) {
   Db db = Db::create(path);
   Transaction tx(db);
   create_tables(db, assessment_tables());
-  db.insert("Version", {"Structure Version", "Regional data changed", "Carbon seq included"},
-            {kStructureVersion, "No", cseq_included});
+  // Carbon seq included stays empty until results are first saved.
+  db.insert("Version", {"Structure Version", "Regional data changed"}, {kStructureVersion, "No"});
   tx.commit();
   return db;
 }

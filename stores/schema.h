@@ -62,8 +62,8 @@ void create_nuts_ops_index(Db& db, const std::string& table, int level);
 // ---- store creation; an existing file at the path is replaced ----
 
 // A new assessment file with its five tables and the Version row
-// (structure 8, "No", cseq_included).
-Db create_assessment_store(const std::filesystem::path& path, int cseq_included);
+// (structure 8, "No", carbon sequestration not yet recorded).
+Db create_assessment_store(const std::filesystem::path& path);
 Db create_settings_store(const std::filesystem::path& path);
 Db create_files_store(const std::filesystem::path& path);
 // The empty CountryStore base: every master table but the admin ones,

@@ -244,7 +244,7 @@ TEST_F(LookupStoreTest, ReferencesImpactsAndRegions) {
   EXPECT_EQ(texts(list), (std::vector<std::string>{"Soil", "Water"}));
 
   session().current_file = (dir_ / "a.arv").string();
-  Db arv = create_assessment_store(session().current_file, 1);
+  Db arv = create_assessment_store(session().current_file);
   EXPECT_FALSE(has_region());
   arv.insert("Regions", {"NUTS0_ID", "NUTS ID"}, {13, 11});
   EXPECT_TRUE(has_region());

@@ -233,7 +233,7 @@ class PageKitSummaryTest : public PageKitTest {
   }
   Db assessment() {
     session().current_file = (tmp_ / "Upland & <hill> farms.arv").string();
-    return create_assessment_store(session().current_file, 1);
+    return create_assessment_store(session().current_file);
   }
 };
 

@@ -99,7 +99,7 @@ TEST(Stores, EveryStoreKindHasItsTablesAndColumns) {
        "Regional risk reduction total|Refs|Data_Quality"},
       {"Version", "Structure Version|Regional data changed|Carbon seq included"},
   };
-  Db arv = create_assessment_store(dir / "a.arv", 1);
+  Db arv = create_assessment_store(dir / "a.arv");
   EXPECT_EQ(joined(arv.table_names()),
             "Regions|Operations|Activity-Impact data|Operation-Impact data|Version");
   for (const auto& [table, cols] : expected) EXPECT_EQ(joined(arv.column_names(table)), cols);
