@@ -60,26 +60,75 @@ std::string quote_name(std::string_view name) {
 
 // ---- Rows -------------------------------------------------------------------
 
-Rows::Rows(const Db* db, sqlite3_stmt* stmt) : db_(db), stmt_(stmt) {
+Rows::Rows(const Db* db, sqlite3_stmt* stmt, bool owns) : db_(db), stmt_(stmt), owns_(owns) {
   int n = sqlite3_column_count(stmt_);
   for (int i = 0; i < n; ++i) columns_.emplace(lower(sqlite3_column_name(stmt_, i)), i);
 }
 
 Rows::Rows(Rows&& o) noexcept
-    : db_(o.db_), stmt_(std::exchange(o.stmt_, nullptr)), columns_(std::move(o.columns_)) {}
+    : db_(o.db_),
+      stmt_(std::exchange(o.stmt_, nullptr)),
+      owns_(o.owns_),
+      columns_(std::move(o.columns_)) {}
 
 Rows& Rows::operator=(Rows&& o) noexcept {
   if (this != &o) {
-    if (stmt_) sqlite3_finalize(stmt_);
+    if (stmt_ && owns_) sqlite3_finalize(stmt_);
     db_ = o.db_;
     stmt_ = std::exchange(o.stmt_, nullptr);
+    owns_ = o.owns_;
     columns_ = std::move(o.columns_);
   }
   return *this;
 }
 
 Rows::~Rows() {
+  if (stmt_ && owns_) sqlite3_finalize(stmt_);
+}
+
+// ---- Statement -------------------------------------------------------------
+
+Statement::Statement(const Db* db, sqlite3_stmt* stmt) : db_(db), stmt_(stmt) {}
+
+Statement::Statement(Statement&& o) noexcept
+    : db_(o.db_), stmt_(std::exchange(o.stmt_, nullptr)), rows_(std::move(o.rows_)) {}
+
+Statement& Statement::operator=(Statement&& o) noexcept {
+  if (this != &o) {
+    rows_.reset();
+    if (stmt_) sqlite3_finalize(stmt_);
+    db_ = o.db_;
+    stmt_ = std::exchange(o.stmt_, nullptr);
+    rows_ = std::move(o.rows_);
+  }
+  return *this;
+}
+
+Statement::~Statement() {
+  rows_.reset();
   if (stmt_) sqlite3_finalize(stmt_);
+}
+
+void Statement::bind_all(const std::vector<Value>& params) {
+  sqlite3_reset(stmt_);
+  sqlite3_clear_bindings(stmt_);
+  db_->bind(stmt_, params);
+}
+
+int Statement::run(const std::vector<Value>& params) {
+  bind_all(params);
+  int rc;
+  while ((rc = sqlite3_step(stmt_)) == SQLITE_ROW) {
+  }
+  if (rc != SQLITE_DONE) db_->fail(sqlite3_errmsg(db_->handle()));
+  sqlite3_reset(stmt_);
+  return sqlite3_changes(db_->handle());
+}
+
+Rows& Statement::query(const std::vector<Value>& params) {
+  bind_all(params);
+  if (!rows_) rows_.reset(new Rows(db_, stmt_, false));
+  return *rows_;
 }
 
 bool Rows::next() {
@@ -198,6 +247,16 @@ sqlite3_stmt* Db::prepare(std::string_view sql, const std::vector<Value>& params
   sqlite3_stmt* st = nullptr;
   if (sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &st, nullptr) != SQLITE_OK)
     fail(sqlite3_errmsg(db_));
+  try {
+    bind(st, params);
+  } catch (...) {
+    sqlite3_finalize(st);
+    throw;
+  }
+  return st;
+}
+
+void Db::bind(sqlite3_stmt* st, const std::vector<Value>& params) const {
   for (size_t i = 0; i < params.size(); ++i) {
     int idx = static_cast<int>(i) + 1;
     const Value& v = params[i];
@@ -212,13 +271,12 @@ sqlite3_stmt* Db::prepare(std::string_view sql, const std::vector<Value>& params
       const auto& s = std::get<std::string>(v.raw());
       rc = sqlite3_bind_text(st, idx, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
     }
-    if (rc != SQLITE_OK) {
-      std::string msg = sqlite3_errmsg(db_);
-      sqlite3_finalize(st);
-      fail(msg);
-    }
+    if (rc != SQLITE_OK) fail(sqlite3_errmsg(db_));
   }
-  return st;
+}
+
+Statement Db::prepare_statement(std::string_view sql) const {
+  return Statement(this, prepare(sql, {}));
 }
 
 Rows Db::query(std::string_view sql, std::initializer_list<Value> params) const {

@@ -32,6 +32,31 @@ std::string quote_name(std::string_view name);
 
 class Db;
 
+// A statement prepared once and run many times with new values: the fast
+// path for bulk writes and repeated keyed reads.
+class Statement {
+ public:
+  Statement(Statement&&) noexcept;
+  Statement& operator=(Statement&&) noexcept;
+  ~Statement();
+
+  // Runs the statement with these values (bound in order); returns the
+  // number of rows it changed.
+  int run(const std::vector<Value>& params);
+  // Runs a query with these values; the rows stay valid until the next use
+  // of this statement.
+  class Rows& query(const std::vector<Value>& params);
+
+ private:
+  friend class Db;
+  Statement(const Db* db, sqlite3_stmt* stmt);
+  void bind_all(const std::vector<Value>& params);
+
+  const Db* db_ = nullptr;
+  sqlite3_stmt* stmt_ = nullptr;
+  std::unique_ptr<class Rows> rows_;
+};
+
 // The rows of one query. Fields are read by column name without regard to
 // case; a name the query did not return throws StoreError naming the column.
 class Rows {
@@ -50,11 +75,13 @@ class Rows {
 
  private:
   friend class Db;
-  Rows(const Db* db, sqlite3_stmt* stmt);
+  friend class Statement;
+  Rows(const Db* db, sqlite3_stmt* stmt, bool owns = true);
   int index_of(std::string_view column) const;
 
   const Db* db_ = nullptr;
   sqlite3_stmt* stmt_ = nullptr;
+  bool owns_ = true;                              // a statement's rows leave the statement to it
   std::unordered_map<std::string, int> columns_;  // lower-case name -> index
 };
 
@@ -78,6 +105,9 @@ class Db {
   // Runs a statement; returns the number of rows it changed.
   int exec(std::string_view sql, std::initializer_list<Value> params = {});
   int exec(std::string_view sql, const std::vector<Value>& params);
+  // Prepares a statement for repeated use.
+  Statement prepare_statement(std::string_view sql) const;
+
   // Runs one or more statements without parameters (schema scripts).
   void exec_script(std::string_view sql);
 
@@ -96,7 +126,9 @@ class Db {
 
  private:
   Db(std::filesystem::path path, sqlite3* db) : path_(std::move(path)), db_(db) {}
+  friend class Statement;
   sqlite3_stmt* prepare(std::string_view sql, const std::vector<Value>& params) const;
+  void bind(sqlite3_stmt* st, const std::vector<Value>& params) const;
 
   std::filesystem::path path_;
   sqlite3* db_ = nullptr;

@@ -154,3 +154,30 @@ TEST(Stores, EveryStoreKindHasItsTablesAndColumns) {
 
 }  // namespace
 }  // namespace arven
+
+namespace arven {
+namespace {
+
+TEST(Stores, PreparedStatementsRunAndQueryRepeatedly) {
+  testing::TempDir dir;
+  Db db = create_files_store(dir / "f.mdb");
+  Statement insert =
+      db.prepare_statement("INSERT INTO \"Files\" (\"Name\", \"Farm\") VALUES (?, ?)");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(insert.run({"n" + std::to_string(i), Value(i)}), 1);
+  Statement find = db.prepare_statement("SELECT * FROM \"Files\" WHERE \"Name\" = ?");
+  for (const char* name : {"n2", "n0", "missing", "n1"}) {
+    Rows& rows = find.query({name});
+    if (std::string(name) == "missing") {
+      EXPECT_FALSE(rows.next());
+      continue;
+    }
+    ASSERT_TRUE(rows.next()) << name;
+    EXPECT_EQ(rows.get("NAME").as_text(), name);
+    EXPECT_EQ(rows.get("Farm").as_text(), std::string(1, name[1]));
+    EXPECT_FALSE(rows.next());
+  }
+  EXPECT_THROW(insert.run({"a", "b", "c"}), StoreError);  // one value too many
+}
+
+}  // namespace
+}  // namespace arven
