@@ -230,90 +230,109 @@ struct Server::Impl {
     http.Get("/shell/shell.css", [](const httplib::Request&, httplib::Response& res) {
       res.set_content(std::string(kShellCss), "text/css");
     });
-    http.Get(R"(/([A-Za-z0-9_]+)/?)", [this](const httplib::Request& req, httplib::Response& res) {
-      std::string w = req.matches[1];
-      if (!ui.has_window(w)) {
+    http.Get(R"(/(.+))", [this](const httplib::Request& req, httplib::Response& res) {
+      route(req, res, false);
+    });
+    http.Post(R"(/(.+))", [this](const httplib::Request& req, httplib::Response& res) {
+      route(req, res, true);
+    });
+  }
+
+  // Splits a path into the window it names (the longest registered name,
+  // which may hold a slash, such as "admin/prepro") and the rest.
+  bool split_window(const std::string& path, std::string& window, std::string& rest,
+                    bool& bare) const {
+    bare = false;
+    std::string best;
+    for (size_t pos = path.find('/', 1); pos != std::string::npos; pos = path.find('/', pos + 1)) {
+      std::string candidate = path.substr(1, pos - 1);
+      if (ui.has_window(candidate)) best = candidate;
+    }
+    if (best.empty()) {
+      if (ui.has_window(path.substr(1))) {
+        window = path.substr(1);
+        bare = true;  // the window named without its trailing slash
+        return true;
+      }
+      return false;
+    }
+    window = best;
+    rest = path.substr(best.size() + 2);
+    return true;
+  }
+
+  void route(const httplib::Request& req, httplib::Response& res, bool post) {
+    std::string window, rest;
+    bool bare = false;
+    if (!split_window(req.path, window, rest, bare)) {
+      res.status = 404;
+      return;
+    }
+    if (bare) {
+      res.set_redirect("/" + window + "/");
+      return;
+    }
+    if (post) {
+      Params p = form_params(req);
+      if (rest == "command") {
+        ui.post_command(window, std::move(p));
+      } else if (rest == "close") {
+        ui.post_close(window);
+      } else if (rest == "answer") {
+        int id = 0;
+        try {
+          id = std::stoi(p["id"]);
+        } catch (const std::exception&) {
+        }
+        if (!ui.answer(id, p["button"], p["file"])) {
+          res.status = 409;
+          set_json(res, {{"ok", false}});
+          return;
+        }
+      } else {
         res.status = 404;
         return;
       }
-      if (req.path.back() != '/') {
-        res.set_redirect("/" + w + "/");
-        return;
-      }
+      set_json(res, {{"ok", true}});
+      return;
+    }
+    if (rest.empty()) {
       res.set_header("Cache-Control", "no-store");
-      res.set_content(window_page(w), "text/html; charset=utf-8");
-    });
-    http.Get(R"(/([A-Za-z0-9_]+)/state\.json)",
-             [this](const httplib::Request& req, httplib::Response& res) {
-               std::string w = req.matches[1];
-               if (!ui.has_window(w)) {
-                 res.status = 404;
-                 return;
-               }
-               if (req.has_param("since")) {
-                 uint64_t since = 0;
-                 try {
-                   since = std::stoull(req.get_param_value("since"));
-                 } catch (const std::exception&) {
-                 }
-                 ui.wait_for_change(since, 15000);
-               }
-               set_json(res, ui.state(w));
-             });
-    http.Post(R"(/([A-Za-z0-9_]+)/(command|answer|close))",
-              [this](const httplib::Request& req, httplib::Response& res) {
-                std::string w = req.matches[1], action = req.matches[2];
-                if (!ui.has_window(w)) {
-                  res.status = 404;
-                  return;
-                }
-                Params p = form_params(req);
-                if (action == "command") {
-                  ui.post_command(w, std::move(p));
-                } else if (action == "close") {
-                  ui.post_close(w);
-                } else {
-                  int id = 0;
-                  try {
-                    id = std::stoi(p["id"]);
-                  } catch (const std::exception&) {
-                  }
-                  if (!ui.answer(id, p["button"], p["file"])) {
-                    res.status = 409;
-                    set_json(res, {{"ok", false}});
-                    return;
-                  }
-                }
-                set_json(res, {{"ok", true}});
-              });
-    // Files of the report folder, or page commands.
-    http.Get(
-        R"(/([A-Za-z0-9_]+)/(.+))", [this](const httplib::Request& req, httplib::Response& res) {
-          std::string w = req.matches[1];
-          if (!ui.has_window(w)) {
-            res.status = 404;
-            return;
-          }
-          // The raw (still encoded) path after the window prefix.
-          std::string raw = req.target.substr(w.size() + 2);
-          raw = raw.substr(0, raw.find('?'));
-          if (auto file = resolve_static(folder, raw)) {
-            std::ifstream in(*file, std::ios::binary);
-            std::string body((std::istreambuf_iterator<char>(in)), {});
-            res.set_header("Cache-Control", "no-store");
-            res.set_content(body, mime_types().at(lower(file->extension().string())));
-            return;
-          }
-          auto target = url_decode(raw);
-          // A page command is a single word with a suffix; nothing else is run.
-          if (target && !target->empty() && target->size() < 256 &&
-              target->find('/') == std::string::npos && target->find('.') != std::string::npos) {
-            ui.post_navigation(w, *target);
-            res.status = 204;  // the browser stays on its page: the navigation is cancelled
-            return;
-          }
-          res.status = 404;
-        });
+      res.set_content(window_page(window), "text/html; charset=utf-8");
+      return;
+    }
+    if (rest == "state.json") {
+      if (req.has_param("since")) {
+        uint64_t since = 0;
+        try {
+          since = std::stoull(req.get_param_value("since"));
+        } catch (const std::exception&) {
+        }
+        ui.wait_for_change(since, 15000);
+      }
+      set_json(res, ui.state(window));
+      return;
+    }
+    // Files of the report folder, or page commands. The raw (still
+    // encoded) path after the window prefix decides.
+    std::string raw = req.target.substr(0, req.target.find('?'));
+    raw = raw.size() > window.size() + 2 ? raw.substr(window.size() + 2) : "";
+    if (auto file = resolve_static(folder, raw)) {
+      std::ifstream in(*file, std::ios::binary);
+      std::string body((std::istreambuf_iterator<char>(in)), {});
+      res.set_header("Cache-Control", "no-store");
+      res.set_content(body, mime_types().at(lower(file->extension().string())));
+      return;
+    }
+    auto target = url_decode(raw);
+    // A page command is a single word with a suffix; nothing else is run.
+    if (target && !target->empty() && target->size() < 256 &&
+        target->find('/') == std::string::npos && target->find('.') != std::string::npos) {
+      ui.post_navigation(window, *target);
+      res.status = 204;  // the browser stays on its page: the navigation is cancelled
+      return;
+    }
+    res.status = 404;
   }
 };
 

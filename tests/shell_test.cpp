@@ -121,6 +121,14 @@ TEST_F(ShellTest, CommandsAndPageCommandsReachTheWorker) {
   EXPECT_EQ(targets, std::vector<std::string>{"file.ff1"});
   auto state = nlohmann::json::parse(c.Get("/main/state.json", auth())->body);
   EXPECT_EQ(state["controls"]["title"], "T");
+
+  // A window's name may hold a slash: the longest registered name wins.
+  ui.register_window("admin/prepro", {});
+  EXPECT_EQ(c.Get("/admin/prepro", auth())->status, 302);
+  auto nested = nlohmann::json::parse(c.Get("/admin/prepro/state.json", auth())->body);
+  EXPECT_EQ(nested["window"], "admin/prepro");
+  EXPECT_EQ(c.Get("/admin/state.json", auth())->status, 404);
+  EXPECT_EQ(c.Get("/admin/prepro/summary.htm", auth())->body, "<html>summary</html>");
 }
 
 TEST_F(ShellTest, MessageBoxWaitsForTheBrowsersAnswer) {
