@@ -8,6 +8,7 @@
 #include "core/session.h"
 #include "core/startup.h"
 #include "shell/main_views.h"
+#include "shell/regions_view.h"
 #include "shell/server.h"
 #include "shell/web_ui.h"
 #include "shell/worker.h"
@@ -29,6 +30,7 @@ int main(int argc, char** argv) {
   shell::Worker worker;
   shell::WebUi ui(worker);
   shell::register_main_windows(ui);
+  shell::register_regions_window(ui);
   worker.after_event = [&ui] { ui.refresh_controls(); };
   worker.on_failure = [&ui](const std::string& what) { ui.show_failure(what); };
 

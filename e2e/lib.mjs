@@ -7,7 +7,13 @@ import path from 'node:path';
 import { chromium } from 'playwright-core';
 
 export const ROOT = path.resolve(path.dirname(new URL(import.meta.url).pathname), '..');
-export const BUILD = path.join(ROOT, 'build');
+// The build whose programs run: ARVEN_BUILD, or build/ of the checkout.
+export const BUILD = process.env.ARVEN_BUILD ? path.resolve(process.env.ARVEN_BUILD) : path.join(ROOT, 'build');
+// The program folder whose assets and stores the sandboxes copy: ARVEN_APP_DIR,
+// else the chosen build's app/, else that of build/.
+export const APP_SOURCE = process.env.ARVEN_APP_DIR ? path.resolve(process.env.ARVEN_APP_DIR)
+  : [path.join(BUILD, 'app'), path.join(ROOT, 'build', 'app')].find((d) => fs.existsSync(d))
+    ?? path.join(ROOT, 'build', 'app');
 
 // A fresh program folder (assets copied from the built one) and a fresh
 // home with its documents and settings folders.
@@ -16,11 +22,11 @@ export function makeSandbox({ withStores = [] } = {}) {
   const app = path.join(dir, 'app');
   fs.mkdirSync(path.join(app, 'dbases'), { recursive: true });
   for (const sub of ['graphics', 'javascript', 'help']) {
-    const from = path.join(BUILD, 'app', sub);
+    const from = path.join(APP_SOURCE, sub);
     if (fs.existsSync(from)) fs.cpSync(from, path.join(app, sub), { recursive: true });
   }
   for (const store of withStores) {
-    fs.copyFileSync(path.join(BUILD, 'app', 'dbases', store), path.join(app, 'dbases', store));
+    fs.copyFileSync(path.join(APP_SOURCE, 'dbases', store), path.join(app, 'dbases', store));
   }
   const home = path.join(dir, 'home');
   fs.mkdirSync(home);

@@ -1,0 +1,690 @@
+#include "prep/preprocess.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "core/numbers.h"
+#include "core/session.h"
+#include "prep/impact_generation.h"
+#include "prep/packaging.h"
+#include "stores/db.h"
+#include "stores/schema.h"
+
+namespace arven {
+
+namespace fs = std::filesystem;
+
+// ---- modes, lists and dates ---------------------------------------------------
+
+const std::array<std::string, 6>& run_mode_texts() {
+  static const std::array<std::string, 6> t = {
+      "Update by last updated date", "Add new only",         "Add new and update selected",
+      "Update existing only",        "Update selected only", "Add new and update existing (ALL)"};
+  return t;
+}
+
+std::optional<RunMode> run_mode_by_name(std::string_view name) {
+  static const std::map<std::string_view, RunMode> names = {
+      {"by-date", RunMode::by_date},
+      {"new", RunMode::add_new},
+      {"new-and-selected", RunMode::add_new_update_selected},
+      {"existing", RunMode::update_existing},
+      {"selected", RunMode::update_selected},
+      {"all", RunMode::all}};
+  auto it = names.find(name);
+  if (it == names.end()) return std::nullopt;
+  return it->second;
+}
+
+RunProgress RunControl::snapshot() const {
+  std::lock_guard lock(mutex_);
+  return progress_;
+}
+
+void RunControl::update(const std::function<void(RunProgress&)>& change) {
+  std::lock_guard lock(mutex_);
+  change(progress_);
+}
+
+std::vector<ListItem> prepro_country_list() {
+  Db db = Db::open(session().rvc_db_path);
+  std::vector<ListItem> out;
+  auto rows = db.query("SELECT * FROM \"NUTS0\" ORDER BY rowid");
+  while (rows.next()) {
+    // A null mark counts as "not N": only an explicit N leaves a country out.
+    if (rows.get("EU-27").as_text() == "N") continue;
+    out.push_back({rows.get("NUTS").as_text() + " - " + rows.get("NAME").as_text(),
+                   rows.get("NUTS0_ID").as_int()});
+  }
+  return out;
+}
+
+std::vector<ListItem> prepro_operation_search(std::string_view text) {
+  Db db = Db::open(session().ops_db_path);
+  std::string pattern;
+  for (char c : text) {
+    if (c == '%' || c == '_' || c == '\\') pattern += '\\';
+    pattern += c;
+  }
+  auto rows = db.query(
+      "SELECT * FROM \"Operations\" o WHERE o.\"Operation Name\" LIKE '%' || ? || '%' ESCAPE '\\' "
+      "AND EXISTS (SELECT 1 FROM \"Operation_Activity_Delta\" d "
+      "WHERE d.\"Operation ID\" = o.\"Operation ID\") ORDER BY o.rowid",
+      {pattern});
+  std::vector<ListItem> out;
+  while (rows.next())
+    out.push_back({rows.get("Operation Name").as_text(), rows.get("Operation ID").as_int()});
+  return out;
+}
+
+std::array<int, 3> num_nuts(int64_t nuts0_id) {
+  Db db = Db::open(session().rvc_db_path);
+  std::array<int, 3> counts{};
+  for (int k = 1; k <= 3; ++k) {
+    auto rows = db.query("SELECT count(*) AS n FROM " + quote_name("NUTS" + std::to_string(k)) +
+                             " WHERE \"NUTS0_ID\" = ?",
+                         {Value(nuts0_id)});
+    rows.next();
+    counts[static_cast<size_t>(k - 1)] = static_cast<int>(rows.get("n").as_int());
+  }
+  return counts;
+}
+
+bool needs_update(const std::string& master_last_updated, const std::string& store_last_updated) {
+  if (store_last_updated.empty()) return true;
+  // Dates are "YYYY-MM-DD HH:MM:SS": the first ten characters are year,
+  // month and day, and compare as text in date order.
+  return master_last_updated.substr(0, 10) > store_last_updated.substr(0, 10);
+}
+
+namespace {
+
+std::string nuts_table(int k) {
+  return "NUTS" + std::to_string(k);
+}
+std::string nuts_id_column(int k) {
+  return "NUTS" + std::to_string(k) + "_ID";
+}
+
+// The Last_Updated text of each operation of a store's Operations table.
+std::unordered_map<int64_t, std::string> last_updated_by_operation(const Db& db) {
+  std::unordered_map<int64_t, std::string> out;
+  auto rows = db.query("SELECT \"Operation ID\", \"Last_Updated\" FROM \"Operations\"");
+  while (rows.next()) out.emplace(rows.get(0).as_int(), rows.get(1).as_text());
+  return out;
+}
+
+struct MasterOperation {
+  int64_t corine_class = 0;
+  double operation_dq = 0;
+  std::string last_updated;
+};
+
+// What the run needs of the RVC master besides the generator's source: the
+// CORINE land-class RVCs and the terms of max_factor.
+struct RvcTerms {
+  std::map<int64_t, int64_t> corine_rvc;  // class -> first RVC of type 5
+  struct Terms {
+    double max_factor = 0, euro_max = 0, n_factor = 0;
+  };
+  std::unordered_map<int64_t, Terms> by_rvc;
+
+  static RvcTerms load(const Db& rvc) {
+    RvcTerms t;
+    rvc.require_table("RVC_List");
+    auto rows = rvc.query("SELECT * FROM \"RVC_List\" ORDER BY rowid");
+    while (rows.next()) {
+      int64_t id = rows.get("RVC ID").as_int();
+      if (rows.get("RVC Type").as_int() == 5)
+        t.corine_rvc.emplace(rows.get("CORINE Class").as_int(), id);  // first row wins
+      t.by_rvc.emplace(id,
+                       Terms{rows.get("Max_factor").as_double(), rows.get("Euro max").as_double(),
+                             rows.get("N factor").as_double()});
+    }
+    return t;
+  }
+
+  // Max_factor x N factor x Euro max x the value; an unknown RVC is a
+  // fault of the data.
+  double max_factor(int64_t rvc_id, double value) const {
+    auto it = by_rvc.find(rvc_id);
+    if (it == by_rvc.end())
+      throw ImpactDataError("RVC " + std::to_string(rvc_id) +
+                            " of an adaptation factor is not in RVC_List");
+    if (rvc_id < 0 || rvc_id >= kRvcFactorCount)
+      throw ImpactDataError("RVC " + std::to_string(rvc_id) + " is outside 0 to 400");
+    return it->second.max_factor * it->second.n_factor * it->second.euro_max * value;
+  }
+};
+
+// One area of a level, as the run walks them.
+struct Area {
+  int level = 0;
+  int64_t ids[4] = {0, 0, 0, 0};  // NUTS0..NUTS3 ids; finer than the level stay 0
+  std::string code, name;
+  double sqkm = 0, av_fs = 0;
+  int64_t id() const { return ids[level]; }
+};
+
+// The stored rows of one operation in one area.
+struct OperationRows {
+  int64_t operation_id = 0;
+  std::vector<std::vector<Value>> rows;
+};
+
+struct AreaResult {
+  size_t area_index = 0;
+  std::vector<OperationRows> operations;
+  int processed = 0;
+};
+
+const std::vector<std::string>& ops_columns() {
+  static const std::vector<std::string> c = {
+      "NUTS Type ID", "NUTS Code",   "NUTS Name",   "NUTS0_ID",           "NUTS1_ID",
+      "NUTS2_ID",     "NUTS3_ID",    "NUTS area",   "Average field size", "Number of fields",
+      "Operation ID", "Activity ID", "Impact Type", "Impact Category",    "Impact value",
+      "Impact area",  "Cseq Years",  "Impact max",  "Data_Quality",       "Refs"};
+  return c;
+}
+
+// A cell read as a number, an empty cell as 0.
+double cell_or_zero(const std::string& text) {
+  return cell_to_number(text);
+}
+
+// An Activity ID cell, read as a 32-bit float as the cells are text.
+int64_t activity_id_of(const std::string& text) {
+  return static_cast<int64_t>(
+      round_half_even(static_cast<double>(static_cast<float>(cell_or_zero(text))), 0));
+}
+
+// Data quality x Operation_DQ, stored as a whole number.
+Value data_quality(const std::string& cell, double operation_dq) {
+  return Value(static_cast<int64_t>(round_half_even(cell_or_zero(cell) * operation_dq, 0)));
+}
+
+// The rows that save_to_datapp_db stores for one operation in one area,
+// from the generator's three tables.
+std::vector<std::vector<Value>> datapp_rows(const ImpactGenerator& gen, const Area& a,
+                                            int64_t operation_id, double impact_area,
+                                            double operation_dq, const RvcTerms& rvc) {
+  std::vector<std::vector<Value>> out;
+  auto base = [&](const std::string& activity) {
+    std::vector<Value> r(ops_columns().size());
+    r[0] = Value(3);  // the literal 3 on every row, whatever the level: intended
+    r[1] = Value(a.code);
+    r[2] = Value(a.name);
+    for (int k = 0; k <= 3; ++k)
+      r[static_cast<size_t>(3 + k)] = k <= a.level ? Value(a.ids[k]) : Value();
+    r[7] = Value(a.sqkm);
+    r[8] = Value(a.av_fs);
+    r[9] = Value(0);
+    r[10] = Value(operation_id);
+    r[11] = Value(activity_id_of(activity));
+    r[15] = Value(impact_area);
+    return r;
+  };
+  const GridTable& m = gen.mitigation_rows();
+  for (int i = 1; i < m.rows(); ++i) {
+    auto r = base(m.cell(i, 0));
+    double cseq = cell_or_zero(m.cell(i, 4));
+    r[12] = Value(cseq == 0 ? 1 : 2);
+    r[13] = Value(0);
+    r[14] = Value(cell_or_zero(m.cell(i, 3)));
+    r[16] = Value(cseq);
+    r[17] = Value(0.0);
+    r[18] = data_quality(m.cell(i, 5), operation_dq);
+    r[19] = Value(m.cell(i, 6));
+    out.push_back(std::move(r));
+  }
+  const GridTable& ad = gen.adaptation_rows();
+  for (int i = 1; i < ad.rows(); ++i) {
+    auto r = base(ad.cell(i, 0));
+    int64_t category = static_cast<int64_t>(round_half_even(cell_or_zero(ad.cell(i, 2)), 0));
+    r[12] = Value(3);
+    r[13] = Value(category);
+    r[14] = Value(cell_or_zero(ad.cell(i, 4)));
+    r[16] = Value(0.0);
+    r[17] = Value(rvc.max_factor(category, impact_area));
+    r[18] = data_quality(ad.cell(i, 5), operation_dq);
+    r[19] = Value(ad.cell(i, 6));
+    out.push_back(std::move(r));
+  }
+  const GridTable& y = gen.yield_rows();
+  for (int i = 1; i < y.rows(); ++i) {
+    auto r = base(y.cell(i, 0));
+    r[12] = Value(4);
+    r[13] = Value(0);
+    r[14] = Value(cell_or_zero(y.cell(i, 3)));
+    r[16] = Value(0.0);
+    r[17] = Value(0.0);
+    r[18] = data_quality(y.cell(i, 4), operation_dq);
+    r[19] = Value(y.cell(i, 5));
+    out.push_back(std::move(r));
+  }
+  return out;
+}
+
+// The statements that write one country's NUTS<k>_OPS tables.
+struct OpsWriter {
+  std::vector<Statement> remove, insert;
+
+  explicit OpsWriter(const Db& target) {
+    std::string cols, marks;
+    for (const auto& c : ops_columns()) {
+      cols += (cols.empty() ? "" : ", ") + quote_name(c);
+      marks += marks.empty() ? "?" : ", ?";
+    }
+    for (int k = 0; k <= 3; ++k) {
+      std::string table = quote_name(nuts_table(k) + "_OPS");
+      remove.push_back(target.prepare_statement("DELETE FROM " + table + " WHERE " +
+                                                quote_name(nuts_id_column(k)) +
+                                                " = ? AND \"Operation ID\" = ?"));
+      insert.push_back(target.prepare_statement("INSERT INTO " + table + " (" + cols +
+                                                ") VALUES (" + marks + ")"));
+    }
+  }
+
+  // save_to_datapp_db: replaces the rows of one operation in one area.
+  int64_t save_to_datapp_db(const Area& a, const OperationRows& op) {
+    auto k = static_cast<size_t>(a.level);
+    remove[k].run({Value(a.id()), Value(op.operation_id)});
+    for (const auto& row : op.rows) insert[k].run(row);
+    return static_cast<int64_t>(op.rows.size());
+  }
+};
+
+// The areas of a country at levels 0..level, in the order the run visits them.
+std::vector<Area> country_areas(const Db& rvc, int64_t nuts0_id, int level) {
+  std::vector<Area> out;
+  for (int k = 0; k <= level; ++k) {
+    rvc.require_table(nuts_table(k));
+    auto rows = rvc.query(
+        "SELECT * FROM " + quote_name(nuts_table(k)) + " WHERE \"NUTS0_ID\" = ? ORDER BY rowid",
+        {Value(nuts0_id)});
+    while (rows.next()) {
+      Area a;
+      a.level = k;
+      for (int p = 0; p <= k; ++p) a.ids[p] = rows.get(nuts_id_column(p)).as_int();
+      a.code = rows.get("NUTS").as_text();
+      a.name = rows.get("NAME").as_text();
+      a.sqkm = rows.get("SQKM").as_double();
+      a.av_fs = rows.get("AV_FS").as_double();
+      out.push_back(std::move(a));
+    }
+  }
+  return out;
+}
+
+// The area-operation pairs that already have rows in the target: the test
+// of nuts_ops_exists, read once per country, since a run writes an area's
+// rows only while it is on that area.
+using ExistingRows = std::set<std::tuple<int, int64_t, int64_t>>;  // level, area id, operation
+
+ExistingRows existing_rows(const Db& target, int level) {
+  ExistingRows out;
+  for (int k = 0; k <= level; ++k) {
+    auto rows = target.query("SELECT DISTINCT " + quote_name(nuts_id_column(k)) +
+                             ", \"Operation ID\" FROM " + quote_name(nuts_table(k) + "_OPS"));
+    while (rows.next()) out.emplace(k, rows.get(0).as_int(), rows.get(1).as_int());
+  }
+  return out;
+}
+
+// The CORINE shares (class 1 rows) of every area, by level and area id and RVC.
+using CorineShares = std::map<std::tuple<int, int64_t, int64_t>, double>;
+
+CorineShares corine_shares(const Db& rvc, const std::vector<Area>& areas, const RvcTerms& terms,
+                           int level) {
+  std::set<int64_t> corine_ids;
+  for (const auto& [cls, id] : terms.corine_rvc) corine_ids.insert(id);
+  std::set<std::pair<int, int64_t>> wanted;
+  for (const auto& a : areas) wanted.emplace(a.level, a.id());
+  CorineShares out;
+  for (int k = 0; k <= level; ++k) {
+    std::string table = nuts_table(k) + "_RVC_Data_Dist";
+    if (!rvc.has_table(table)) continue;
+    auto rows =
+        rvc.query("SELECT * FROM " + quote_name(table) + " WHERE \"RVC Class\" = 1 ORDER BY rowid");
+    while (rows.next()) {
+      int64_t area = rows.get(nuts_id_column(k)).as_int();
+      int64_t rvc_id = rows.get("RVC ID").as_int();
+      if (!corine_ids.count(rvc_id) || !wanted.count({k, area})) continue;
+      out.emplace(std::make_tuple(k, area, rvc_id), rows.get("Percent").as_double());  // first row
+    }
+  }
+  return out;
+}
+
+// Restores the session's store paths when the run ends in any way.
+struct PathGuard {
+  std::string ops, rvc;
+  ~PathGuard() {
+    session().ops_db_path = ops;
+    session().rvc_db_path = rvc;
+  }
+};
+
+bool decide(RunMode mode, const RunOperation& op, bool has_rows, const std::string& master_date,
+            const std::string& store_date) {
+  switch (mode) {
+    case RunMode::by_date:
+      return needs_update(master_date, store_date);
+    case RunMode::add_new:
+      return !has_rows;
+    case RunMode::add_new_update_selected:
+      return op.selected || !has_rows;
+    case RunMode::update_existing:
+      return has_rows;
+    case RunMode::update_selected:
+      return op.selected;
+    case RunMode::all:
+      return true;
+  }
+  return false;
+}
+
+// A bounded queue between the generating thread and the writing one.
+class ResultQueue {
+ public:
+  void push(AreaResult r) {
+    std::unique_lock lock(m_);
+    cv_.wait(lock, [&] { return q_.size() < 8 || closed_; });
+    q_.push_back(std::move(r));
+    cv_.notify_all();
+  }
+  std::optional<AreaResult> pop() {
+    std::unique_lock lock(m_);
+    cv_.wait(lock, [&] { return !q_.empty() || closed_; });
+    if (q_.empty()) return std::nullopt;
+    AreaResult r = std::move(q_.front());
+    q_.pop_front();
+    cv_.notify_all();
+    return r;
+  }
+  void close() {
+    std::lock_guard lock(m_);
+    closed_ = true;
+    cv_.notify_all();
+  }
+
+ private:
+  std::mutex m_;
+  std::condition_variable cv_;
+  std::deque<AreaResult> q_;
+  bool closed_ = false;
+};
+
+struct CountryRun {
+  const RunParams& params;
+  RunControl& control;
+  const ImpactSource& source;
+  const RvcTerms& terms;
+  const std::unordered_map<int64_t, MasterOperation>& master_ops;
+};
+
+// Generates every area of one country on its own thread, in the order of a
+// one-thread run, so the rows are the same as if one thread did it all.
+void generate_country(const CountryRun& run, const std::vector<Area>& areas,
+                      const ExistingRows& existing,
+                      const std::unordered_map<int64_t, std::string>& store_dates,
+                      const CorineShares& shares, ImpactGenerator& gen, ResultQueue& out,
+                      std::exception_ptr& failure) {
+  try {
+    const auto& ops = run.params.operations;
+    for (size_t i = 0; i < areas.size(); ++i) {
+      const Area& a = areas[i];
+      AreaResult result;
+      result.area_index = i;
+      for (size_t j = 0; j < ops.size(); ++j) {
+        if (run.control.halted) break;
+        const RunOperation& op = ops[j];
+        run.control.update([&](RunProgress& p) {
+          p.operation = op.name;
+          p.operation_index = static_cast<int>(j + 1);
+          p.operation_count = static_cast<int>(ops.size());
+        });
+        auto m = run.master_ops.find(op.id);
+        if (m == run.master_ops.end())
+          throw ImpactDataError("operation " + std::to_string(op.id) +
+                                " is not in the Operations table of the operations store");
+        auto sd = store_dates.find(op.id);
+        bool has_rows = existing.count({a.level, a.id(), op.id}) > 0;
+        if (!decide(run.params.mode, op, has_rows, m->second.last_updated,
+                    sd == store_dates.end() ? "" : sd->second))
+          continue;
+        int64_t corine = m->second.corine_class;
+        gen.gen_impact_data(op.id, corine, a.ids[3], a.ids[2], a.ids[1], a.ids[0], a.sqkm, a.level);
+        double impact_area = a.sqkm * 100;
+        if (corine != 0) {
+          double p = 0;
+          auto rvc = run.terms.corine_rvc.find(corine);
+          if (rvc != run.terms.corine_rvc.end()) {
+            auto s = shares.find({a.level, a.id(), rvc->second});
+            if (s != shares.end()) p = s->second;
+          }
+          impact_area = (p / 100) * (a.sqkm * 100);
+        }
+        result.operations.push_back(
+            {op.id, datapp_rows(gen, a, op.id, impact_area, m->second.operation_dq, run.terms)});
+        ++result.processed;
+      }
+      out.push(std::move(result));
+      if (run.control.halted) break;
+    }
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  out.close();
+}
+
+// One country of the run; false when it was halted.
+bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::string& cc,
+                 ImpactGenerator& gen) {
+  const RunParams& params = run.params;
+  fs::path target = country_target_path(cc);
+  if (!params.existing_db || !fs::exists(target)) {
+    std::error_code ec;
+    if (fs::exists(target))
+      fs::copy_file(target, prepro_folder() / ("backup_" + target.filename().string()),
+                    fs::copy_options::overwrite_existing);
+    if (!fs::exists(prepro_base_path())) new_basefile();
+    fs::copy_file(prepro_base_path(), target, fs::copy_options::overwrite_existing);
+  }
+  fill_country_store(target, nuts0_id, params.dq_refs, &ui);
+
+  Db rvc = Db::open(session().rvc_db_path);
+  std::vector<Area> areas = country_areas(rvc, nuts0_id, params.level);
+  CorineShares shares = corine_shares(rvc, areas, run.terms, params.level);
+  Db store = Db::open(target);
+  ExistingRows existing = existing_rows(store, params.level);
+  auto store_dates = last_updated_by_operation(store);
+  run.control.update([&](RunProgress& p) {
+    p.area_count = static_cast<int>(areas.size());
+    p.area_index = 0;
+    p.processed.clear();
+  });
+
+  ResultQueue queue;
+  std::exception_ptr failure;
+  std::thread generator(
+      [&] { generate_country(run, areas, existing, store_dates, shares, gen, queue, failure); });
+  std::set<int64_t> list5;  // operations processed in this country
+  OpsWriter writer(store);
+  auto last_report = std::chrono::steady_clock::now() - std::chrono::seconds(1);
+  try {
+    while (auto result = queue.pop()) {
+      const Area& a = areas[result->area_index];
+      Transaction tx(store);
+      int64_t rows = 0;
+      for (const auto& op : result->operations) {
+        rows += writer.save_to_datapp_db(a, op);
+        // List5 compares ids as 32-bit floats, as the list holds text.
+        list5.insert(static_cast<int64_t>(static_cast<float>(op.operation_id)));
+      }
+      tx.commit();
+      int index = static_cast<int>(result->area_index) + 1;
+      std::string label = std::to_string(index) + "/" + std::to_string(areas.size()) + ". NUTS" +
+                          std::to_string(a.level) + ": " + a.code + ": " + a.name;
+      run.control.update([&](RunProgress& p) {
+        p.area = label;
+        p.area_index = index;
+        p.pairs += result->processed;
+        p.rows += rows;
+        // Set once per country, from the first area.
+        if (p.processed.empty())
+          p.processed =
+              "Number of operations being processed = " + std::to_string(result->processed);
+      });
+      auto now = std::chrono::steady_clock::now();
+      if (now - last_report > std::chrono::milliseconds(200) ||
+          index == static_cast<int>(areas.size())) {
+        ui.progress(index, static_cast<int>(areas.size()), label);
+        last_report = now;
+      }
+    }
+  } catch (...) {
+    run.control.halted = true;  // stops the generator
+    while (queue.pop()) {
+    }
+    generator.join();
+    throw;
+  }
+  generator.join();
+  if (failure) std::rethrow_exception(failure);
+  if (run.control.halted) return false;
+
+  // update_last_updated_date: the store now remembers what was generated.
+  {
+    Transaction tx(store);
+    Statement set = store.prepare_statement(
+        "UPDATE \"Operations\" SET \"Last_Updated\" = ? WHERE \"Operation ID\" = ?");
+    for (int64_t id : list5) {
+      auto m = run.master_ops.find(id);
+      if (m != run.master_ops.end())
+        set.run(
+            {m->second.last_updated.empty() ? Value() : Value(m->second.last_updated), Value(id)});
+    }
+    tx.commit();
+  }
+  std::vector<int64_t> ids;
+  for (const auto& op : params.operations) ids.push_back(op.id);
+  publish_country_store(ui, target, cc, ids);
+  return true;
+}
+
+}  // namespace
+
+int how_many_need_updating(Ui& ui, int64_t nuts0_id, std::vector<RunOperation>& operations) {
+  Db rvc = Db::open(session().rvc_db_path);
+  auto country = rvc.query("SELECT * FROM \"NUTS0\" WHERE \"NUTS0_ID\" = ?", {Value(nuts0_id)});
+  if (!country.next()) rvc.fail("it has no country " + std::to_string(nuts0_id) + " in NUTS0");
+  std::string cc = country.get("NUTS").as_text();
+  Db master = Db::open(session().ops_db_path);
+  auto master_dates = last_updated_by_operation(master);
+  std::unordered_map<int64_t, std::string> store_dates;
+  if (fs::exists(country_target_path(cc)))
+    store_dates = last_updated_by_operation(Db::open(country_target_path(cc)));
+  int count = 0;
+  std::string latest;
+  for (auto& op : operations) {
+    op.selected = false;
+    std::string m = master_dates.count(op.id) ? master_dates[op.id] : "";
+    if (m > latest) latest = m;
+    std::string s = store_dates.count(op.id) ? store_dates[op.id] : "";
+    if (needs_update(m, s)) {
+      ++count;
+      op.selected = true;
+    }
+  }
+  ui.message_box(std::to_string(count) +
+                     " operations need updating. Most recently updated on: " + latest.substr(0, 10),
+                 "ARVEN Operation Update", MsgButtons::Ok, MsgIcon::Information);
+  return count;
+}
+
+bool process_start2(Ui& ui, const RunParams& params, RunControl& control) {
+  control.halted = false;
+  control.update([&](RunProgress& p) {
+    p = RunProgress();
+    p.running = true;
+    p.country_count = static_cast<int>(params.countries.size());
+  });
+  Session& s = session();
+  bool halted = false;
+  bool ok = true;
+  {
+    PathGuard guard{(s.app_folder / "dbases" / "arven_operations.mdb").string(),
+                    (s.app_folder / "dbases" / "arven_rvcs.mdb").string()};
+    s.ops_db_path = prepro_ops_master_path().string();
+    s.rvc_db_path = prepro_rvcs_master_path().string();
+    try {
+      if (!params.countries.empty()) {
+        ImpactSource source = ImpactSource::load(s.ops_db_path, s.rvc_db_path);
+        Db rvc = Db::open(s.rvc_db_path);
+        RvcTerms terms = RvcTerms::load(rvc);
+        for (int64_t id = 0; id < kRvcFactorCount; ++id)
+          s.rvc_n_factor[static_cast<size_t>(id)] = 0;
+        for (const auto& [id, t] : terms.by_rvc)
+          if (id >= 0 && id < kRvcFactorCount) s.rvc_n_factor[static_cast<size_t>(id)] = t.n_factor;
+        std::unordered_map<int64_t, MasterOperation> master_ops;
+        {
+          Db ops = Db::open(s.ops_db_path);
+          ops.require_table("Operations");
+          auto rows = ops.query("SELECT * FROM \"Operations\"");
+          while (rows.next())
+            master_ops.emplace(rows.get("Operation ID").as_int(),
+                               MasterOperation{rows.get("CORINE Class").as_int(),
+                                               rows.get("Operation_DQ").as_double(),
+                                               rows.get("Last_Updated").as_text()});
+        }
+        ImpactGenerator gen(source);
+        CountryRun run{params, control, source, terms, master_ops};
+        int index = 0;
+        for (int64_t nuts0_id : params.countries) {
+          std::string cc, label;
+          {
+            auto country =
+                rvc.query("SELECT * FROM \"NUTS0\" WHERE \"NUTS0_ID\" = ?", {Value(nuts0_id)});
+            if (!country.next())
+              rvc.fail("it has no country " + std::to_string(nuts0_id) + " in NUTS0");
+            cc = country.get("NUTS").as_text();
+            label = cc + " - " + country.get("NAME").as_text();
+          }
+          ++index;
+          control.update([&](RunProgress& p) {
+            p.country = label;
+            p.country_index = index;
+          });
+          ui.progress(0, 1, label);
+          if (!run_country(ui, run, nuts0_id, cc, gen)) {
+            halted = true;
+            break;
+          }
+        }
+      }
+    } catch (const std::exception& e) {
+      ok = false;
+      ui.message_box(std::string("The pre-processing run stopped: ") + e.what(), "Pre-processing",
+                     MsgButtons::Ok, MsgIcon::Stop);
+    }
+  }
+  control.update([](RunProgress& p) { p.running = false; });
+  ui.progress(0, 0, "");
+  if (!ok) return false;
+  control.halted = true;
+  if (halted)
+    ui.message_box("Processing halted", "Pre-processing", MsgButtons::Ok, MsgIcon::Information);
+  else
+    ui.message_box("Done", "Pre-processing", MsgButtons::Ok, MsgIcon::Information);
+  return true;
+}
+
+}  // namespace arven
