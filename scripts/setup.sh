@@ -69,4 +69,18 @@ if [ ! -f "$masters_stamp" ] || [ "$(cat "$masters_stamp")" != "$want" ]; then
   log "loading the demo master stores"
   "$BUILD/arven-admin" import-masters --app-dir "$APP" --from "$ROOT/data/demo"
   echo "$want" >"$masters_stamp"
+  rm -f "$APP/dbases/.demo-stores"
+fi
+
+# Demo country stores: the admin build's pre-processing run makes and zips
+# them, and each archive is installed as the downloader installs it.
+stores_stamp="$APP/dbases/.demo-stores"
+if [ ! -f "$stores_stamp" ] || [ "$(cat "$stores_stamp")" != "$want" ]; then
+  log "building the demo country stores"
+  "$BUILD/arven-admin" preprocess --app-dir "$APP" --countries DK,IE,LU --level 3 --mode all \
+    | grep -E 'Pre-processing|pairs' || true
+  for cc in DK IE LU; do
+    "$BUILD/arven-downloader" --app-dir "$APP" --install-archive "$APP/dbases/prepro/zipped/arven_db_$cc.zip"
+  done
+  echo "$want" >"$stores_stamp"
 fi
