@@ -1,0 +1,157 @@
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "assessment/assessment_file.h"
+#include "core/registry.h"
+#include "core/session.h"
+#include "engine/explorer_state.h"
+#include "engine/impact_cache.h"
+#include "engine/impact_summaries.h"
+#include "stores/db.h"
+#include "stores/schema.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using arven::Value;
+
+constexpr int kAreas = 400;
+constexpr int kOperations = 100;
+constexpr int kActivities = 40;
+constexpr int kRowsPerArea = 8;
+
+// A Ui that answers Yes and shows nothing.
+class SilentUi : public arven::Ui {
+ public:
+  arven::Answer message_box(const std::string&, const std::string&, arven::MsgButtons,
+                            arven::MsgIcon) override {
+    return arven::Answer::Yes;
+  }
+  std::string file_dialog(const arven::FileDialogRequest&) override { return ""; }
+  void show_modal(const std::string&, int) override {}
+  void show_window(const std::string&) override {}
+  void navigate(const std::string&, const std::string&) override {}
+  void progress(int, int, const std::string&) override {}
+};
+
+// A synthetic country of 400 NUTS3 areas with eight impact rows per area and
+// operation for 100 operations (four plain GHG rows, one sequestration row,
+// two adaptation rows, one production row), and an assessment whose region
+// is every area and which has chosen every operation. Built once per run in
+// the program folder of the session, removed at exit.
+struct Country {
+  fs::path dir = fs::temp_directory_path() / ("arven_bench_regional_" + std::to_string(::getpid()));
+
+  Country() {
+    const std::string code = "SK";
+    const int country = arven::country_index_by_code(code);
+    const fs::path store_path = arven::country_store_path(dir, code);
+    {
+      arven::Db store = arven::create_country_store_base(store_path);
+      arven::Transaction tx(store);
+      for (int a = 1; a <= kActivities; ++a)
+        store.insert("Activities", {"Activity ID", "Activity Name", "Norm_factor"},
+                     {a, "Activity " + std::to_string(a), 1.0 + a % 3});
+      for (int op = 1; op <= kOperations; ++op)
+        store.insert("Operations",
+                     {"Operation ID", "Operation Name", "Scaling up technique", "ST Value",
+                      "TEA_Inc", "TEA_Factor"},
+                     {op, "Operation " + std::to_string(op), 1 + op % 2, op % 2 ? 10.0 : 80.0,
+                      op % 3 == 0 ? 0 : 1, 15.0});
+      const std::vector<std::string> columns = {
+          "NUTS Type ID", "NUTS Code",   "NUTS0_ID",    "NUTS3_ID",        "Average field size",
+          "Operation ID", "Activity ID", "Impact Type", "Impact Category", "Impact value",
+          "Impact area",  "Cseq Years",  "Impact max",  "Data_Quality",    "Refs"};
+      for (int area = 1; area <= kAreas; ++area) {
+        const std::string nuts = code + std::to_string(1000 + area);
+        const double impact_area = 2000.0 + (area * 37) % 5000;
+        const double field = 3.0 + area % 7;
+        for (int op = 1; op <= kOperations; ++op)
+          for (int j = 0; j < kRowsPerArea; ++j) {
+            const int activity = (op * 7 + j) % kActivities + 1;
+            const int type = j < 4 ? 1 : j == 4 ? 2 : j < 7 ? 3 : 4;
+            const double value = 10.0 + ((area * 131 + op * 17 + j * 7) % 900) / 7.0;
+            store.insert(
+                "NUTS3_OPS", columns,
+                {3, nuts, country, area, field, op, activity, type,
+                 type == 3 ? Value(100 + j) : Value(), value, impact_area, type == 2 ? 25.0 : 0.0,
+                 type == 3 ? Value(value * 3) : Value(), 1 + (area + j) % 5,
+                 std::to_string(j + 1) + ", " + std::to_string(j + 2)});
+          }
+      }
+      tx.commit();
+    }
+
+    const fs::path file = dir / "bench.arv";
+    arven::create_assessment_file(file.string());
+    {
+      arven::Db db = arven::Db::open(file);
+      arven::Transaction tx(db);
+      for (int area = 1; area <= kAreas; ++area)
+        db.insert("Regions", {"NUTS0_ID", "NUTS Type ID", "NUTS Code", "NUTS ID", "NUTS AREA"},
+                  {country, 3, code + std::to_string(1000 + area), area, 50.0});
+      for (int op = 1; op <= kOperations; ++op)
+        db.insert("Operations",
+                  {"Operation ID", "Operation Name", "Scaling up technique", "ST Value", "Uptake",
+                   "TEA_Inc", "TEA_Factor"},
+                  {op, "Operation " + std::to_string(op), 1 + op % 2, op % 2 ? 10.0 : 80.0, 50.0,
+                   op % 3 == 0 ? 0 : 1, 15.0});
+      tx.commit();
+    }
+
+    arven::Session& s = arven::session();
+    s.app_folder = dir;
+    s.country_installed[static_cast<size_t>(country)] = 1;
+    s.country_db_path[static_cast<size_t>(country)] = store_path.string();
+    s.ops_db_path = s.rvc_db_path = store_path.string();
+    s.current_file = file.string();
+    arven::reset_explorer_state();
+  }
+  ~Country() { fs::remove_all(dir); }
+};
+
+const Country& country() {
+  static const Country c;
+  return c;
+}
+
+void report_peak_memory(benchmark::State& state) {
+  struct rusage usage {};
+  getrusage(RUSAGE_SELF, &usage);
+  state.counters["peak_MiB"] = static_cast<double>(usage.ru_maxrss) / 1024.0;  // ru_maxrss is KiB
+}
+
+// One operation live over the 400 areas: 400 area queries of 8 rows each,
+// the scaling, the merges and both summaries.
+void BM_operation_impact(benchmark::State& state) {
+  country();
+  SilentUi ui;
+  arven::explorer_state().current_operation_id = 42;
+  for (auto _ : state) {
+    if (arven::operation_impact(ui) != arven::ImpactStatus::done) state.SkipWithError("failed");
+    benchmark::DoNotOptimize(arven::explorer_state().op_total_area);
+  }
+  report_peak_memory(state);
+}
+BENCHMARK(BM_operation_impact)->Unit(benchmark::kMillisecond);
+
+// A recalculation of all 100 chosen operations through recalc_list, each
+// calculated and saved, in one transaction.
+void BM_data_update_100(benchmark::State& state) {
+  country();
+  SilentUi ui;
+  for (auto _ : state) {
+    auto& list = arven::explorer_state().recalc_list;
+    list.clear();
+    for (int op = 1; op <= kOperations; ++op) list.push_back(op);
+    if (arven::data_update(ui) != arven::ImpactStatus::done) state.SkipWithError("failed");
+  }
+  report_peak_memory(state);
+}
+BENCHMARK(BM_data_update_100)->Unit(benchmark::kMillisecond);
+
+}  // namespace

@@ -1,0 +1,112 @@
+#pragma once
+
+// Internal to engine/: the connections and lookups that one command of the
+// impact engine keeps open while it runs, and the steps that the public
+// commands share. Everything here throws; the public commands catch and
+// report.
+
+#include <array>
+#include <cstdint>
+#include <exception>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "core/grid_table.h"
+#include "core/ui.h"
+#include "engine/regional_impact.h"
+#include "stores/db.h"
+
+namespace arven::engine_detail {
+
+// One row of NUTS<k>_OPS, the columns the calculation reads.
+struct OpsRow {
+  int64_t impact_type = 0;
+  double cseq_years = 0;
+  Value activity_id;
+  double impact_value = 0;
+  Value impact_category;
+  Value impact_max;
+  Value data_quality;
+  Value refs;
+  double field_size = 0;
+  double impact_area = 0;
+};
+
+// A CountryStore (or RVC store) opened for the length of a command, with the
+// activity and RVC lookups it answered so far. The store is not written
+// during a command, so an answer once read stays right.
+class StoreCache {
+ public:
+  explicit StoreCache(const std::string& path);
+  ~StoreCache();
+  StoreCache(const StoreCache&) = delete;
+  StoreCache& operator=(const StoreCache&) = delete;
+  Db& db() { return db_; }
+  // The rows of one area and operation at NUTS level k, in table order.
+  std::vector<OpsRow> ops_rows(int level, int64_t area_id, int64_t operation_id);
+  // `Activity Name`, HTML-escaped for the grids; throws when there is no row.
+  const std::string& activity_name(int64_t activity_id);
+  // `Norm_factor` (null is 0); throws when there is no row.
+  double norm_factor(int64_t activity_id);
+  // `Risk statement` of RVC_List, HTML-escaped; throws when there is no row.
+  const std::string& risk_statement(int64_t rvc_id);
+
+ private:
+  Db db_;
+  // The area query of each level, prepared once and rebound per area.
+  std::array<sqlite3_stmt*, 4> ops_queries_{};
+  std::unordered_map<int64_t, std::string> names_;
+  std::unordered_map<int64_t, double> norm_factors_;
+  std::unordered_map<int64_t, std::string> statements_;
+};
+
+// The stores of one command.
+class ImpactContext {
+ public:
+  // The open assessment file (session().current_file).
+  Db& assessment();
+  // The store at a path, opened on first use.
+  StoreCache& store(const std::string& path);
+
+  // Set while a recalculation holds the assessment file in one transaction:
+  // the steps then write inside it and open none of their own.
+  bool in_transaction = false;
+  // The empty-region message is shown once per command.
+  bool no_region_reported = false;
+
+ private:
+  std::optional<Db> assessment_;
+  std::map<std::string, std::unique_ptr<StoreCache>> stores_;
+};
+
+// The path of the CountryStore for a NUTS code; throws ImpactError for a code
+// of fewer than two letters or a country whose store is not installed.
+std::string country_store_for(const std::string& nuts_code);
+
+// read_operation_settings on the command's stores.
+ScalingSettings read_settings(ImpactContext& ctx, int64_t operation_id, bool* in_file);
+
+// get_impact_data_direct_MT's work; throws on any failure, before it has
+// changed the explorer state or the file.
+void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id);
+
+// save_impact_data's work, in one transaction of its own unless the context
+// holds one.
+void save_impact(ImpactContext& ctx, int64_t operation_id);
+
+// Shows a failure of a command to the user.
+void report_failure(Ui& ui, const std::exception& e);
+
+// Stable sort of the data rows on a column: numbers as numbers, other text
+// without regard to case, numbers before text.
+void sort_rows_on(GridTable& table, int column);
+
+// Sets a summary table to its three rows: the horizons in row 0, the two
+// row heads in column 0, the figures empty.
+void reset_summary_table(GridTable& table, const char* total_head, const char* per_ha_head);
+
+}  // namespace arven::engine_detail
