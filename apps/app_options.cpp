@@ -31,7 +31,8 @@ AppOptions parse_app_options(int argc, char** argv) {
         used = 0;
       }
       if (used != v.size() || port < 0 || port > 65535)
-        throw std::invalid_argument("--port needs a number from 0 (any free port) to 65535, not \"" + v + "\"");
+        throw std::invalid_argument(
+            "--port needs a number from 0 (any free port) to 65535, not \"" + v + "\"");
       o.port = port;
       o.port_given = true;
     } else if (a == "--no-browser") {

@@ -1,5 +1,6 @@
 // The admin build: everything of the user build plus data preparation.
-//   arven-admin [--app-dir DIR]                       start-up of the admin build
+//   arven-admin [--app-dir DIR] [--port N] [--no-browser] [--token T]
+//                                                     the admin build's windows
 //   arven-admin import-masters --from DIR [--app-dir DIR]
 //                                                     load master stores from CSV text
 //   arven-admin preprocess --countries DK,IE --level 3 --mode MODE [--operations 1,2,3]
@@ -9,6 +10,7 @@
 #include <iostream>
 
 #include "apps/app_options.h"
+#include "apps/serve_windows.h"
 #include "core/console_ui.h"
 #include "core/registry.h"
 #include "core/session.h"
@@ -16,6 +18,7 @@
 #include "prep/master_import.h"
 #include "prep/packaging.h"
 #include "prep/preprocess.h"
+#include "shell/admin_views.h"
 #include "stores/schema.h"
 
 namespace {
@@ -45,8 +48,11 @@ std::vector<std::string> split_list(const std::string& text) {
 
 // The pre-processing run of the "Data Pre-processor" dialog, from the
 // command line: Copy DBs, the base store when missing, then the run.
-int preprocess(const std::vector<std::string>& args) {
+int preprocess(const arven::AppOptions& options) {
   using namespace arven;
+  const auto& args = options.args;
+  session().admin_mode = 1;
+  session().app_folder = options.app_dir;
   RunParams params;
   std::vector<std::string> codes;
   std::vector<int64_t> chosen;
@@ -141,12 +147,11 @@ int main(int argc, char** argv) {
   } catch (const std::invalid_argument& e) {
     return usage(e.what());
   }
-  session().admin_mode = 1;
-  session().app_folder = options.app_dir;
   const auto& args = options.args;
   try {
     if (!args.empty() && args[0] == "import-masters") {
       if (args.size() != 3 || args[1] != "--from") return usage("import-masters needs --from DIR");
+      session().app_folder = options.app_dir;
       auto dbases = options.app_dir / "dbases";
       import_master_csv(args[2], dbases / "arven_operations.mdb", dbases / "arven_rvcs.mdb");
       std::cout << "Master stores written to " << dbases.string() << "\n";
@@ -154,15 +159,13 @@ int main(int argc, char** argv) {
     }
     if (!args.empty() && args[0] == "preprocess") {
       try {
-        return preprocess(args);
+        return preprocess(options);
       } catch (const std::invalid_argument& e) {
         return usage(e.what());
       }
     }
     if (!args.empty()) return usage("unknown command " + args[0]);
-    ConsoleUi ui(std::cout);
-    Main(ui, {});
-    return 0;
+    return serve_windows(options, 1, "arven-admin", shell::register_admin_windows);
   } catch (const std::exception& e) {
     std::cerr << "arven-admin: " << e.what() << "\n";
     return 1;

@@ -1013,6 +1013,10 @@ void write_operations_store(const std::filesystem::path& path, const Options& o,
       const Rvc& v = s.list[static_cast<size_t>(frng.pick(s.baselines))];
       for (int c = 1; c <= v.max; ++c) keys.push_back({v.id, c});
     }
+    // The factors of one activity share a sign and stay clear of zero, so
+    // an area's per-hectare figure never rounds to nothing while its total
+    // does not (the folding of an activity's rows divides by those figures).
+    const double sign = frng.chance(50) ? 1.0 : -1.0;
     if (a.type == 1) {
       // Activity 4 is always sequestration towards an equilibrium.
       const int mtype = a.id == 4 || frng.chance(30) ? 2 : 1;
@@ -1021,14 +1025,14 @@ void write_operations_store(const std::filesystem::path& path, const Options& o,
         // Sequestration is a negative emission; an equilibrium has the sign
         // of the yearly figure, so that accumulation reaches it.
         const double t = mtype == 2 ? -thousandths(frng.between(100, 3000))
-                                    : nonzero_thousandths(frng, -2500, 2500);
+                                    : sign * thousandths(frng.between(100, 2500));
         const Value eq =
             equilibrium ? Value(t * static_cast<double>(frng.between(10, 60))) : Value();
         mit.row({a.id, rvc, cls, mtype, t, eq, refs(frng), static_cast<int>(frng.between(1, 5))});
       }
     } else {
       for (auto [rvc, cls] : keys)
-        yld.row({a.id, rvc, cls, nonzero_thousandths(frng, -5000, 5000), refs(frng),
+        yld.row({a.id, rvc, cls, sign * thousandths(frng.between(100, 5000)), refs(frng),
                  static_cast<int>(frng.between(1, 5))});
     }
   }

@@ -521,6 +521,13 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
   auto last_report = std::chrono::steady_clock::now() - std::chrono::seconds(1);
   try {
     while (auto result = queue.pop()) {
+      // A halt stops the run after the area being written; areas generated
+      // ahead of the writer are dropped, as if never reached.
+      if (run.control.halted) {
+        while (queue.pop()) {
+        }
+        break;
+      }
       const Area& a = areas[result->area_index];
       Transaction tx(store);
       int64_t rows = 0;

@@ -77,6 +77,17 @@ std::vector<std::string> list_files(const fs::path& folder, const std::string& f
 
 WebUi::WebUi(Worker& worker) : worker_(worker) {}
 
+WebUi::ActiveWindow::ActiveWindow(WebUi& ui, const std::string& window) : ui_(ui) {
+  std::lock_guard lock(ui_.mutex_);
+  previous_ = ui_.active_;
+  ui_.active_ = window;
+}
+
+WebUi::ActiveWindow::~ActiveWindow() {
+  std::lock_guard lock(ui_.mutex_);
+  ui_.active_ = previous_;
+}
+
 void WebUi::register_window(const std::string& name, WindowHandlers handlers) {
   std::lock_guard lock(mutex_);
   windows_[name].handlers = std::move(handlers);
@@ -100,7 +111,16 @@ std::string WebUi::current_window() const {
 WebUi::Answered WebUi::ask(Dialog dialog) {
   std::unique_lock lock(mutex_);
   dialog.id = next_dialog_++;
-  if (dialog.window.empty()) dialog.window = current_window();
+  if (dialog.window.empty()) {
+    // The window whose control asked, when it stands open beside the main
+    // one; otherwise the window on top.
+    auto it = windows_.find(active_);
+    bool beside =
+        it != windows_.end() && it->second.open &&
+        std::find(modal_stack_.begin(), modal_stack_.end(), active_) == modal_stack_.end() &&
+        active_ != "main";
+    dialog.window = beside ? active_ : current_window();
+  }
   int id = dialog.id;
   dialog_ = std::move(dialog);
   answered_.reset();
@@ -197,10 +217,19 @@ void WebUi::run_load(const std::string& window) {
 }
 
 void WebUi::show_window(const std::string& window) {
+  if (!has_window(window)) {
+    message_box("This part of ARVEN is not available in this build yet.", "ARVEN", MsgButtons::Ok,
+                MsgIcon::Information);
+    return;
+  }
   run_load(window);
-  std::lock_guard lock(mutex_);
-  windows_[window].open = true;
-  changed();
+  {
+    std::lock_guard lock(mutex_);
+    windows_[window].open = true;
+    changed();
+  }
+  // A window beside the main one gets a browser window of its own.
+  if (window != "main") open_document("/" + window + "/");
 }
 
 void WebUi::close_window(const std::string& window) {
@@ -218,11 +247,16 @@ void WebUi::navigate(const std::string& window, const std::string& page) {
 }
 
 void WebUi::progress(int value, int max, const std::string& label) {
-  std::lock_guard lock(mutex_);
-  progress_.value = value;
-  progress_.max = max;
-  progress_.label = label;
-  changed();
+  {
+    std::lock_guard lock(mutex_);
+    progress_.value = value;
+    progress_.max = max;
+    progress_.label = label;
+    changed();
+  }
+  // Long work reports progress from inside one event: the windows showing
+  // it are republished now, not when the event ends.
+  refresh_controls();
 }
 
 void WebUi::set_timer(std::function<void()> event) {
@@ -304,7 +338,19 @@ bool WebUi::answer(int id, const std::string& button, const std::string& file_na
   return true;
 }
 
+bool WebUi::run_immediate(const std::string& window, const Params& params) {
+  std::function<bool(const Params&)> immediate;
+  {
+    std::lock_guard lock(mutex_);
+    auto it = windows_.find(window);
+    if (it == windows_.end()) return false;
+    immediate = it->second.handlers.immediate;
+  }
+  return immediate && immediate(params);
+}
+
 void WebUi::post_command(const std::string& window, Params params) {
+  if (run_immediate(window, params)) return;
   worker_.post([this, window, params = std::move(params)] {
     WindowHandlers h;
     {
@@ -313,6 +359,7 @@ void WebUi::post_command(const std::string& window, Params params) {
       if (it == windows_.end()) return;
       h = it->second.handlers;
     }
+    ActiveWindow scope(*this, window);
     if (h.command) h.command(params);
   });
 }
@@ -326,11 +373,13 @@ void WebUi::post_navigation(const std::string& window, const std::string& target
       if (it == windows_.end()) return;
       h = it->second.handlers;
     }
+    ActiveWindow scope(*this, window);
     if (h.navigate) h.navigate(target);
   });
 }
 
 void WebUi::post_close(const std::string& window) {
+  if (run_immediate(window, {{"close", "1"}})) return;
   worker_.post([this, window] {
     WindowHandlers h;
     {

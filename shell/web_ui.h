@@ -32,6 +32,10 @@ struct WindowHandlers {
   std::function<nlohmann::json()> controls;
   // The window is about to be shown: it loads its state.
   std::function<void()> load;
+  // Runs on the server's thread before a command or a close is queued, for
+  // what must get through while the worker is busy (a halt request): true
+  // when it handled the request, which is then not queued.
+  std::function<bool(const Params&)> immediate;
 };
 
 // A question on screen: a message box or a file chooser.
@@ -105,9 +109,21 @@ class WebUi : public Ui {
     std::string button, file_name;
   };
 
+  // Marks the window whose event the worker is handling.
+  class ActiveWindow {
+   public:
+    ActiveWindow(WebUi& ui, const std::string& window);
+    ~ActiveWindow();
+
+   private:
+    WebUi& ui_;
+    std::string previous_;
+  };
+
   Answered ask(Dialog dialog);  // publishes the dialog and waits for its answer
   void changed();               // bump the version (mutex held)
   void run_load(const std::string& window);
+  bool run_immediate(const std::string& window, const Params& params);
   std::string current_window() const;
 
   Worker& worker_;
@@ -122,6 +138,7 @@ class WebUi : public Ui {
   int opened_ = 0;           // documents opened so far
   std::string open_target_;  // the last one
   bool ended_ = false;
+  std::string active_;  // the window whose event is being handled
   struct {
     int value = 0, max = 0;
     std::string label;

@@ -222,6 +222,14 @@
       box.innerHTML = c.html;  // written by the program from escaped text
       tb.appendChild(box);
     }
+    for (const f of c.inputs || []) {
+      const input = el('input', { type: 'text', id: 'input-' + f.id, value: f.value || '',
+        placeholder: f.placeholder || '', 'aria-label': f.label || f.id });
+      const send = () => post('command', { input: f.id, value: input.value });
+      input.addEventListener('keydown', (e) => { if (e.key === 'Enter') { e.preventDefault(); send(); } });
+      input.addEventListener('change', send);
+      tb.appendChild(el('label', { class: 'input' }, [document.createTextNode((f.label || '') + ' '), input]));
+    }
     if (c.lists) tb.appendChild(renderLists(c.lists, c.context_menu));
     if (c.table) tb.appendChild(renderTable(c.table));
     for (const cb of c.checkboxes || []) {
@@ -314,7 +322,7 @@
     printed = s.print;
     if (opened !== null && s.opened.count !== opened && stacked) {
       const t = s.opened.target;
-      window.open(/^https?:/.test(t) ? t : base + t, '_blank');
+      window.open(/^https?:/.test(t) || t.startsWith('/') ? t : base + t, '_blank');
     }
     opened = s.opened.count;
     if (s.nav !== nav) {

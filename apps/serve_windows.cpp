@@ -1,0 +1,52 @@
+#include "apps/serve_windows.h"
+
+#include <iostream>
+#include <thread>
+
+#include "core/main_window.h"
+#include "core/session.h"
+#include "core/startup.h"
+#include "shell/main_views.h"
+#include "shell/regions_view.h"
+#include "shell/server.h"
+#include "shell/worker.h"
+
+namespace arven {
+
+int serve_windows(const AppOptions& options, int admin_mode, const char* program,
+                  const std::function<void(shell::WebUi&)>& register_more) {
+  session().admin_mode = admin_mode;
+  session().app_folder = options.app_dir;
+
+  shell::Worker worker;
+  shell::WebUi ui(worker);
+  shell::register_main_windows(ui);
+  shell::register_regions_window(ui);
+  if (register_more) register_more(ui);
+  worker.after_event = [&ui] { ui.refresh_controls(); };
+  worker.on_failure = [&ui](const std::string& what) { ui.show_failure(what); };
+
+  shell::Server server(ui, options.app_dir,
+                       options.token.empty() ? shell::make_token() : options.token);
+  int port = server.bind(options.port);                        // 0: any free port
+  if (port < 0 && !options.port_given) port = server.bind(0);  // the default port is taken
+  if (port < 0) {
+    std::cerr << program << ": port " << options.port << " on 127.0.0.1 is not free\n";
+    return 1;
+  }
+  ui.on_quit = [&server] { server.stop(); };
+  worker.start();
+  StartupHooks hooks;
+  hooks.main_window_init = main_window_init;
+  hooks.build_main_page = build_main_page;
+  worker.post([&ui, hooks] { Main(ui, hooks); });
+
+  std::string url = "http://127.0.0.1:" + std::to_string(port) + "/?token=" + server.token();
+  std::cout << "ARVEN listening on " << url << std::endl;
+  if (!options.no_browser) std::thread([url] { shell_open("Open", url); }).detach();
+  server.listen();
+  worker.stop();
+  return 0;
+}
+
+}  // namespace arven

@@ -1,0 +1,129 @@
+#include "prep/prepro_dialog.h"
+
+#include "core/session.h"
+#include "prep/packaging.h"
+#include "stores/db.h"
+
+namespace arven {
+
+namespace {
+
+// Runs a button's work, turning a store failure into a message.
+template <typename F>
+void reported(Ui& ui, F&& work) {
+  try {
+    work();
+  } catch (const std::exception& e) {
+    ui.message_box(e.what(), "Data Pre-processor", MsgButtons::Ok, MsgIcon::Exclamation);
+  }
+}
+
+int first_selected_country() {
+  auto& d = prepro_dialog();
+  for (size_t i = 0; i < d.countries.size(); ++i)
+    if (d.country_selected[i]) return static_cast<int>(i);
+  return -1;
+}
+
+}  // namespace
+
+PreproDialogState& prepro_dialog() {
+  static PreproDialogState s;
+  return s;
+}
+
+void prepro_dialog_load(Ui& ui) {
+  auto& d = prepro_dialog();
+  reported(ui, [&] {
+    d.countries = prepro_country_list();
+    d.country_selected.assign(d.countries.size(), false);
+  });
+  prepro_search(ui, d.search);
+}
+
+void prepro_search(Ui& ui, const std::string& text) {
+  auto& d = prepro_dialog();
+  d.search = text;
+  reported(ui, [&] {
+    d.operations.clear();
+    for (const auto& item : prepro_operation_search(text))
+      d.operations.push_back({item.data, item.text, false});
+  });
+}
+
+void prepro_toggle_country(int index) {
+  auto& d = prepro_dialog();
+  if (index >= 0 && index < static_cast<int>(d.countries.size()))
+    d.country_selected[static_cast<size_t>(index)] =
+        !d.country_selected[static_cast<size_t>(index)];
+}
+
+void prepro_toggle_operation(int index) {
+  auto& d = prepro_dialog();
+  if (index >= 0 && index < static_cast<int>(d.operations.size()))
+    d.operations[static_cast<size_t>(index)].selected =
+        !d.operations[static_cast<size_t>(index)].selected;
+}
+
+void prepro_select_all_operations(bool selected) {
+  for (auto& op : prepro_dialog().operations) op.selected = selected;
+}
+
+void prepro_start(Ui& ui) {
+  auto& d = prepro_dialog();
+  if (d.control.snapshot().running) return;
+  RunParams params;
+  for (size_t i = 0; i < d.countries.size(); ++i)
+    if (d.country_selected[i]) params.countries.push_back(d.countries[i].data);
+  params.level = d.level;
+  params.mode = d.mode;
+  params.operations = d.operations;
+  params.existing_db = d.existing_db;
+  params.dq_refs = d.dq_refs;
+  process_start2(ui, params, d.control);
+}
+
+void prepro_halt() {
+  prepro_dialog().control.halted = true;
+}
+
+void prepro_how_many(Ui& ui) {
+  auto& d = prepro_dialog();
+  int i = first_selected_country();
+  if (i < 0) {
+    ui.message_box("Please select a country first.", "ARVEN Operation Update", MsgButtons::Ok,
+                   MsgIcon::Information);
+    return;
+  }
+  reported(ui, [&] {
+    how_many_need_updating(ui, d.countries[static_cast<size_t>(i)].data, d.operations);
+  });
+}
+
+void prepro_copy_dbs(Ui& ui) {
+  reported(ui, [&] {
+    copy_dbs();
+    ui.message_box("Done", "Copy DBs", MsgButtons::Ok, MsgIcon::Information);
+  });
+}
+
+void prepro_new_basefile(Ui& ui) {
+  reported(ui, [&] {
+    new_basefile();
+    ui.message_box("Done", "New Basefile", MsgButtons::Ok, MsgIcon::Information);
+  });
+}
+
+std::string prepro_region_counts() {
+  int i = first_selected_country();
+  if (i < 0) return "";
+  try {
+    auto n = num_nuts(prepro_dialog().countries[static_cast<size_t>(i)].data);
+    return "No. regions: NUTS1 " + std::to_string(n[0]) + ", NUTS2 " + std::to_string(n[1]) +
+           ", NUTS3 " + std::to_string(n[2]);
+  } catch (const std::exception&) {
+    return "";
+  }
+}
+
+}  // namespace arven

@@ -1,0 +1,151 @@
+#include "shell/admin_views.h"
+
+#include "prep/prepro_dialog.h"
+#include "reports/page_kit.h"
+
+namespace arven::shell {
+
+using nlohmann::json;
+
+namespace {
+
+int to_int(const Params& p, const std::string& key, int fallback = -1) {
+  auto it = p.find(key);
+  if (it == p.end()) return fallback;
+  try {
+    return std::stoi(it->second);
+  } catch (const std::exception&) {
+    return fallback;
+  }
+}
+
+std::string param(const Params& p, const std::string& key) {
+  auto it = p.find(key);
+  return it == p.end() ? "" : it->second;
+}
+
+json list_json(const std::string& id, const std::string& label,
+               const std::vector<std::pair<std::string, bool>>& items) {
+  json out = json::array();
+  for (const auto& [text, selected] : items)
+    out.push_back({{"text", text}, {"selected", selected}});
+  return {{"id", id}, {"label", label}, {"items", out}};
+}
+
+std::string progress_line(const std::string& label, int value, int max) {
+  return "<p>" + html_escape(label) + "</p><progress value=\"" + std::to_string(value) +
+         "\" max=\"" + std::to_string(max > 0 ? max : 1) + "\"></progress>";
+}
+
+json prepro_controls() {
+  auto& d = prepro_dialog();
+  RunProgress p = d.control.snapshot();
+  json c = {{"title", "Data Pre-processor"}, {"no_page", true}, {"fill", true}};
+  if (p.running) {
+    // The progress panel: country, area and operation, and the halt button.
+    c["html"] = "<div class=\"run-progress\">" +
+                progress_line("Country " + std::to_string(p.country_index) + " of " +
+                                  std::to_string(p.country_count) + ": " + p.country,
+                              p.country_index, p.country_count) +
+                progress_line(p.area, p.area_index, p.area_count) +
+                progress_line(p.operation, p.operation_index, p.operation_count) + "<p>" +
+                html_escape(p.processed) +
+                "</p><p>Area-operation pairs: " + std::to_string(p.pairs) +
+                ", rows written: " + std::to_string(p.rows) + "</p></div>";
+    c["buttons"] = {{{"id", "halt"}, {"text", "Halt"}}};
+    return c;
+  }
+  std::vector<std::pair<std::string, bool>> countries, levels, modes, ops;
+  for (size_t i = 0; i < d.countries.size(); ++i)
+    countries.push_back({d.countries[i].text, d.country_selected[i]});
+  for (int k = 0; k <= 3; ++k) levels.push_back({std::to_string(k), d.level == k});
+  for (size_t i = 0; i < run_mode_texts().size(); ++i)
+    modes.push_back({run_mode_texts()[i], static_cast<int>(d.mode) == static_cast<int>(i)});
+  int selected = 0;
+  for (const auto& op : d.operations) {
+    ops.push_back({std::to_string(op.id) + " - " + op.name, op.selected});
+    selected += op.selected ? 1 : 0;
+  }
+  c["html"] = "<p>" + html_escape(prepro_region_counts()) + "</p><p>" +
+              std::to_string(d.operations.size()) + " operations with activity deltas, " +
+              std::to_string(selected) + " selected.</p>";
+  c["lists"] = {list_json("countries", "Countries", countries),
+                list_json("level", "NUTS Level:", levels), list_json("mode", "Run mode", modes),
+                list_json("operations", "Operations", ops)};
+  c["inputs"] = {{{"id", "search"},
+                  {"label", "Search operations:"},
+                  {"value", d.search},
+                  {"placeholder", "Search..."}}};
+  c["checkboxes"] = {{{"id", "existing"}, {"text", "Existing DB"}, {"checked", d.existing_db}},
+                     {{"id", "dqrefs"}, {"text", "DQ and Refs"}, {"checked", d.dq_refs}}};
+  c["buttons"] = {{{"id", "start"}, {"text", "Start"}},
+                  {{"id", "all"}, {"text", "Select all operations"}},
+                  {{"id", "none"}, {"text", "Clear selection"}},
+                  {{"id", "howmany"}, {"text", "How many need updating?"}},
+                  {{"id", "copydbs"}, {"text", "Copy DBs"}},
+                  {{"id", "basefile"}, {"text", "New Basefile"}}};
+  return c;
+}
+
+}  // namespace
+
+void register_admin_windows(WebUi& ui) {
+  WindowHandlers console;
+  console.controls = [] {
+    return json{{"title", "ARVEN Admin Console"},
+                {"no_page", true},
+                {"html",
+                 "<p>Data preparation for the country stores: fill each store from the master "
+                 "stores, generate the impact rows of every operation for every NUTS area, "
+                 "stamp the version and publish the archive.</p>"},
+                {"buttons", {{{"id", "prepro"}, {"text", "Data Pre-processor"}}}}};
+  };
+  console.command = [&ui](const Params& p) {
+    if (param(p, "button") == "prepro") ui.show_window("admin/prepro");
+  };
+  ui.register_window("admin", console);
+
+  WindowHandlers prepro;
+  prepro.load = [&ui] { prepro_dialog_load(ui); };
+  prepro.controls = prepro_controls;
+  prepro.immediate = [](const Params& p) {
+    // The halt, and a close while a run goes on, must reach the run at once.
+    bool running = prepro_dialog().control.snapshot().running;
+    if (param(p, "button") == "halt" || (running && p.count("close"))) {
+      prepro_halt();
+      return true;
+    }
+    return false;
+  };
+  prepro.command = [&ui](const Params& p) {
+    auto& d = prepro_dialog();
+    std::string button = param(p, "button");
+    if (p.count("list")) {
+      std::string list = param(p, "list");
+      int index = to_int(p, "index");
+      if (list == "countries") prepro_toggle_country(index);
+      if (list == "operations") prepro_toggle_operation(index);
+      if (list == "level" && index >= 0 && index <= 3) d.level = index;
+      if (list == "mode" && index >= 0 && index < 6) d.mode = static_cast<RunMode>(index);
+    } else if (p.count("input")) {
+      prepro_search(ui, param(p, "value"));
+    } else if (p.count("check")) {
+      bool on = param(p, "value") == "1";
+      if (param(p, "check") == "existing") d.existing_db = on;
+      if (param(p, "check") == "dqrefs") d.dq_refs = on;
+    } else if (button == "start") {
+      prepro_start(ui);
+    } else if (button == "all" || button == "none") {
+      prepro_select_all_operations(button == "all");
+    } else if (button == "howmany") {
+      prepro_how_many(ui);
+    } else if (button == "copydbs") {
+      prepro_copy_dbs(ui);
+    } else if (button == "basefile") {
+      prepro_new_basefile(ui);
+    }
+  };
+  ui.register_window("admin/prepro", prepro);
+}
+
+}  // namespace arven::shell
