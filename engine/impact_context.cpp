@@ -1,7 +1,5 @@
 #include "engine/impact_context.h"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <cctype>
 #include <string_view>
@@ -31,22 +29,6 @@ Value lookup(Db& db, std::string_view table, std::string_view field, std::string
   return rows.get(0);
 }
 
-// A column of the current row of a statement, as the store layer reads it.
-Value column_value(sqlite3_stmt* st, int i) {
-  switch (sqlite3_column_type(st, i)) {
-    case SQLITE_NULL:
-      return Value();
-    case SQLITE_INTEGER:
-      return Value(static_cast<int64_t>(sqlite3_column_int64(st, i)));
-    case SQLITE_FLOAT:
-      return Value(sqlite3_column_double(st, i));
-    default: {
-      auto* p = reinterpret_cast<const char*>(sqlite3_column_text(st, i));
-      return Value(std::string(p ? p : "", static_cast<size_t>(sqlite3_column_bytes(st, i))));
-    }
-  }
-}
-
 }  // namespace
 
 StoreCache::StoreCache(const std::string& path) : db_(Db::open(path)) {
@@ -56,46 +38,41 @@ StoreCache::StoreCache(const std::string& path) : db_(Db::open(path)) {
 }
 
 StoreCache::~StoreCache() {
-  for (sqlite3_stmt* st : ops_queries_) sqlite3_finalize(st);
-  sqlite3_exec(db_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+  ops_queries_ = {};  // statements go before the read transaction ends
+  try {
+    db_.exec_script("ROLLBACK");
+  } catch (const StoreError&) {
+  }
 }
 
 std::vector<OpsRow> StoreCache::ops_rows(int level, int64_t area_id, int64_t operation_id) {
   if (level < 0 || level > 3) db_.fail("there is no NUTS level " + std::to_string(level));
-  sqlite3_stmt*& st = ops_queries_[static_cast<size_t>(level)];
+  auto& st = ops_queries_[static_cast<size_t>(level)];
   if (!st) {
     // Served by the index on (NUTS<k>_ID, Operation ID), in table order.
-    const std::string sql =
+    st = std::make_unique<Statement>(db_.prepare_statement(
         "SELECT \"Impact Type\", \"Cseq Years\", \"Activity ID\", \"Impact value\", "
         "\"Impact Category\", \"Impact max\", \"Data_Quality\", \"Refs\", "
         "\"Average field size\", \"Impact area\" FROM " +
         quote_name("NUTS" + std::to_string(level) + "_OPS") + " WHERE " +
-        quote_name(nuts_id_column(level)) + " = ?1 AND \"Operation ID\" = ?2 ORDER BY rowid";
-    if (sqlite3_prepare_v3(db_.handle(), sql.c_str(), static_cast<int>(sql.size()),
-                           SQLITE_PREPARE_PERSISTENT, &st, nullptr) != SQLITE_OK)
-      db_.fail(sqlite3_errmsg(db_.handle()));
+        quote_name(nuts_id_column(level)) + " = ? AND \"Operation ID\" = ? ORDER BY rowid"));
   }
-  sqlite3_reset(st);
-  sqlite3_bind_int64(st, 1, area_id);
-  sqlite3_bind_int64(st, 2, operation_id);
+  Rows& rows = st->query({Value(area_id), Value(operation_id)});
   std::vector<OpsRow> out;
-  int rc;
-  while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+  while (rows.next()) {
     OpsRow r;
-    r.impact_type = column_value(st, 0).as_int();
-    r.cseq_years = column_value(st, 1).as_double();
-    r.activity_id = column_value(st, 2);
-    r.impact_value = column_value(st, 3).as_double();
-    r.impact_category = column_value(st, 4);
-    r.impact_max = column_value(st, 5);
-    r.data_quality = column_value(st, 6);
-    r.refs = column_value(st, 7);
-    r.field_size = column_value(st, 8).as_double();
-    r.impact_area = column_value(st, 9).as_double();
+    r.impact_type = rows.get(0).as_int();
+    r.cseq_years = rows.get(1).as_double();
+    r.activity_id = rows.get(2);
+    r.impact_value = rows.get(3).as_double();
+    r.impact_category = rows.get(4);
+    r.impact_max = rows.get(5);
+    r.data_quality = rows.get(6);
+    r.refs = rows.get(7);
+    r.field_size = rows.get(8).as_double();
+    r.impact_area = rows.get(9).as_double();
     out.push_back(std::move(r));
   }
-  if (rc != SQLITE_DONE) db_.fail(sqlite3_errmsg(db_.handle()));
-  sqlite3_reset(st);
   return out;
 }
 

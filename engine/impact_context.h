@@ -58,7 +58,7 @@ class StoreCache {
  private:
   Db db_;
   // The area query of each level, prepared once and rebound per area.
-  std::array<sqlite3_stmt*, 4> ops_queries_{};
+  std::array<std::unique_ptr<Statement>, 4> ops_queries_{};
   std::unordered_map<int64_t, std::string> names_;
   std::unordered_map<int64_t, double> norm_factors_;
   std::unordered_map<int64_t, std::string> statements_;

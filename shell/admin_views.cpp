@@ -9,21 +9,6 @@ using nlohmann::json;
 
 namespace {
 
-int to_int(const Params& p, const std::string& key, int fallback = -1) {
-  auto it = p.find(key);
-  if (it == p.end()) return fallback;
-  try {
-    return std::stoi(it->second);
-  } catch (const std::exception&) {
-    return fallback;
-  }
-}
-
-std::string param(const Params& p, const std::string& key) {
-  auto it = p.find(key);
-  return it == p.end() ? "" : it->second;
-}
-
 json list_json(const std::string& id, const std::string& label,
                const std::vector<std::pair<std::string, bool>>& items) {
   json out = json::array();
@@ -101,7 +86,7 @@ void register_admin_windows(WebUi& ui) {
                 {"buttons", {{{"id", "prepro"}, {"text", "Data Pre-processor"}}}}};
   };
   console.command = [&ui](const Params& p) {
-    if (param(p, "button") == "prepro") ui.show_window("admin/prepro");
+    if (param_text(p, "button") == "prepro") ui.show_window("admin/prepro");
   };
   ui.register_window("admin", console);
 
@@ -111,7 +96,7 @@ void register_admin_windows(WebUi& ui) {
   prepro.immediate = [](const Params& p) {
     // The halt, and a close while a run goes on, must reach the run at once.
     bool running = prepro_dialog().control.snapshot().running;
-    if (param(p, "button") == "halt" || (running && p.count("close"))) {
+    if (param_text(p, "button") == "halt" || (running && p.count("close"))) {
       prepro_halt();
       return true;
     }
@@ -119,20 +104,20 @@ void register_admin_windows(WebUi& ui) {
   };
   prepro.command = [&ui](const Params& p) {
     auto& d = prepro_dialog();
-    std::string button = param(p, "button");
+    std::string button = param_text(p, "button");
     if (p.count("list")) {
-      std::string list = param(p, "list");
-      int index = to_int(p, "index");
+      std::string list = param_text(p, "list");
+      int index = param_int(p, "index", -1);
       if (list == "countries") prepro_toggle_country(index);
       if (list == "operations") prepro_toggle_operation(index);
       if (list == "level" && index >= 0 && index <= 3) d.level = index;
       if (list == "mode" && index >= 0 && index < 6) d.mode = static_cast<RunMode>(index);
     } else if (p.count("input")) {
-      prepro_search(ui, param(p, "value"));
+      prepro_search(ui, param_text(p, "value"));
     } else if (p.count("check")) {
-      bool on = param(p, "value") == "1";
-      if (param(p, "check") == "existing") d.existing_db = on;
-      if (param(p, "check") == "dqrefs") d.dq_refs = on;
+      bool on = param_text(p, "value") == "1";
+      if (param_text(p, "check") == "existing") d.existing_db = on;
+      if (param_text(p, "check") == "dqrefs") d.dq_refs = on;
     } else if (button == "start") {
       prepro_start(ui);
     } else if (button == "all" || button == "none") {

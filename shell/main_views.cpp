@@ -51,16 +51,6 @@ json main_controls() {
           {"busy_pointer", w.busy_pointer}};
 }
 
-int to_int(const Params& p, const std::string& key) {
-  auto it = p.find(key);
-  if (it == p.end()) return 0;
-  try {
-    return std::stoi(it->second);
-  } catch (const std::exception&) {
-    return 0;
-  }
-}
-
 }  // namespace
 
 void register_main_windows(WebUi& ui) {
@@ -70,9 +60,9 @@ void register_main_windows(WebUi& ui) {
     if (p.count("menu")) {
       menu_command(ui, p.at("menu"));
     } else if (p.count("panel")) {
-      panel_click(to_int(p, "panel"));
+      panel_click(param_int(p, "panel", 0));
     } else if (p.count("group")) {
-      int group = to_int(p, "group"), tool = to_int(p, "tool");
+      int group = param_int(p, "group", 0), tool = param_int(p, "tool", 0);
       // A disabled item produces nothing, not even a message.
       if (PanelItem* item = panel_item(group, tool); item && item->enabled)
         fireexe(ui, group, tool);
@@ -102,7 +92,7 @@ void register_main_windows(WebUi& ui) {
   };
   about.command = [&ui](const Params& p) {
     if (p.count("check") && p.at("check") == "ShowSplash")
-      about_box().show_splash = to_int(p, "value") == 1;
+      about_box().show_splash = param_int(p, "value", 0) == 1;
     else if (p.count("button") && p.at("button") == "ok")
       about_box_close(ui);
   };

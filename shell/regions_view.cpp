@@ -11,16 +11,6 @@ namespace {
 
 const char* const kListLabels[] = {"Country (NUTS 0)", "NUTS 1", "NUTS 2", "NUTS 3"};
 
-int to_int(const Params& p, const std::string& key, int fallback) {
-  auto it = p.find(key);
-  if (it == p.end()) return fallback;
-  try {
-    return std::stoi(it->second);
-  } catch (const std::exception&) {
-    return fallback;
-  }
-}
-
 json regions_controls() {
   const RegionsState& st = regions();
   json toolbar = json::array();
@@ -82,7 +72,7 @@ void register_regions_window(WebUi& ui) {
     } else if (p.count("menu")) {
       regions_menu_command(ui, p.at("menu"));
     } else if (p.count("list")) {
-      int level = to_int(p, "list", -1), index = to_int(p, "index", -1);
+      int level = param_int(p, "list", -1), index = param_int(p, "index", -1);
       std::string event = p.count("event") ? p.at("event") : "click";
       if (event == "dblclick")
         list_double_click(ui, level, index);
@@ -91,7 +81,7 @@ void register_regions_window(WebUi& ui) {
       else
         list_click(level, index);
     } else if (p.count("table")) {
-      select_region_row(to_int(p, "row", -1) + 1);
+      select_region_row(param_int(p, "row", -1) + 1);
     }
   };
   h.navigate = [&ui](const std::string& target) { regions_navigation(ui, target); };

@@ -58,6 +58,23 @@ bool plain_file_name(const std::string& name) {
 
 }  // namespace
 
+std::string param_text(const Params& params, const std::string& key) {
+  auto it = params.find(key);
+  return it == params.end() ? "" : it->second;
+}
+
+int param_int(const Params& params, const std::string& key, int fallback) {
+  auto it = params.find(key);
+  if (it == params.end()) return fallback;
+  try {
+    size_t used = 0;
+    int v = std::stoi(it->second, &used);
+    return used == it->second.size() ? v : fallback;
+  } catch (const std::exception&) {
+    return fallback;
+  }
+}
+
 std::vector<std::string> list_files(const fs::path& folder, const std::string& filter) {
   std::string ext = filter.size() > 1 && filter[0] == '*' ? filter.substr(1) : "";
   std::vector<std::string> out;
@@ -349,9 +366,8 @@ bool WebUi::run_immediate(const std::string& window, const Params& params) {
   return immediate && immediate(params);
 }
 
-void WebUi::post_command(const std::string& window, Params params) {
-  if (run_immediate(window, params)) return;
-  worker_.post([this, window, params = std::move(params)] {
+void WebUi::post_to(const std::string& window, std::function<void(const WindowHandlers&)> event) {
+  worker_.post([this, window, event = std::move(event)] {
     WindowHandlers h;
     {
       std::lock_guard lock(mutex_);
@@ -360,20 +376,19 @@ void WebUi::post_command(const std::string& window, Params params) {
       h = it->second.handlers;
     }
     ActiveWindow scope(*this, window);
+    event(h);
+  });
+}
+
+void WebUi::post_command(const std::string& window, Params params) {
+  if (run_immediate(window, params)) return;
+  post_to(window, [params = std::move(params)](const WindowHandlers& h) {
     if (h.command) h.command(params);
   });
 }
 
 void WebUi::post_navigation(const std::string& window, const std::string& target) {
-  worker_.post([this, window, target] {
-    WindowHandlers h;
-    {
-      std::lock_guard lock(mutex_);
-      auto it = windows_.find(window);
-      if (it == windows_.end()) return;
-      h = it->second.handlers;
-    }
-    ActiveWindow scope(*this, window);
+  post_to(window, [target](const WindowHandlers& h) {
     if (h.navigate) h.navigate(target);
   });
 }

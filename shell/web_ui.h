@@ -19,6 +19,11 @@ namespace arven::shell {
 
 using Params = std::map<std::string, std::string>;
 
+// A request field as text ("" when absent) or as a whole number (the
+// fallback when absent or not a number).
+std::string param_text(const Params& params, const std::string& key);
+int param_int(const Params& params, const std::string& key, int fallback);
+
 // What a window does with the person's actions. Every handler runs on the
 // worker thread.
 struct WindowHandlers {
@@ -124,6 +129,8 @@ class WebUi : public Ui {
   void changed();               // bump the version (mutex held)
   void run_load(const std::string& window);
   bool run_immediate(const std::string& window, const Params& params);
+  // Queues an event that runs with the window's handlers, as its window.
+  void post_to(const std::string& window, std::function<void(const WindowHandlers&)> event);
   std::string current_window() const;
 
   Worker& worker_;
