@@ -146,15 +146,17 @@ std::optional<double> parse_number(std::string_view text) {
   auto b = text.find_first_not_of(" \t\r\n");
   if (b == std::string_view::npos) return std::nullopt;
   auto e = text.find_last_not_of(" \t\r\n");
-  std::string t(text.substr(b, e - b + 1));
+  std::string_view t = text.substr(b, e - b + 1);
+  std::string replaced;
   const std::string& sep = decimal_separator();
-  if (sep != ".") {
-    auto p = t.find(sep);
-    if (p != std::string::npos) t.replace(p, sep.size(), ".");
+  if (sep != "." && t.find(sep) != std::string_view::npos) {
+    replaced = std::string(t);
+    replaced.replace(replaced.find(sep), sep.size(), ".");
+    t = replaced;
   }
-  if (!t.empty() && t[0] == '+') t.erase(0, 1);
-  if (t.empty() || t.find_first_of("0123456789") == std::string::npos) return std::nullopt;
-  if (t.find_first_of("nNiI") != std::string::npos) return std::nullopt;  // no inf/nan
+  if (!t.empty() && t[0] == '+') t.remove_prefix(1);
+  if (t.empty() || t.find_first_of("0123456789") == std::string_view::npos) return std::nullopt;
+  if (t.find_first_of("nNiI") != std::string_view::npos) return std::nullopt;  // no inf/nan
   double v = 0;
   auto res = std::from_chars(t.data(), t.data() + t.size(), v);
   if (res.ec != std::errc() || res.ptr != t.data() + t.size()) return std::nullopt;

@@ -174,9 +174,14 @@ struct Area {
 };
 
 // The stored rows of one operation in one area.
+// The result tables of one operation in one area, as the generator left
+// them; the writer turns them into rows, so the two threads share the work.
 struct OperationRows {
   int64_t operation_id = 0;
-  std::vector<std::vector<Value>> rows;
+  bool had_rows = false;  // whether the store held rows of it before the run
+  double impact_area = 0;
+  double operation_dq = 0;
+  GridTable mitigation, adaptation, yield;
 };
 
 struct AreaResult {
@@ -212,9 +217,10 @@ Value data_quality(const std::string& cell, double operation_dq) {
 
 // The rows that save_to_datapp_db stores for one operation in one area,
 // from the generator's three tables.
-std::vector<std::vector<Value>> datapp_rows(const ImpactGenerator& gen, const Area& a,
-                                            int64_t operation_id, double impact_area,
-                                            double operation_dq, const RvcTerms& rvc) {
+std::vector<std::vector<Value>> datapp_rows(const OperationRows& op, const Area& a,
+                                            const RvcTerms& rvc) {
+  const int64_t operation_id = op.operation_id;
+  const double impact_area = op.impact_area, operation_dq = op.operation_dq;
   std::vector<std::vector<Value>> out;
   auto base = [&](const std::string& activity) {
     std::vector<Value> r(ops_columns().size());
@@ -231,7 +237,7 @@ std::vector<std::vector<Value>> datapp_rows(const ImpactGenerator& gen, const Ar
     r[15] = Value(impact_area);
     return r;
   };
-  const GridTable& m = gen.mitigation_rows();
+  const GridTable& m = op.mitigation;
   for (int i = 1; i < m.rows(); ++i) {
     auto r = base(m.cell(i, 0));
     double cseq = cell_or_zero(m.cell(i, 4));
@@ -244,7 +250,7 @@ std::vector<std::vector<Value>> datapp_rows(const ImpactGenerator& gen, const Ar
     r[19] = Value(m.cell(i, 6));
     out.push_back(std::move(r));
   }
-  const GridTable& ad = gen.adaptation_rows();
+  const GridTable& ad = op.adaptation;
   for (int i = 1; i < ad.rows(); ++i) {
     auto r = base(ad.cell(i, 0));
     int64_t category = static_cast<int64_t>(round_half_even(cell_or_zero(ad.cell(i, 2)), 0));
@@ -257,7 +263,7 @@ std::vector<std::vector<Value>> datapp_rows(const ImpactGenerator& gen, const Ar
     r[19] = Value(ad.cell(i, 6));
     out.push_back(std::move(r));
   }
-  const GridTable& y = gen.yield_rows();
+  const GridTable& y = op.yield;
   for (int i = 1; i < y.rows(); ++i) {
     auto r = base(y.cell(i, 0));
     r[12] = Value(4);
@@ -293,11 +299,14 @@ struct OpsWriter {
   }
 
   // save_to_datapp_db: replaces the rows of one operation in one area.
-  int64_t save_to_datapp_db(const Area& a, const OperationRows& op) {
+  int64_t save_to_datapp_db(const Area& a, const OperationRows& op, const RvcTerms& rvc) {
     auto k = static_cast<size_t>(a.level);
-    remove[k].run({Value(a.id()), Value(op.operation_id)});
-    for (const auto& row : op.rows) insert[k].run(row);
-    return static_cast<int64_t>(op.rows.size());
+    // A pair that had no rows when the country started has none to delete:
+    // the run writes each area once.
+    if (op.had_rows) remove[k].run({Value(a.id()), Value(op.operation_id)});
+    auto rows = datapp_rows(op, a, rvc);
+    for (const auto& row : rows) insert[k].run(row);
+    return static_cast<int64_t>(rows.size());
   }
 };
 
@@ -472,8 +481,9 @@ void generate_country(const CountryRun& run, const std::vector<Area>& areas,
           }
           impact_area = (p / 100) * (a.sqkm * 100);
         }
-        result.operations.push_back(
-            {op.id, datapp_rows(gen, a, op.id, impact_area, m->second.operation_dq, run.terms)});
+        result.operations.push_back({op.id, has_rows, impact_area, m->second.operation_dq,
+                                     gen.mitigation_rows(), gen.adaptation_rows(),
+                                     gen.yield_rows()});
         ++result.processed;
       }
       out.push(std::move(result));
@@ -532,7 +542,7 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
       Transaction tx(store);
       int64_t rows = 0;
       for (const auto& op : result->operations) {
-        rows += writer.save_to_datapp_db(a, op);
+        rows += writer.save_to_datapp_db(a, op, run.terms);
         // List5 compares ids as 32-bit floats, as the list holds text.
         list5.insert(static_cast<int64_t>(static_cast<float>(op.operation_id)));
       }
