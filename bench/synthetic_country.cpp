@@ -1,5 +1,7 @@
 #include "bench/synthetic_country.h"
 
+#include "core/lookups.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -301,16 +303,6 @@ struct Rvc {
 constexpr int kReservedRvc = 19;  // factor rows with this RVC take theirs from elsewhere
 constexpr int kImpactAreas = 10;
 
-const std::vector<std::string> kCorineNames = {"Cropland",
-                                               "Lowland Grassland",
-                                               "Upland Grassland",
-                                               "Woodland",
-                                               "Lowland Moorland and Heathland",
-                                               "Upland Moorland and Heathland",
-                                               "Scrubland",
-                                               "Dunes",
-                                               "Marshland"};
-
 struct RvcSet {
   std::vector<Rvc> list;
   std::vector<int> impacts, baselines, combos;         // indexes into list
@@ -386,7 +378,7 @@ RvcSet make_rvcs(const Options& o) {
     Rvc v;
     v.type = 5;
     v.corine = c;
-    v.name = "CORINE " + kCorineNames[static_cast<size_t>(c - 1)];
+    v.name = "CORINE " + corine_class_name(c);
     add(v, "CL", c);
   }
   // Children: distinct (parent, land class) pairs, the common classes first.
@@ -402,7 +394,7 @@ RvcSet make_rvcs(const Options& o) {
     v.type = v.type == 1 ? 6 : 7;
     v.parent = p;
     v.corine = c;
-    v.name += " on " + kCorineNames[static_cast<size_t>(c - 1)];
+    v.name += " on " + corine_class_name(c);
     v.impact_area = 0;
     add(v, "CC", i + 1);
   }

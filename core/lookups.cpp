@@ -174,9 +174,13 @@ Value operation_field(int64_t operation_id, int selector) {
   if (selector == 1) return v;
   if (selector <= 7) return v.is_empty() ? Value(0) : v;
   if (v.is_empty()) return Value(kCorineClasses[0]);
-  int64_t corine = v.as_int();
-  if (corine < 0 || corine > 9) return Value();
-  return Value(kCorineClasses[static_cast<size_t>(corine)]);
+  std::string name = corine_class_name(v.as_int());
+  return name.empty() ? Value() : Value(name);
+}
+
+std::string corine_class_name(int64_t corine_class) {
+  if (corine_class < 0 || corine_class > 9) return "";
+  return kCorineClasses[static_cast<size_t>(corine_class)];
 }
 
 Value operation_type_name(int64_t operation_type_id) {
@@ -222,17 +226,12 @@ Value new_measure_eu_id(int64_t measure_id) {
 }
 
 void fill_operations_like(std::vector<ListItem>& list, std::string_view text) {
-  std::string escaped;
-  for (char c : text) {
-    if (c == '\\' || c == '%' || c == '_') escaped += '\\';
-    escaped += c;
-  }
   Db db = Db::open(ops_path());
   auto rows =
       db.query("SELECT " + quote_name("Operation ID") + ", " + quote_name("Operation Name") +
                    " FROM " + quote_name("Operations") + " WHERE " + quote_name("Operation Name") +
                    R"( LIKE '%' || ? || '%' ESCAPE '\' ORDER BY rowid)",
-               {Value(escaped)});
+               {Value(like_escape(text))});
   std::vector<ListItem> out;
   while (rows.next())
     out.push_back({rows.get("Operation Name").as_text(), rows.get("Operation ID").as_int()});

@@ -34,6 +34,9 @@ Value operation_name(int64_t operation_id);
 // land type text of CORINE Class ("Not applicable" when null or empty, null for
 // a class outside 0..9). Another selector throws std::invalid_argument.
 Value operation_field(int64_t operation_id, int selector);
+// The land type of a CORINE Class, 0 "Not applicable" to 9 "Marshland";
+// empty outside 0..9.
+std::string corine_class_name(int64_t corine_class);
 // `Operation Type Name` from Operations_Types.
 Value operation_type_name(int64_t operation_type_id);
 // `Baseline name` from Baselines.

@@ -640,15 +640,10 @@ void temp_data_trans(Ui& ui, const fs::path& store) {
         cols += (i ? ", " : "") + quote_name(def.columns[i].name);
       db.exec("DELETE FROM " + quote_name(def.name));
       // The code is a prefix of the area codes; '%' and '_' in it match literally.
-      std::string pattern;
-      for (char c : cc) {
-        if (c == '%' || c == '_' || c == '\\') pattern += '\\';
-        pattern += c;
-      }
       db.exec("INSERT INTO " + quote_name(def.name) + " (" + cols + ") SELECT " + cols + " FROM " +
                   quote_name(level_name("NUTS", k, "_OPS")) +
                   " WHERE \"NUTS Code\" LIKE ? || '%' ESCAPE '\\' ORDER BY rowid",
-              {Value(pattern)});
+              {Value(like_escape(cc))});
     }
   tx.commit();
   message(ui, "Done");

@@ -68,16 +68,11 @@ std::vector<ListItem> prepro_country_list() {
 
 std::vector<ListItem> prepro_operation_search(std::string_view text) {
   Db db = Db::open(session().ops_db_path);
-  std::string pattern;
-  for (char c : text) {
-    if (c == '%' || c == '_' || c == '\\') pattern += '\\';
-    pattern += c;
-  }
   auto rows = db.query(
       "SELECT * FROM \"Operations\" o WHERE o.\"Operation Name\" LIKE '%' || ? || '%' ESCAPE '\\' "
       "AND EXISTS (SELECT 1 FROM \"Operation_Activity_Delta\" d "
       "WHERE d.\"Operation ID\" = o.\"Operation ID\") ORDER BY o.rowid",
-      {pattern});
+      {like_escape(text)});
   std::vector<ListItem> out;
   while (rows.next())
     out.push_back({rows.get("Operation Name").as_text(), rows.get("Operation ID").as_int()});

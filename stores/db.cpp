@@ -58,6 +58,15 @@ std::string quote_name(std::string_view name) {
   return out + "\"";
 }
 
+std::string like_escape(std::string_view text) {
+  std::string out;
+  for (char c : text) {
+    if (c == '%' || c == '_' || c == '\\') out += '\\';
+    out += c;
+  }
+  return out;
+}
+
 // ---- Rows -------------------------------------------------------------------
 
 Rows::Rows(const Db* db, sqlite3_stmt* stmt, bool owns) : db_(db), stmt_(stmt), owns_(owns) {

@@ -30,6 +30,10 @@ class StoreError : public std::runtime_error {
 // Quotes a table or column name for SQL, spaces and hyphens included.
 std::string quote_name(std::string_view name);
 
+// A text for a LIKE pattern with ESCAPE '\': '%', '_' and '\' in it match
+// themselves, so a search for "100%" finds just that.
+std::string like_escape(std::string_view text);
+
 class Db;
 
 // A statement prepared once and run many times with new values: the fast
