@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "core/grid_table.h"
+#include "reports/page_kit.h"
+
+namespace arven {
+
+// Chart scripts: each writes one <script> block into the open head of a
+// page; the chart draws itself into the page's <div id="container"> with
+// the bundled chart library.
+//
+// Names (operations, measures, regions, RVCs, bands) are taken as plain
+// text, not yet HTML-escaped: the scripts escape them for HTML and for the
+// script's string literals themselves. Numbers go out as the cells hold them;
+// a cell "null" leaves a gap in the series.
+
+// Columns of one row of a grid of time horizons (row 0 the horizons in
+// columns 1..n, `row` the values). `ghg` picks the unit: tCO2e or impact.
+void chart_impact_columns(PageFile& out, const GridTable& grid, int row, bool ghg);
+
+// One band of an RVC's class distribution for the pie.
+struct PieBand {
+  std::string name;     // band name, as shown
+  std::string percent;  // cell text of the share in percent
+  std::string colour;   // six hex digits, no "#"
+};
+void chart_rvc_pie(PageFile& out, int64_t rvc_id, const std::string& short_name,
+                   const std::vector<PieBand>& bands);
+
+// Cost curves. `grid`: column 1 the name, columns 4.. the curve columns, one
+// series per data row. `scale` is the divisor of the horizontal axis, a power
+// of ten from 1 to 100000000 (another value throws std::invalid_argument).
+void chart_mac_ghg_operations(PageFile& out, const GridTable& grid, int64_t scale);
+void chart_mac_ghg_measures(PageFile& out, const GridTable& grid, int64_t scale);
+void chart_mac_adapt_operations(PageFile& out, const GridTable& grid);
+void chart_mac_adapt_measures(PageFile& out, const GridTable& grid);
+void chart_mac_example(PageFile& out);
+
+// The bar chart of a regional breakdown: names in column 1 of `grid`,
+// totals in column 2 (chart kind 2) or per-hectare values in column 3
+// (chart kind 3). An empty operation name gives "Unknown farm". Impact kind
+// 1 (GHG), 2 (adaptation) or 4 (production); other kinds throw
+// std::invalid_argument.
+void chart_regional_bar(PageFile& out, const GridTable& grid, const std::string& operation_name,
+                        int impact_kind, int chart_kind);
+
+}  // namespace arven
