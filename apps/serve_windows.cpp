@@ -6,7 +6,9 @@
 #include "core/main_window.h"
 #include "core/session.h"
 #include "core/startup.h"
+#include "shell/explorer_view.h"
 #include "shell/main_views.h"
+#include "shell/opman_view.h"
 #include "shell/regions_view.h"
 #include "shell/server.h"
 #include "shell/worker.h"
@@ -22,6 +24,8 @@ int serve_windows(const AppOptions& options, int admin_mode, const char* program
   shell::WebUi ui(worker);
   shell::register_main_windows(ui);
   shell::register_regions_window(ui);
+  shell::register_opman_window(ui);
+  shell::register_explorer_window(ui);
   if (register_more) register_more(ui);
   worker.after_event = [&ui] { ui.refresh_controls(); };
   worker.on_failure = [&ui](const std::string& what) { ui.show_failure(what); };

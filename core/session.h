@@ -32,6 +32,10 @@ struct Session {
   int settings_structure_version = 0;
 
   std::string current_file;
+  // Set while the operation manager is open, and while it edits the
+  // operations of the open assessment file.
+  bool operation_manager_open = false;
+  bool edit_from_assessment = false;
   std::array<double, kRvcFactorCount> rvc_n_factor{};
 
   std::string decimal_separator = ".";

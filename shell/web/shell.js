@@ -210,6 +210,216 @@
       el('div', { class: 'table-scroll' }, [el('table', { class: 'grid', id: 'table-' + t.id }, [thead, tbody])])]);
   }
 
+  // ---- editable grid (key "grid") ----
+  // `kinds` says per column how a cell is edited: a click on a "cycle" or
+  // "toggle" cell posts `grid`, `row`, `col` and `event=click`; a "number"
+  // or "text" cell opens an editor in place that posts `event=edit` and
+  // `value` on Enter (then edits the row below) or when it loses focus, and
+  // Escape drops. Number cells let through digits, editing keys and one
+  // `decimal` separator; the program still decides. Rows marked in
+  // `changed` are tinted.
+  let gridEdit = null;  // {id, row, col}: the editor to open after the next redraw
+  function renderEditGrid(g) {
+    if (!$('edit-grid-style')) {
+      document.head.appendChild(el('style', { id: 'edit-grid-style', text:
+        '.edit-grid tr.changed td{background:#fff2c2}' +
+        '.edit-grid td.kind-cycle,.edit-grid td.kind-toggle{cursor:pointer}' +
+        '.edit-grid td.kind-number,.edit-grid td.kind-text{cursor:text}' +
+        '.edit-grid td.kind-readonly{color:#555}' +
+        '.edit-grid input.cell-editor{width:100%;box-sizing:border-box;font:inherit}' }));
+    }
+    const header = g.header || [];
+    const rows = g.rows || [];
+    const sep = g.decimal || '.';
+    const kindOf = (c) => ((g.editable || [])[c] === false ? 'readonly' : (g.kinds || [])[c] || 'readonly');
+    const cellId = (i, c) => 'grid-' + g.id + '-cell-' + i + '-' + c;
+    const tbody = el('tbody');
+
+    function openEditor(td, i, c) {
+      if (td.querySelector('input')) return;
+      const kind = kindOf(c);
+      const old = rows[i][c];
+      const input = el('input', { type: 'text', class: 'cell-editor', id: 'grid-' + g.id + '-editor',
+        value: old, 'aria-label': header[c] || '', inputmode: kind === 'number' ? 'decimal' : null });
+      let done = false;
+      const finish = (keep, down) => {
+        if (done) return;
+        done = true;
+        const value = keep ? input.value : old;
+        const next = down && i + 1 < rows.length ? { id: g.id, row: i + 1, col: c } : null;
+        td.textContent = value;
+        if (value !== old) {
+          gridEdit = next;
+          lastControls = '';  // redraw with the program's answer, even a refusal
+          post('command', { grid: g.id, row: i, col: c, event: 'edit', value });
+        } else if (next) {
+          const below = $(cellId(next.row, next.col));
+          if (below) openEditor(below, next.row, next.col);
+        }
+      };
+      input.addEventListener('keydown', (e) => {
+        if (e.key === 'Enter') { e.preventDefault(); finish(true, true); return; }
+        if (e.key === 'Escape') { e.preventDefault(); finish(false, false); return; }
+        if (kind !== 'number' || e.ctrlKey || e.metaKey || e.altKey || e.key.length !== 1) return;
+        if (/[0-9]/.test(e.key)) return;
+        if (e.key === sep && !input.value.includes(sep)) return;
+        e.preventDefault();
+      });
+      input.addEventListener('blur', () => finish(true, false));
+      td.replaceChildren(input);
+      input.focus();
+      input.select();
+    }
+
+    rows.forEach((r, i) => {
+      const tr = el('tr', { id: 'grid-' + g.id + '-row-' + i, class: (g.changed || [])[i] ? 'changed' : null });
+      r.forEach((v, c) => {
+        const kind = kindOf(c);
+        const td = el('td', { id: cellId(i, c), class: 'kind-' + kind, text: v });
+        if (kind === 'cycle' || kind === 'toggle') {
+          td.addEventListener('click', () => post('command', { grid: g.id, row: i, col: c, event: 'click' }));
+        } else if (kind === 'number' || kind === 'text') {
+          td.addEventListener('click', () => openEditor(td, i, c));
+        }
+        tr.appendChild(td);
+      });
+      tbody.appendChild(tr);
+    });
+    if (!rows.length && g.empty) {
+      tbody.appendChild(el('tr', { class: 'empty' }, [el('td', { colspan: header.length, text: g.empty })]));
+    }
+    const table = el('table', { class: 'grid edit-grid', id: 'grid-' + g.id }, [
+      el('thead', {}, [el('tr', {}, header.map((h) => el('th', { text: h })))]), tbody]);
+    const wrap = el('div', { class: 'table-wrap' }, [
+      g.label ? el('div', { class: 'table-label', text: g.label }) : null,
+      el('div', { class: 'table-scroll', id: 'grid-' + g.id + '-scroll',
+        'data-sig': JSON.stringify(rows.map((r) => r[0])) }, [table])]);
+    const pending = gridEdit && gridEdit.id === g.id ? gridEdit : null;
+    gridEdit = null;
+    if (pending) {
+      setTimeout(() => {
+        const td = $(cellId(pending.row, pending.col));
+        if (td && !document.querySelector('.dialog')) openEditor(td, pending.row, pending.col);
+      }, 0);
+    }
+    return wrap;
+  }
+
+
+  // ---- tabs, option buttons and trees (the explorer) ----
+
+  // A tab strip: a click posts `tabs` and `tab` (the tab's id).
+  function renderTabs(t) {
+    const strip = el('div', { class: 'tabs', role: 'tablist', id: 'tabs-' + t.id });
+    for (const it of t.items || []) {
+      strip.appendChild(el('button', {
+        class: 'tab' + (it.id === t.selected ? ' selected' : ''), role: 'tab', id: 'tab-' + t.id + '-' + it.id,
+        'aria-selected': it.id === t.selected ? 'true' : 'false', text: it.text,
+        onclick: () => post('command', { tabs: t.id, tab: it.id }),
+      }));
+    }
+    return strip;
+  }
+
+  // Option buttons: a choice posts `radio` and `value`.
+  function renderRadios(r) {
+    const box = el('div', { class: 'radios', role: 'radiogroup', id: 'radios-' + r.id });
+    for (const it of r.items || []) {
+      const input = el('input', { type: 'radio', name: 'radio-' + r.id, id: 'radio-' + r.id + '-' + it.id,
+        checked: it.id === r.selected });
+      input.addEventListener('change', () => post('command', { radio: r.id, value: it.id }));
+      box.appendChild(el('label', { class: 'radio' }, [input, document.createTextNode(' ' + it.text)]));
+    }
+    return box;
+  }
+
+  // A tree of groups and their entries: a click, a double click and the
+  // group's expander post `tree`, `index` and `event`.
+  function renderTree(t) {
+    const box = el('div', { class: 'tree', role: 'tree', id: 'tree-' + t.id, tabindex: 0,
+      'aria-label': t.label || t.id, 'data-sig': JSON.stringify((t.nodes || []).map((n) => n.text)) });
+    let open = true;
+    (t.nodes || []).forEach((n, i) => {
+      if (n.group) open = n.expanded;
+      else if (!open) return;
+      const item = el('div', {
+        class: 'tree-node' + (n.group ? ' group' : ' leaf') + (n.selected ? ' selected' : ''),
+        role: 'treeitem', id: 'tree-' + t.id + '-node-' + i, 'data-index': i,
+        'aria-selected': n.selected ? 'true' : 'false', 'aria-expanded': n.group ? String(!!n.expanded) : null,
+      });
+      if (n.group) {
+        const tog = el('span', { class: 'expander', text: n.expanded ? '\u25be' : '\u25b8' });
+        tog.addEventListener('click', (e) => { e.stopPropagation(); post('command', { tree: t.id, index: i, event: 'toggle' }); });
+        item.appendChild(tog);
+      }
+      item.appendChild(el('span', { class: 'node-text', text: n.text }));
+      box.appendChild(item);
+    });
+    box.addEventListener('click', (e) => {
+      const o = e.target.closest('.tree-node');
+      if (!o) return;
+      const key = t.id + ':' + o.dataset.index;
+      const now = Date.now();
+      const second = lastClick.key === key && now - lastClick.time < 500;
+      lastClick = second ? { key: '', time: 0 } : { key, time: now };
+      markSelected(box, '.tree-node', o);
+      post('command', { tree: t.id, index: +o.dataset.index, event: second ? 'dblclick' : 'click' });
+    });
+    return box;
+  }
+
+  function renderInputs(target, inputs) {
+    for (const f of inputs || []) {
+      const input = el('input', { type: 'text', id: 'input-' + f.id, value: f.value || '',
+        placeholder: f.placeholder || '', 'aria-label': f.label || f.placeholder || f.id });
+      const send = () => post('command', { input: f.id, value: input.value });
+      input.addEventListener('keydown', (e) => { if (e.key === 'Enter') { e.preventDefault(); send(); } });
+      input.addEventListener('change', send);
+      target.appendChild(el('label', { class: 'input' }, [document.createTextNode((f.label || '') + ' '), input]));
+    }
+  }
+
+  function renderCheckboxes(target, boxes) {
+    for (const cb of boxes || []) {
+      const input = el('input', { type: 'checkbox', id: 'check-' + cb.id, checked: !!cb.checked });
+      input.addEventListener('change', () => post('command', { check: cb.id, value: input.checked ? 1 : 0 }));
+      target.appendChild(el('label', { class: 'check' }, [input, document.createTextNode(' ' + cb.text)]));
+    }
+  }
+
+  function renderButtons(target, buttons) {
+    const row = el('div', { class: 'buttons' });
+    for (const b of buttons || []) {
+      row.appendChild(el('button', { id: 'button-' + b.id, disabled: b.enabled === false, text: b.text,
+        onclick: () => post('command', { button: b.id }) }));
+    }
+    if ((buttons || []).length) target.appendChild(row);
+  }
+
+  // The side of a window that has trees instead of panels.
+  function renderSide(sd) {
+    const side = $('side');
+    const oldTree = side.querySelector('.tree');
+    const kept = oldTree ? [oldTree.id, oldTree.dataset.sig, oldTree.scrollTop] : null;
+    side.replaceChildren();
+    side.style.display = '';
+    side.classList.add('tree-side');
+    if (sd.tabs) side.appendChild(renderTabs(sd.tabs));
+    if (sd.radios) side.appendChild(renderRadios(sd.radios));
+    renderCheckboxes(side, sd.checkboxes);
+    renderInputs(side, sd.inputs);
+    if (sd.tree) {
+      const tree = renderTree(sd.tree);
+      side.appendChild(tree);
+      if (kept && kept[0] === tree.id && kept[1] === tree.dataset.sig) tree.scrollTop = kept[2];
+      else {
+        const sel = tree.querySelector('.selected');
+        if (sel) sel.scrollIntoView({ block: 'nearest' });
+      }
+    }
+    renderButtons(side, sd.buttons);
+  }
+
   function renderForm(c) {
     const tb = $('toolbar');
     // Redraws keep the scroll position of a list whose entries stay the same.
@@ -217,32 +427,18 @@
     for (const b of tb.querySelectorAll('.listbox, .table-scroll')) kept[b.id || 'table'] = [b.dataset.sig, b.scrollTop];
     tb.replaceChildren();
     if (c.toolbar) tb.appendChild(renderToolstrip(c.toolbar));
+    if (c.tabs) tb.appendChild(renderTabs(c.tabs));
     if (c.html !== undefined) {
       const box = el('div', { class: 'window-body' });
       box.innerHTML = c.html;  // written by the program from escaped text
       tb.appendChild(box);
     }
-    for (const f of c.inputs || []) {
-      const input = el('input', { type: 'text', id: 'input-' + f.id, value: f.value || '',
-        placeholder: f.placeholder || '', 'aria-label': f.label || f.id });
-      const send = () => post('command', { input: f.id, value: input.value });
-      input.addEventListener('keydown', (e) => { if (e.key === 'Enter') { e.preventDefault(); send(); } });
-      input.addEventListener('change', send);
-      tb.appendChild(el('label', { class: 'input' }, [document.createTextNode((f.label || '') + ' '), input]));
-    }
+    renderInputs(tb, c.inputs);
     if (c.lists) tb.appendChild(renderLists(c.lists, c.context_menu));
     if (c.table) tb.appendChild(renderTable(c.table));
-    for (const cb of c.checkboxes || []) {
-      const input = el('input', { type: 'checkbox', id: 'check-' + cb.id, checked: !!cb.checked });
-      input.addEventListener('change', () => post('command', { check: cb.id, value: input.checked ? 1 : 0 }));
-      tb.appendChild(el('label', { class: 'check' }, [input, document.createTextNode(' ' + cb.text)]));
-    }
-    const row = el('div', { class: 'buttons' });
-    for (const b of c.buttons || []) {
-      row.appendChild(el('button', { id: 'button-' + b.id, disabled: b.enabled === false, text: b.text,
-        onclick: () => post('command', { button: b.id }) }));
-    }
-    if ((c.buttons || []).length) tb.appendChild(row);
+    if (c.grid) tb.appendChild(renderEditGrid(c.grid));
+    renderCheckboxes(tb, c.checkboxes);
+    renderButtons(tb, c.buttons);
     for (const b of tb.querySelectorAll('.listbox, .table-scroll')) {
       const k = kept[b.id || 'table'];
       if (k && k[0] === b.dataset.sig) b.scrollTop = k[1];
@@ -310,7 +506,8 @@
       controls = c;
       document.title = c.title || 'ARVEN';
       renderMenus(c.menus, c.title);
-      renderPanels(c.panels, c.caption);
+      if (c.side) renderSide(c.side);
+      else renderPanels(c.panels, c.caption);
       $('caption').textContent = c.caption || '';
       renderForm(c);
     }

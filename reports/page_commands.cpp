@@ -1,0 +1,567 @@
+#include "reports/page_commands.h"
+
+#include <algorithm>
+#include <cctype>
+#include <exception>
+
+#include "assessment/assessment_file.h"
+#include "core/lookups.h"
+#include "core/numbers.h"
+#include "core/session.h"
+#include "engine/catalogue.h"
+#include "engine/explorer_state.h"
+#include "engine/impact_context.h"
+#include "engine/impact_summaries.h"
+#include "engine/operation_properties.h"
+#include "reports/explorer_window.h"
+#include "reports/operation_reports.h"
+#include "reports/page_kit.h"
+#include "stores/db.h"
+
+namespace arven {
+
+namespace {
+
+std::string lower(std::string s) {
+  for (auto& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+bool ends_with(const std::string& s, const std::string& tail) {
+  return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+// The leading whole number of a command's argument; 0 when there is none
+// (or it does not fit), which names no operation.
+int64_t argument_of(const std::string& target) {
+  if (target.size() < 4) return 0;
+  const std::string arg = target.substr(0, target.size() - 4);
+  int64_t v = 0;
+  for (size_t i = 0; i < arg.size(); ++i) {
+    if (!std::isdigit(static_cast<unsigned char>(arg[i]))) return i == 0 ? 0 : v;
+    if (i >= 15) return 0;
+    v = v * 10 + (arg[i] - '0');
+  }
+  return v;
+}
+
+bool file_open() {
+  return !session().current_file.empty();
+}
+
+bool file_has_regions() {
+  if (!file_open()) return false;
+  Db db = Db::open(session().current_file);
+  auto q = db.query("SELECT 1 FROM \"Regions\" LIMIT 1");
+  return q.next();
+}
+
+// An operation of the country store: what every argument must name.
+bool known_operation(int64_t id) {
+  if (id <= 0 || session().ops_db_path.empty()) return false;
+  try {
+    Db store = Db::open(session().ops_db_path);
+    auto q = store.query("SELECT 1 FROM \"Operations\" WHERE \"Operation ID\" = ?", {Value(id)});
+    return q.next();
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+void report_failure(Ui& ui, const std::exception& e) {
+  engine_detail::report_failure(ui, e);
+}
+
+// The report of one operation: a general page without a region, the stored
+// figures of a chosen operation, or a live calculation of another.
+void show_operation_report(Ui& ui, int64_t id) {
+  ExplorerWindow& w = explorer_window();
+  w.current_operation = id;
+  explorer_state().current_operation_id = id;
+  Catalogue& c = catalogue();
+  if (!file_has_regions()) {
+    const Tree& tree = c.tab == 2 ? c.chosen : c.catalogue;
+    operation_general_html_hub(ui, tree, c.tab == 2 ? c.chosen_view : c.catalogue_view);
+    return;
+  }
+  const bool in_file = operation_in_assessment(id);
+  if (in_file) {
+    if (load_impact_data(ui, id) != ImpactStatus::done) return;
+  } else {
+    wait_page("summary.htm", "Calculating regional impact data. Please wait...");
+    ui.navigate("explorer", "summary.htm");
+    if (operation_impact(ui) != ImpactStatus::done) return;
+  }
+  operation_specific_html_hub(ui, in_file ? 1 : 0, 1);
+}
+
+void rebuild_lists(Ui&) {
+  ExplorerWindow& w = explorer_window();
+  load_my_operations_data();
+  grid3_sort(w.sort_grid3);
+  grid4_sort(w.sort_grid4);
+  grid5_sort(w.sort_grid5);
+  grid12_sort(w.sort_grid12);
+  my_operation_list_html();
+}
+
+// Selects the first operation of the chosen tree and shows it.
+void select_first_chosen(Ui& ui) {
+  Tree& tree = catalogue().chosen;
+  if (tree.empty()) return;
+  tree.nodes[0].expanded = true;
+  if (tree.nodes.size() >= 2) tree_node_click(ui, true, 1);
+}
+
+void refresh_lists_page(Ui& ui) {
+  static const char* const kPages[] = {"ranked.htm", "mitigation.htm", "adaptation.htm",
+                                       "production.htm"};
+  const int tab = explorer_window().tab2;
+  if (tab >= 1 && tab <= 4) ui.navigate("explorer", kPages[tab - 1]);
+}
+
+// The sort commands: "s3", "s4", "s5", "s12" (this window's lists).
+bool sort_command(Ui& ui, const std::string& target) {
+  int grid = 0, state = 0;
+  if (!parse_sort_target(target, grid, state)) return false;
+  ExplorerWindow& w = explorer_window();
+  try {
+    switch (grid) {
+      case 3:
+        w.sort_grid3 = state;
+        grid3_sort(state);
+        break;
+      case 4:
+        w.sort_grid4 = state;
+        grid4_sort(state);
+        break;
+      case 5:
+        w.sort_grid5 = state;
+        grid5_sort(state);
+        break;
+      case 12:
+        w.sort_grid12 = state;
+        grid12_sort(state);
+        break;
+      default:
+        return true;  // the analysis grids: nothing to sort in this window yet
+    }
+    my_operation_list_html();
+  } catch (const std::exception& e) {
+    report_failure(ui, e);
+    return true;
+  }
+  refresh_lists_page(ui);
+  return true;
+}
+
+void go_to_operation(Ui& ui, int64_t id) {
+  Catalogue& c = catalogue();
+  const bool chosen = c.tab != 1;
+  Tree& tree = chosen ? c.chosen : c.catalogue;
+  int found = -1;
+  for (int i = 0; i < static_cast<int>(tree.nodes.size()); ++i) {
+    if (tree.is_operation(i) && tree.operation_id(i) == id) {
+      tree.nodes[static_cast<size_t>(tree.parent(i))].expanded = true;
+      found = i;
+      break;
+    }
+  }
+  if (found < 0) return;
+  tree_node_click(ui, chosen, found);
+  if (chosen) explorer_window().tab2 = 5;
+}
+
+void go_to_measure(Ui& ui, int64_t id) {
+  Catalogue& c = catalogue();
+  if (c.chosen_view != TreeViewKind::measures) {
+    c.chosen_view = TreeViewKind::measures;
+    measures_tree(c.chosen, 2);
+  }
+  Tree& tree = c.chosen;
+  for (int i = 0; i < static_cast<int>(tree.nodes.size()); ++i) {
+    if (!tree.is_operation(i) && tree.group_id(i) == id) {
+      tree.nodes[static_cast<size_t>(i)].expanded = true;
+      tree.select(i);
+      break;
+    }
+  }
+  if (tree.selected >= 0) tree_node_click(ui, true, tree.selected);
+  explorer_window().tab2 = 5;
+}
+
+void ranking_command(Ui& ui, int mode) {
+  explorer_window().ranking_mode = mode;
+  try {
+    rebuild_lists(ui);
+  } catch (const std::exception& e) {
+    report_failure(ui, e);
+    return;
+  }
+  refresh_lists_page(ui);
+}
+
+void select_operation(Ui& ui, int64_t id) {
+  if (!file_open()) {
+    Answer a = ui.message_box(
+        "You need to create or open an ARVEN file before you can select RDP operations. Would you "
+        "like to create one now?",
+        "No ARVEN file open", MsgButtons::YesNoCancel, MsgIcon::Question);
+    if (a == Answer::Yes) toolbar_click(ui, "New");
+    return;
+  }
+  if (!known_operation(id)) return;
+  ExplorerWindow& w = explorer_window();
+  w.current_operation = id;
+  w.last_selected_operation = id;
+  catalogue().pending_operation_id = id;
+  addto_oplist(ui, id);
+  show_operation_report(ui, id);
+}
+
+}  // namespace
+
+// ---- sorting ----------------------------------------------------------------------------
+
+void grid_sort_hub(GridTable& grid, int column, int direction) {
+  if (grid.rows() < 2) return;
+  GridTable sorted(grid.cols());
+  sorted.add_row();
+  std::vector<double> keys;  // the sort values of sorted's data rows
+  for (int r = 1; r < grid.rows(); ++r) {
+    const std::string& text = grid.cell(r, column);
+    auto parsed = parse_number(text);
+    if (!parsed) throw NumberError(text);
+    const double v = *parsed;
+    size_t at = keys.size();
+    for (size_t i = 0; i < keys.size(); ++i) {
+      if ((direction == 2 && keys[i] >= v) || (direction != 2 && keys[i] <= v)) {
+        at = i;
+        break;
+      }
+    }
+    keys.insert(keys.begin() + static_cast<std::ptrdiff_t>(at), v);
+    sorted.add_row();
+    // Shift rows below the insertion point down by one.
+    for (int s = sorted.rows() - 1; s > static_cast<int>(at) + 1; --s)
+      for (int c = 0; c < grid.cols(); ++c) sorted.cell(s, c) = sorted.cell(s - 1, c);
+    for (int c = 0; c < grid.cols(); ++c)
+      sorted.cell(static_cast<int>(at) + 1, c) = grid.cell(r, c);
+  }
+  for (int r = 1; r < grid.rows(); ++r)
+    for (int c = 0; c < grid.cols(); ++c) grid.cell(r, c) = sorted.cell(r, c);
+}
+
+void grid_state_sort(GridTable& grid, int state, int last_state) {
+  if (state < 1 || state > last_state || grid.rows() < 3) return;
+  if (state <= 2) {
+    std::vector<std::vector<std::string>> rows;
+    for (int r = 1; r < grid.rows(); ++r) {
+      std::vector<std::string> row;
+      for (int c = 0; c < grid.cols(); ++c) row.push_back(grid.cell(r, c));
+      rows.push_back(std::move(row));
+    }
+    std::stable_sort(rows.begin(), rows.end(), [state](const auto& a, const auto& b) {
+      const std::string x = lower(a[1]), y = lower(b[1]);
+      return state == 1 ? x < y : y < x;
+    });
+    for (int r = 1; r < grid.rows(); ++r)
+      for (int c = 0; c < grid.cols(); ++c) grid.cell(r, c) = rows[static_cast<size_t>(r - 1)][c];
+    return;
+  }
+  const int column = (state - 1) / 2 + 1;  // 3,4 -> 2; 5,6 -> 3; 7,8 -> 4; 9,10 -> 5
+  grid_sort_hub(grid, column, state % 2 == 1 ? 2 : 1);
+}
+
+void grid3_sort(int state) {
+  grid_state_sort(explorer_window().MSFlexGrid3, state, 6);
+}
+void grid4_sort(int state) {
+  // One numeric column: states 5 and 6 sort it again.
+  if (state == 5 || state == 6) state -= 2;
+  grid_state_sort(explorer_window().MSFlexGrid4, state, 4);
+}
+void grid5_sort(int state) {
+  grid_state_sort(explorer_window().MSFlexGrid5, state, 10);
+}
+void grid12_sort(int state) {
+  grid_state_sort(explorer_window().MSFlexGrid12, state, 6);
+}
+
+bool parse_sort_target(const std::string& target, int& grid, int& state) {
+  const std::string t = lower(target);
+  const size_t n = t.size();
+  auto digit = [&](size_t i) { return i < n && std::isdigit(static_cast<unsigned char>(t[i])); };
+  if (n >= 4 && ends_with(t, "s12")) {
+    if (!digit(n - 4)) return false;
+    grid = 12;
+    state = t[n - 4] - '0';
+    return true;
+  }
+  if (n < 3 || t[n - 2] != 's' || !digit(n - 1)) return false;
+  const int g = t[n - 1] - '0';
+  if (g < 3 || g > 8) return false;
+  if (!digit(n - 3)) return false;
+  grid = g;
+  state = t[n - 3] - '0';
+  // Grids 5 and 8 may carry a two-digit state: "sort.10s5".
+  if ((g == 5 || g == 8) && n >= 4 && t[n - 4] != '.') {
+    if (!digit(n - 4)) return false;
+    state = (t[n - 4] - '0') * 10 + state;
+  }
+  return true;
+}
+
+// ---- dispatch ---------------------------------------------------------------------------
+
+bool dispatch_navigation(Ui& ui, const std::string& url) {
+  const std::string low = lower(url);
+  if (low.rfind("http", 0) == 0 || low.rfind("javascript", 0) == 0) return false;
+  std::string target = url;
+  if (auto slash = target.find_last_of("/\\"); slash != std::string::npos)
+    target = target.substr(slash + 1);
+  if (lower(target) == "working.htm") return false;
+  if (sort_command(ui, target)) return true;
+  if (target.size() < 3) return false;
+  const std::string tail = lower(target.substr(target.size() - 3));
+  const int64_t id = argument_of(target);
+  ExplorerWindow& w = explorer_window();
+  try {
+    if (tail == "yes" || tail == "xno") {
+      if (file_open()) data_update_link(ui, lower(target), explorer_cache_hooks());
+    } else if (tail == "ra1" || tail == "ra2") {
+      ranking_command(ui, tail == "ra1" ? 1 : 2);
+    } else if (tail == "xxx") {
+      select_operation(ui, id);
+    } else if (tail == "det") {
+      if (!known_operation(id)) return true;
+      if (id != explorer_state().current_operation_id || w.current_operation != id) {
+        show_operation_report(ui, id);
+      }
+      w.current_operation = id;
+      operation_specific_html_hub(ui, operation_in_assessment(id) ? 1 : 0, 2);
+    } else if (tail == "yyy") {
+      if (known_operation(id) || operation_in_assessment(id)) remove_oplist(ui, id);
+    } else if (tail == "zzz") {
+      go_to_operation(ui, id);
+    } else if (tail == "mmm") {
+      go_to_measure(ui, id);
+    } else if (tail == "rem") {
+      Answer a = ui.message_box(
+          "Are you sure you want to remove ALL the operations that you have selected?",
+          "REMOVE ALL", MsgButtons::YesNoCancel, MsgIcon::Question);
+      if (a == Answer::Yes) remove_all(ui);
+    } else if (tail == "opd") {
+      if (!file_open() || !operation_in_assessment(w.current_operation)) return true;
+      edit_operation_properties(ui, w.current_operation, explorer_cache_hooks());
+    } else if (tail.size() == 3 && tail[0] == 'r' && tail[1] == 'g') {
+      return true;  // regional breakdown: not in this window yet
+    } else if (tail == "rea" || tail == "rep" || tail == "cg1" || tail == "cg2" || tail == "ca1" ||
+               tail == "ca2" || tail == "cp1" || tail == "cp2") {
+      return true;
+    } else {
+      return false;
+    }
+  } catch (const std::exception& e) {
+    report_failure(ui, e);
+  }
+  return true;
+}
+
+// ---- tabs, toolbar, trees ------------------------------------------------------------------
+
+void tree_node_click(Ui& ui, bool chosen, int index) {
+  if (explorer_state().adding_operation) return;
+  Catalogue& c = catalogue();
+  Tree& tree = chosen ? c.chosen : c.catalogue;
+  if (index < 0 || index >= static_cast<int>(tree.nodes.size())) return;
+  tree.select(index);
+  c.current_group_id = tree.group_id(index);
+  try {
+    if (tree.is_operation(index)) {
+      if (chosen) explorer_window().tab2 = 5;
+      show_operation_report(ui, tree.operation_id(index));
+    } else {
+      explorer_state().current_operation_id = 0;
+      explorer_window().current_operation = 0;
+      if (chosen)
+        myops_list_html(ui);
+      else
+        operation_general_html_hub(ui, tree, c.catalogue_view);
+    }
+  } catch (const std::exception& e) {
+    report_failure(ui, e);
+  }
+}
+
+void tree_node_double_click(Ui& ui, int index) {
+  Catalogue& c = catalogue();
+  Tree& tree = c.catalogue;
+  if (!file_open() || explorer_state().adding_operation || !tree.is_operation(index)) return;
+  const int64_t id = tree.operation_id(index);
+  c.pending_operation_id = id;
+  addto_oplist(ui, id);
+  tree_node_click(ui, false, index);
+}
+
+void tree_view_click(Ui& ui, bool chosen, int view) {
+  if (view < 1 || view > 4) return;
+  Catalogue& c = catalogue();
+  (chosen ? c.chosen_view : c.catalogue_view) = static_cast<TreeViewKind>(view);
+  c.current_group_id = 1;
+  try {
+    if (chosen && static_cast<TreeViewKind>(view) == TreeViewKind::a_to_z) {
+      show_myops(ui);
+    } else if (!chosen && static_cast<TreeViewKind>(view) == TreeViewKind::a_to_z) {
+      op_search(ui, "");
+    } else {
+      rebuild_tree(ui, chosen);
+    }
+  } catch (const std::exception& e) {
+    report_failure(ui, e);
+  }
+}
+
+void tab1_click(Ui& ui, int tab) {
+  Catalogue& c = catalogue();
+  if (tab == 1) {
+    c.tab = 1;
+    Tree& tree = c.catalogue;
+    if (!tree.empty()) tree_node_click(ui, false, tree.selected >= 0 ? tree.selected : 0);
+    return;
+  }
+  if (!file_open()) {
+    c.tab = 1;
+    Answer a = ui.message_box(
+        "You need to open or create an ARVEN file before you can select RDP operations. Would you "
+        "like to open one now?",
+        "No ARVEN file open", MsgButtons::YesNoCancel, MsgIcon::Question);
+    if (a == Answer::Yes) toolbar_click(ui, "Open");
+    return;
+  }
+  c.tab = 2;
+  try {
+    tab_cap();
+    rebuild_tree(ui, true);
+  } catch (const std::exception& e) {
+    report_failure(ui, e);
+  }
+}
+
+void tab2_click(Ui& ui, int tab) {
+  if (tab < 1 || tab > 5 || !file_open()) return;
+  ExplorerWindow& w = explorer_window();
+  w.tab2 = tab;
+  try {
+    bool any = false;
+    {
+      Db db = Db::open(session().current_file);
+      auto q = db.query("SELECT 1 FROM \"Operations\" LIMIT 1");
+      any = q.next();
+    }
+    if (!any) {
+      no_ops_selected_html(ui);
+      return;
+    }
+    if (tab <= 4) {
+      rebuild_lists(ui);
+      refresh_lists_page(ui);
+    } else if (w.current_operation != 0 && operation_in_assessment(w.current_operation)) {
+      if (load_impact_data(ui, w.current_operation) == ImpactStatus::done)
+        operation_specific_html_hub(ui, 1, 1);
+    } else {
+      myops_list_html(ui);
+    }
+  } catch (const std::exception& e) {
+    report_failure(ui, e);
+  }
+}
+
+void toolbar_click(Ui& ui, const std::string& key) {
+  Catalogue& c = catalogue();
+  try {
+    if (key == "New" || key == "Open") {
+      OpenResult r = key == "New" ? file_new(ui) : file_open(ui);
+      if (!r.changed) return;
+      reset_explorer_window();
+      c.chosen = Tree();
+      if (file_open()) {
+        tab_cap();
+        show_myops(ui);
+      } else {
+        c.tab_caption = "My RDP Operations (0)";
+      }
+      tab1_click(ui, file_open() ? c.tab : 1);
+    } else if (key == "Print") {
+      ui.print_page("explorer");
+    } else if (key == "ReCalc") {
+      if (file_open()) data_update(ui, explorer_cache_hooks());
+    } else if (key == "Home") {
+      const bool chosen = c.tab != 1;
+      Tree& tree = chosen ? c.chosen : c.catalogue;
+      if (!tree.empty()) tree_node_click(ui, chosen, 0);
+    }
+  } catch (const std::exception& e) {
+    report_failure(ui, e);
+  }
+}
+
+void explorer_load(Ui& ui) {
+  Catalogue& c = catalogue();
+  CatalogueHooks hooks;
+  hooks.node_click = [](Ui& u, bool chosen) {
+    Catalogue& cat = catalogue();
+    Tree& tree = chosen ? cat.chosen : cat.catalogue;
+    if (tree.selected >= 0) tree_node_click(u, chosen, tree.selected);
+  };
+  set_catalogue_hooks(hooks);
+  c.tab = 1;
+  c.catalogue_view = TreeViewKind::a_to_z;
+  c.chosen_view = TreeViewKind::a_to_z;
+  c.catalogue_search.clear();
+  c.chosen = Tree();
+  explorer_window().current_operation = 0;
+  try {
+    op_search(ui, "");
+    if (file_open()) {
+      tab_cap();
+      tab1_click(ui, 2);
+    }
+  } catch (const std::exception& e) {
+    report_failure(ui, e);
+  }
+}
+
+bool explorer_query_close(Ui& ui) {
+  const ExplorerState& ex = explorer_state();
+  if (ex.adding_operation || ex.update_running) {
+    ui.message_box(
+        "Currently processing data. Please wait for the task to complete before closing.",
+        "ARVEN Software Working", MsgButtons::Ok, MsgIcon::Stop);
+    return false;
+  }
+  return true;
+}
+
+ImpactCacheHooks explorer_cache_hooks() {
+  ImpactCacheHooks h;
+  h.rebuild_lists = [](Ui& ui) {
+    try {
+      rebuild_lists(ui);
+    } catch (const std::exception& e) {
+      report_failure(ui, e);
+    }
+  };
+  h.after_update = [](Ui& ui) {
+    Catalogue& c = catalogue();
+    if (c.tab == 2) {
+      select_first_chosen(ui);
+    } else if (c.catalogue.selected >= 0) {
+      tree_node_click(ui, false, c.catalogue.selected);
+    }
+  };
+  h.show_first_operation = [](Ui& ui) { select_first_chosen(ui); };
+  return h;
+}
+
+}  // namespace arven
