@@ -80,19 +80,6 @@ std::string lower(std::string s) {
   return s;
 }
 
-// Throws StoreError naming the first table or column of the file's schema
-// that the store lacks.
-void require_assessment_schema(const Db& db) {
-  for (const TableDef& table : assessment_tables()) {
-    db.require_table(table.name);
-    std::vector<std::string> have = db.column_names(table.name);
-    for (auto& name : have) name = lower(name);
-    for (const ColumnDef& column : table.columns)
-      if (std::find(have.begin(), have.end(), lower(column.name)) == have.end())
-        db.fail("its table \"" + table.name + "\" has no column \"" + column.name + "\"");
-  }
-}
-
 bool country_is_installed(int64_t cc) {
   return cc >= 1 && cc <= kCountryCount && session().country_installed[static_cast<size_t>(cc)];
 }
@@ -165,6 +152,19 @@ Db open_files_store() {
 }
 
 }  // namespace
+
+// Throws StoreError naming the first table or column of the file's schema
+// that the store lacks.
+void require_assessment_schema(const Db& db) {
+  for (const TableDef& table : assessment_tables()) {
+    db.require_table(table.name);
+    std::vector<std::string> have = db.column_names(table.name);
+    for (auto& name : have) name = lower(name);
+    for (const ColumnDef& column : table.columns)
+      if (std::find(have.begin(), have.end(), lower(column.name)) == have.end())
+        db.fail("its table \"" + table.name + "\" has no column \"" + column.name + "\"");
+  }
+}
 
 void create_assessment_file(const std::string& path) {
   create_assessment_store(path);

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "core/ui.h"
+#include "stores/db.h"
 #include "stores/value.h"
 
 namespace arven {
@@ -39,6 +40,10 @@ struct OpenResult {
   bool edit_region_enabled = false;
   bool hotspot_enabled = false;
 };
+
+// Throws StoreError naming the first table or column of the assessment
+// schema that the store lacks.
+void require_assessment_schema(const Db& db);
 
 // Creates a new assessment file with its five tables and the one Version row
 // (structure 8, no regional change, carbon sequestration not yet recorded).

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <set>
 
+#include "assessment/assessment_file.h"
 #include "core/numbers.h"
 #include "core/session.h"
 #include "engine/explorer_state.h"
@@ -112,12 +113,6 @@ void mark(OperationManagerState& st, int row) {
   st.dirty = true;
 }
 
-std::string lower(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return s;
-}
-
 // Opens a file to import from after the checks an assessment file passes on
 // opening: a Version row of this structure, and every table and column of
 // the assessment schema. Throws StoreError.
@@ -132,14 +127,7 @@ Db open_import_file(const std::string& path) {
     if (structure.is_empty() || structure.as_double() != kStructureVersion)
       db.fail("it has another structure version");
   }
-  for (const TableDef& table : assessment_tables()) {
-    db.require_table(table.name);
-    std::vector<std::string> have = db.column_names(table.name);
-    for (auto& name : have) name = lower(name);
-    for (const ColumnDef& column : table.columns)
-      if (std::find(have.begin(), have.end(), lower(column.name)) == have.end())
-        db.fail("its table \"" + table.name + "\" has no column \"" + column.name + "\"");
-  }
+  require_assessment_schema(db);
   return db;
 }
 
