@@ -17,6 +17,7 @@
 
 #include "core/grid_table.h"
 #include "core/ui.h"
+#include "engine/explorer_state.h"
 #include "engine/regional_impact.h"
 #include "stores/db.h"
 
@@ -63,6 +64,45 @@ class StoreCache {
   std::unordered_map<int64_t, double> norm_factors_;
   std::unordered_map<int64_t, std::string> statements_;
 };
+
+// Running data-quality sums and counts: GHG, adaptation, production, overall.
+struct QualityTally {
+  enum Kind { ghg = 0, adaptation = 1, production = 2, overall = 3 };
+  double sum[4] = {0, 0, 0, 0};
+  int count[4] = {0, 0, 0, 0};
+
+  // Takes a row's quality and references into the area row and counts the
+  // quality; empty values leave the row's own alone.
+  void take(const OpsRow& row, Kind kind, AreaRow& out);
+  double mean(Kind kind) const { return count[kind] > 0 ? sum[kind] / count[kind] : sum[kind]; }
+};
+
+// The working tables of one NUTS area.
+struct AreaTables {
+  AreaTable& ghg;
+  AreaTable& adaptation;
+  AreaTable& production;
+};
+
+// The scaling of one area, shared by the regional calculation and the
+// breakdown by NUTS3 area: the area's stored rows of an operation become its
+// three working tables (cleared first), figures already scaled to the
+// operation's settings.
+//
+// GHG rows without sequestration give one row each with the value over every
+// horizon, rounded to whole units; a sequestration row puts its stored total
+// into the horizon of its Cseq Years on the activity's first row (CSeq "1").
+// Adaptation rows keep their index, production rows their value times the
+// activity's Norm_factor over every horizon. The geometry is that of the last
+// row. Every total is then scaled with scale_area_value (`carry` is its
+// working value, kept by the caller for the whole command). Returns the
+// hectares on which the operation is taken up in the area: the treated area
+// times uptake. Throws ImpactError for a boundary feature over an average
+// field size of 0, naming `area_code`.
+double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
+                       const ScalingSettings& settings, int64_t operation_id,
+                       const std::string& area_code, double& carry, AreaTables out,
+                       QualityTally& quality);
 
 // The stores of one command.
 class ImpactContext {

@@ -14,6 +14,7 @@ namespace arven {
 
 using engine_detail::ImpactContext;
 using engine_detail::OpsRow;
+using engine_detail::QualityTally;
 using engine_detail::StoreCache;
 
 // ---- scaling ------------------------------------------------------------------
@@ -178,28 +179,6 @@ std::string cell_of(double x) {
   return number_to_cell(x);
 }
 
-// Running data-quality sums and counts: GHG, adaptation, production, overall.
-struct Quality {
-  enum Kind { ghg = 0, adaptation = 1, production = 2, overall = 3 };
-  double sum[4] = {0, 0, 0, 0};
-  int count[4] = {0, 0, 0, 0};
-
-  // Takes a row's quality and references into the area row and counts the
-  // quality; empty values leave the row's own alone.
-  void take(const OpsRow& row, Kind kind, AreaRow& out) {
-    if (!row.data_quality.is_empty()) {
-      out.quality = row.data_quality.as_text();
-      const double q = row.data_quality.as_double();
-      sum[kind] += q;
-      sum[overall] += q;
-      ++count[kind];
-      ++count[overall];
-    }
-    if (!row.refs.is_empty()) out.refs = row.refs.as_text();
-  }
-  double mean(Kind kind) const { return count[kind] > 0 ? sum[kind] / count[kind] : sum[kind]; }
-};
-
 bool is_ghg(const OpsRow& r) {
   return r.impact_type != 3 && r.impact_type != 4;
 }
@@ -254,6 +233,90 @@ void scale_totals(AreaTable& table, size_t totals, const AreaGeometry& area,
 
 namespace engine_detail {
 
+void QualityTally::take(const OpsRow& row, Kind kind, AreaRow& out) {
+  if (!row.data_quality.is_empty()) {
+    out.quality = row.data_quality.as_text();
+    const double q = row.data_quality.as_double();
+    sum[kind] += q;
+    sum[overall] += q;
+    ++count[kind];
+    ++count[overall];
+  }
+  if (!row.refs.is_empty()) out.refs = row.refs.as_text();
+}
+
+double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
+                       const ScalingSettings& st, int64_t operation_id,
+                       const std::string& area_code, double& carry, AreaTables out,
+                       QualityTally& quality) {
+  AreaTable& ga = out.ghg;
+  AreaTable& aa = out.adaptation;
+  AreaTable& pa = out.production;
+  ga.clear();
+  aa.clear();
+  pa.clear();
+  if (rows.empty()) return 0;
+  // Pass 1: GHG rows without sequestration, one area row per stored row.
+  for (const OpsRow& row : rows) {
+    if (!is_ghg(row) || row.cseq_years > 0) continue;
+    AreaRow& r = new_area_row(ga, row, store);
+    for (size_t h = 0; h < 7; ++h)
+      r.totals[h] = round_half_even(row.impact_value * kHorizonYears[h], 0);
+    r.cseq = "0";
+    quality.take(row, QualityTally::ghg, r);
+  }
+  // Pass 2: sequestration rows hold the total reached after Cseq Years,
+  // written to that horizon alone and not multiplied by the years.
+  for (const OpsRow& row : rows) {
+    if (!is_ghg(row) || row.cseq_years == 0) continue;
+    const double id = row.activity_id.as_double();
+    AreaRow* r = nullptr;
+    for (AreaRow& candidate : ga)
+      if (candidate.activity_key == id) {
+        r = &candidate;
+        break;
+      }
+    if (!r) r = &new_area_row(ga, row, store);
+    for (size_t h = 0; h < 7; ++h)
+      if (kHorizonYears[h] == row.cseq_years) r->totals[h] = round_half_even(row.impact_value, 0);
+    r->cseq = "1";
+    quality.take(row, QualityTally::ghg, *r);
+  }
+  // Pass 3: adaptation rows.
+  for (const OpsRow& row : rows) {
+    if (row.impact_type != 3) continue;
+    AreaRow& r = new_area_row(aa, row, store);
+    r.category = row.impact_category.as_text();
+    r.category_key = cell_to_number(r.category);
+    r.totals[0] = round_half_even(row.impact_value, 0);
+    r.max = row.impact_max.is_empty() ? 0 : row.impact_max.as_double();
+    quality.take(row, QualityTally::adaptation, r);
+  }
+  // Pass 4: production rows, normalised by the activity's factor.
+  for (const OpsRow& row : rows) {
+    if (row.impact_type != 4) continue;
+    const double p = row.impact_value * store.norm_factor(row.activity_id.as_int());
+    AreaRow& r = new_area_row(pa, row, store);
+    for (size_t h = 0; h < 7; ++h) r.totals[h] = round_half_even(p * kHorizonYears[h], 0);
+    quality.take(row, QualityTally::production, r);
+  }
+
+  // The geometry is that of the area's last row.
+  const AreaGeometry geometry{rows.back().impact_area, rows.back().field_size};
+  if (st.technique == 2 && geometry.field_size == 0)
+    throw ImpactError("Cannot calculate regional impact",
+                      "Operation " + std::to_string(operation_id) +
+                          " is scaled as a boundary feature, but the area " + area_code +
+                          " has an average field size of 0, so its boundaries cannot be "
+                          "worked out. Please choose the hectare scaling for this operation.");
+  scale_totals(ga, 7, geometry, st, carry);
+  // Only the index is scaled; the maximum impact is not, intended.
+  scale_totals(aa, 1, geometry, st, carry);
+  const double taken_up = treated_area(geometry, st) * (st.uptake / 100);
+  scale_totals(pa, 7, geometry, st, carry);
+  return taken_up;
+}
+
 void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
   if (operation_id == 0) return;
   ExplorerState& ex = explorer_state();
@@ -263,7 +326,7 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
   // so that a failure leaves the state of the last operation in place.
   Merged<double> ghg, production;
   Merged<std::pair<double, double>> adaptation;
-  Quality quality;
+  QualityTally quality;
   double area_sum = 0;
 
   bool in_file = false;
@@ -289,75 +352,14 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
   AreaTable& pa = ex.production_area_table;
 
   for (const RegionArea& region : regions) {
-    ga.clear();
-    aa.clear();
-    pa.clear();
     check_level(region);
     ops_path = country_store_for(region.code);
     StoreCache& store = ctx.store(ops_path);
     const int level = static_cast<int>(region.level);
     // Exactly the row's level: an area without rows adds neither figures nor area.
     const std::vector<OpsRow> rows = store.ops_rows(level, region.nuts_id, operation_id);
-    if (rows.empty()) continue;
-
-    // Pass 1: GHG rows without sequestration, one area row per stored row.
-    for (const OpsRow& row : rows) {
-      if (!is_ghg(row) || row.cseq_years > 0) continue;
-      AreaRow& r = new_area_row(ga, row, store);
-      for (size_t h = 0; h < 7; ++h)
-        r.totals[h] = round_half_even(row.impact_value * kHorizonYears[h], 0);
-      r.cseq = "0";
-      quality.take(row, Quality::ghg, r);
-    }
-    // Pass 2: sequestration rows hold the total reached after Cseq Years,
-    // written to that horizon alone and not multiplied by the years.
-    for (const OpsRow& row : rows) {
-      if (!is_ghg(row) || row.cseq_years == 0) continue;
-      const double id = row.activity_id.as_double();
-      AreaRow* r = nullptr;
-      for (AreaRow& candidate : ga)
-        if (candidate.activity_key == id) {
-          r = &candidate;
-          break;
-        }
-      if (!r) r = &new_area_row(ga, row, store);
-      for (size_t h = 0; h < 7; ++h)
-        if (kHorizonYears[h] == row.cseq_years) r->totals[h] = round_half_even(row.impact_value, 0);
-      r->cseq = "1";
-      quality.take(row, Quality::ghg, *r);
-    }
-    // Pass 3: adaptation rows.
-    for (const OpsRow& row : rows) {
-      if (row.impact_type != 3) continue;
-      AreaRow& r = new_area_row(aa, row, store);
-      r.category = row.impact_category.as_text();
-      r.category_key = cell_to_number(r.category);
-      r.totals[0] = round_half_even(row.impact_value, 0);
-      r.max = row.impact_max.is_empty() ? 0 : row.impact_max.as_double();
-      quality.take(row, Quality::adaptation, r);
-    }
-    // Pass 4: production rows, normalised by the activity's factor.
-    for (const OpsRow& row : rows) {
-      if (row.impact_type != 4) continue;
-      const double p = row.impact_value * store.norm_factor(row.activity_id.as_int());
-      AreaRow& r = new_area_row(pa, row, store);
-      for (size_t h = 0; h < 7; ++h) r.totals[h] = round_half_even(p * kHorizonYears[h], 0);
-      quality.take(row, Quality::production, r);
-    }
-
-    // The geometry is that of the area's last row.
-    const AreaGeometry geometry{rows.back().impact_area, rows.back().field_size};
-    if (st.technique == 2 && geometry.field_size == 0)
-      throw ImpactError("Cannot calculate regional impact",
-                        "Operation " + std::to_string(operation_id) +
-                            " is scaled as a boundary feature, but the area " + region.code +
-                            " has an average field size of 0, so its boundaries cannot be "
-                            "worked out. Please choose the hectare scaling for this operation.");
-    scale_totals(ga, 7, geometry, st, carry);
-    // Only the index is scaled; the maximum impact is not, intended.
-    scale_totals(aa, 1, geometry, st, carry);
-    area_sum += treated_area(geometry, st) * (st.uptake / 100);
-    scale_totals(pa, 7, geometry, st, carry);
+    area_sum +=
+        scale_area_rows(rows, store, st, operation_id, region.code, carry, {ga, aa, pa}, quality);
 
     for (const AreaRow& row : ga) ghg.add(row.activity_key, row, 7);
     for (const AreaRow& row : aa) adaptation.add({row.activity_key, row.category_key}, row, 1);
@@ -416,10 +418,10 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
   ex.production_activity_table = std::move(production_table);
   ex.op_total_area = op_total_area;
   ex.risk_reduction_sum = risk_reduction_sum;
-  ex.dq_ghg = quality.mean(Quality::ghg);
-  ex.dq_adaptation = quality.mean(Quality::adaptation);
-  ex.dq_production = quality.mean(Quality::production);
-  ex.dq_overall = quality.mean(Quality::overall);
+  ex.dq_ghg = quality.mean(QualityTally::ghg);
+  ex.dq_adaptation = quality.mean(QualityTally::adaptation);
+  ex.dq_production = quality.mean(QualityTally::production);
+  ex.dq_overall = quality.mean(QualityTally::overall);
   s.ops_db_path = ops_path;
 }
 
