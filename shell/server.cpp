@@ -118,6 +118,14 @@ std::optional<std::string> url_decode(std::string_view text) {
   return out;
 }
 
+// The Content-Disposition of a download; quotes, backslashes and control
+// characters of the name become '_' so the header stays one quoted string.
+std::string attachment_header(std::string name) {
+  for (char& ch : name)
+    if (ch == '"' || ch == '\\' || static_cast<unsigned char>(ch) < 0x20) ch = '_';
+  return "attachment; filename=\"" + name + "\"";
+}
+
 std::optional<fs::path> resolve_static(const fs::path& folder, std::string_view relative) {
   auto decoded = url_decode(relative);
   if (!decoded || decoded->empty()) return std::nullopt;
@@ -296,7 +304,11 @@ struct Server::Impl {
       std::ifstream in(*file, std::ios::binary);
       std::string body((std::istreambuf_iterator<char>(in)), {});
       res.set_header("Cache-Control", "no-store");
-      res.set_content(body, mime_types().at(lower(file->extension().string())));
+      const std::string ext = lower(file->extension().string());
+      // Exported tables are saved by the browser, not shown.
+      if (ext == ".csv" || ext == ".xlsx")
+        res.set_header("Content-Disposition", attachment_header(file->filename().string()));
+      res.set_content(body, mime_types().at(ext));
       return;
     }
     auto target = url_decode(raw);

@@ -1,0 +1,205 @@
+#include "reports/export.h"
+
+#include <xlsxwriter.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <system_error>
+#include <vector>
+
+#include "core/numbers.h"
+#include "core/session.h"
+
+namespace arven {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A cell as it is exported: plain text, "null" (no value) as empty.
+std::string export_text(const std::string& cell) {
+  if (cell == "null") return "";
+  return html_unescape(cell);
+}
+
+std::string csv_field(const std::string& text) {
+  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+  std::string out = "\"";
+  for (char ch : text) {
+    if (ch == '"') out += '"';
+    out += ch;
+  }
+  out += '"';
+  return out;
+}
+
+// Characters of UTF-8 text (continuation bytes not counted).
+size_t utf8_length(std::string_view text) {
+  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char ch) {
+    return (static_cast<unsigned char>(ch) & 0xC0) != 0x80;
+  }));
+}
+
+std::string failure(const fs::path& file, const std::string& reason) {
+  return "The file " + file.string() + " could not be written: " + reason;
+}
+
+// The workbook is written by close(); left without it (an error on the
+// way), it is freed and nothing is written.
+class Workbook {
+ public:
+  explicit Workbook(const fs::path& file) : file_(file) {
+    book_ = workbook_new(file.c_str());
+    if (!book_) throw ExportError(failure(file, "the workbook could not be started"));
+  }
+  ~Workbook() {
+    if (book_) lxw_workbook_free(book_);
+  }
+  Workbook(const Workbook&) = delete;
+  Workbook& operator=(const Workbook&) = delete;
+  lxw_workbook* get() { return book_; }
+  void close() {
+    errno = 0;
+    lxw_error err = workbook_close(book_);
+    book_ = nullptr;
+    if (err != LXW_NO_ERROR) {
+      std::string reason = lxw_strerror(err);
+      if (errno != 0) reason += " (" + std::string(std::strerror(errno)) + ")";
+      throw ExportError(failure(file_, reason));
+    }
+  }
+
+ private:
+  fs::path file_;
+  lxw_workbook* book_ = nullptr;
+};
+
+void check(lxw_error err, const fs::path& file) {
+  if (err != LXW_NO_ERROR) throw ExportError(failure(file, lxw_strerror(err)));
+}
+
+std::string safe_base_name(const std::string& base) {
+  std::string out;
+  for (char ch : base) {
+    bool ok = (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z') || (ch >= '0' && ch <= '9') ||
+              ch == '-' || ch == '_';
+    out += ok ? ch : '_';
+  }
+  return out.empty() ? std::string("table") : out;
+}
+
+}  // namespace
+
+std::string html_unescape(std::string_view text) {
+  static const std::array<std::pair<std::string_view, char>, 5> entities = {
+      {{"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&#39;", '\''}}};
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '&') {
+      auto it = std::find_if(entities.begin(), entities.end(),
+                             [&](const auto& e) { return text.substr(i).starts_with(e.first); });
+      if (it != entities.end()) {
+        out += it->second;
+        i += it->first.size() - 1;
+        continue;
+      }
+    }
+    out += text[i];
+  }
+  return out;
+}
+
+void write_csv(const GridTable& grid, const fs::path& file) {
+  std::ofstream out(file, std::ios::binary | std::ios::trunc);
+  if (!out) throw ExportError(failure(file, std::strerror(errno)));
+  for (int r = 0; r < grid.rows(); ++r) {
+    for (int c = 0; c < grid.cols(); ++c) {
+      if (c > 0) out << ',';
+      out << csv_field(export_text(grid.cell(r, c)));
+    }
+    out << "\r\n";
+  }
+  out.close();
+  if (!out) throw ExportError(failure(file, std::strerror(errno)));
+}
+
+std::string excel_sheet_name(std::string_view name) {
+  std::string clean;
+  for (char ch : name)
+    clean += std::string_view("[]:*?/\\").find(ch) == std::string_view::npos ? ch : '_';
+  // At most 31 characters, cut before a character's first byte.
+  size_t chars = 0, end = 0;
+  for (; end < clean.size(); ++end) {
+    if ((static_cast<unsigned char>(clean[end]) & 0xC0) != 0x80 && ++chars > 31) break;
+  }
+  clean.resize(end);
+  while (!clean.empty() && clean.front() == '\'') clean.erase(0, 1);
+  while (!clean.empty() && clean.back() == '\'') clean.pop_back();
+  return clean.empty() ? std::string("Sheet1") : clean;
+}
+
+void write_xlsx(const GridTable& grid, const fs::path& file, const std::string& sheet_name) {
+  Workbook book(file);
+  lxw_worksheet* sheet = workbook_add_worksheet(book.get(), excel_sheet_name(sheet_name).c_str());
+  if (!sheet) throw ExportError(failure(file, "the sheet could not be added"));
+  lxw_format* bold = workbook_add_format(book.get());
+  format_set_bold(bold);
+
+  std::vector<size_t> widths(static_cast<size_t>(grid.cols()), 0);
+  for (int r = 0; r < grid.rows(); ++r) {
+    for (int c = 0; c < grid.cols(); ++c) {
+      const std::string text = export_text(grid.cell(r, c));
+      widths[c] = std::max(widths[c], utf8_length(text));
+      if (text.empty()) continue;
+      const auto row = static_cast<lxw_row_t>(r);
+      const auto col = static_cast<lxw_col_t>(c);
+      if (r == 0) {
+        check(worksheet_write_string(sheet, row, col, text.c_str(), bold), file);
+      } else if (auto v = parse_number(text); v && std::isfinite(*v)) {
+        check(worksheet_write_number(sheet, row, col, *v, nullptr), file);
+      } else {
+        check(worksheet_write_string(sheet, row, col, text.c_str(), nullptr), file);
+      }
+    }
+  }
+  for (int c = 0; c < grid.cols(); ++c) {
+    double width = std::clamp(static_cast<double>(widths[c]) + 2, 8.0, 60.0);
+    const auto col = static_cast<lxw_col_t>(c);
+    check(worksheet_set_column(sheet, col, col, width, nullptr), file);
+  }
+  book.close();
+}
+
+std::string export_links_html(int grid_number) {
+  const std::string n = std::to_string(grid_number);
+  return "<p><font face=\"Verdana\"><small>Export this table: <a href=" + n +
+         ".exc>CSV</a> | <a href=" + n + ".exx>Excel (.xlsx)</a></small></font></p>";
+}
+
+bool export_grid(Ui& ui, const GridTable& grid, const std::string& base_name, bool xlsx) {
+  const std::string name = safe_base_name(base_name) + (xlsx ? ".xlsx" : ".csv");
+  const fs::path folder = session().app_folder / "exports";
+  const fs::path file = folder / name;
+  try {
+    std::error_code ec;
+    fs::create_directories(folder, ec);
+    if (ec) throw ExportError(failure(file, ec.message()));
+    if (xlsx) {
+      write_xlsx(grid, file, base_name);
+    } else {
+      write_csv(grid, file);
+    }
+  } catch (const std::exception& e) {
+    ui.message_box(e.what(), "Export", MsgButtons::Ok, MsgIcon::Exclamation);
+    return false;
+  }
+  ui.open_document("exports/" + name);
+  return true;
+}
+
+}  // namespace arven

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "core/grid_table.h"
+#include "core/ui.h"
+
+namespace arven {
+
+// Spreadsheet export of the explorer's tables: every row (titles included)
+// and every column (the identifier column 0 included) of a GridTable, as
+// CSV or as an .xlsx workbook of one sheet.
+//
+// Cells of the list tables hold page text: the five entities html_escape
+// produces are turned back into their characters; any other text, markup
+// included, is written as it stands. A cell holding "null" (no value) is
+// written empty.
+
+// A file that could not be written; what() names the file and the reason.
+class ExportError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The plain text of a cell: &amp; &lt; &gt; &quot; &#39; replaced by & < > " '.
+std::string html_unescape(std::string_view text);
+
+// RFC 4180 CSV in UTF-8: fields separated by commas, a field holding a
+// comma, a quote, a CR or an LF quoted with its quotes doubled, lines ended
+// by CRLF. Throws ExportError when the file cannot be written.
+void write_csv(const GridTable& grid, const std::filesystem::path& file);
+
+// An Excel workbook with one sheet named `sheet_name` (made valid by
+// excel_sheet_name): the head row bold, a cell that reads as a number
+// (parse_number, either decimal separator) as a number, empty and "null"
+// cells blank, everything else as text; columns sized to their text.
+// Throws ExportError when the file cannot be written.
+void write_xlsx(const GridTable& grid, const std::filesystem::path& file,
+                const std::string& sheet_name);
+
+// A sheet name Excel accepts: []:*?/\ replaced by '_', apostrophes at
+// either end dropped, at most 31 characters (never splitting a UTF-8
+// character), "Sheet1" when nothing is left.
+std::string excel_sheet_name(std::string_view name);
+
+// The line under a table that offers it for export: page commands
+// "<grid_number>.exc" (CSV) and "<grid_number>.exx" (.xlsx).
+std::string export_links_html(int grid_number);
+
+// Writes the table to session().app_folder/exports/<base_name>.csv or .xlsx
+// (the folder made when missing) and has the browser download it. The base
+// name keeps letters, digits, '-' and '_' only; others become '_'. A
+// failure is shown in a message box titled "Export" naming the file and the
+// reason, and gives false.
+bool export_grid(Ui& ui, const GridTable& grid, const std::string& base_name, bool xlsx);
+
+}  // namespace arven
