@@ -74,6 +74,16 @@ test('an assessment goes from a new file to ranked operation reports', { skip: m
     assert.match(report, /Mitigation \(1 year to 250 years\)/);
     await page.screenshot({ path: screenshotPath('explorer-summary-report') });
 
+    // The detailed report opens in the report window, a tab of its own.
+    const [report2] = await Promise.all([
+      page.context().waitForEvent('page'),
+      frame.locator('a[href$=".det"]').first().click(),
+    ]);
+    await report2.waitForURL(/\/report\/$/);
+    await report2.frameLocator('#page').locator('body', { hasText: 'Detailed GHG emission and carbon sequestration data' }).waitFor();
+    await report2.screenshot({ path: screenshotPath('explorer-detailed-report') });
+    await report2.close();
+
     // The ranked list, sorted by the combined score high to low.
     await page.click('#tab-tab2-1');
     await pageText(page, 'Ranked by total regional impact');

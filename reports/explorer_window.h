@@ -30,7 +30,17 @@ struct ExplorerWindow {
   GridTable MSFlexGrid12{5};  // production
   GridTable RegGrid1{4};
   GridTable AgGrid1{6};
-  GridTable AgGrid1_Ranked{8};
+  GridTable AgGrid1_Ranked{7};
+  // Cost curves: the curve of operations, and the measure tables that the
+  // aggregation fills.
+  GridTable MACCGrid1{4};
+  GridTable MACCGrid2_M{5};
+  GridTable MACCGrid2_A{5};
+
+  // The size in pixels of the browser that shows the explorer's pages; chart
+  // pages are sized from it.
+  int browser_width = 1100;
+  int browser_height = 700;
 
   // Cost-curve options panel.
   bool mac_panel = false;

@@ -15,6 +15,7 @@
 #include "engine/explorer_state.h"
 #include "reports/charts.h"
 #include "reports/explorer_window.h"
+#include "reports/export.h"
 #include "reports/page_kit.h"
 #include "stores/db.h"
 
@@ -630,6 +631,7 @@ void my_operation_list_html() {
     out.line(section_heading(p.heading));
     if (!p.sentence.empty()) out.line(paragraph(p.sentence));
     grid_table_sortable(p.grid, out, 1, p.state, p.grid_number);
+    out.line(export_links_html(p.grid_number));
     page_footer(out);
   }
 }

@@ -13,9 +13,13 @@
 #include "engine/impact_context.h"
 #include "engine/impact_summaries.h"
 #include "engine/operation_properties.h"
+#include "reports/aggregation.h"
 #include "reports/explorer_window.h"
+#include "reports/export.h"
+#include "reports/mac_curves.h"
 #include "reports/operation_reports.h"
 #include "reports/page_kit.h"
+#include "reports/regional_analysis.h"
 #include "stores/db.h"
 
 namespace arven {
@@ -143,8 +147,23 @@ bool sort_command(Ui& ui, const std::string& target) {
         w.sort_grid12 = state;
         grid12_sort(state);
         break;
+      case 6:
+        w.sort_reggrid1 = state;
+        reggrid1_sort(state);
+        reg_analysis_html(ui, w.current_operation, w.reg_impact_kind);
+        return true;
+      case 7:
+        w.sort_aggrid1 = state;
+        aglist_html();
+        ui.navigate("explorer", "aggregate1.htm");
+        return true;
+      case 8:
+        w.sort_aggrid1_ranked = state;
+        aglist_ranked_html();
+        ui.navigate("explorer", "aggregate_ranked1.htm");
+        return true;
       default:
-        return true;  // the analysis grids: nothing to sort in this window yet
+        return true;
     }
     my_operation_list_html();
   } catch (const std::exception& e) {
@@ -219,6 +238,38 @@ void select_operation(Ui& ui, int64_t id) {
   show_operation_report(ui, id);
 }
 
+// A list or table of this window as a CSV or spreadsheet file: <grid>.exc
+// and <grid>.exx. Cost curves export their item columns, not the steps.
+void export_command(Ui& ui, int grid_number, bool xlsx) {
+  ExplorerWindow& w = explorer_window();
+  struct Source {
+    int grid;
+    const GridTable* table;
+    const char* name;
+    int columns;  // 0: all
+  };
+  const Source sources[] = {
+      {3, &w.MSFlexGrid3, "mitigation", 0},
+      {4, &w.MSFlexGrid4, "adaptation", 0},
+      {5, &w.MSFlexGrid5, "ranked", 0},
+      {12, &w.MSFlexGrid12, "production", 0},
+      {6, &w.RegGrid1, "regional_breakdown", 0},
+      {7, &w.AgGrid1, "measures", 0},
+      {8, &w.AgGrid1_Ranked, "measures_ranked", 0},
+      {20, &w.MACCGrid1, "mac_curve", 4},
+      {21, &w.MACCGrid2_M, "mac_curve_measures_ghg", 5},
+      {22, &w.MACCGrid2_A, "mac_curve_measures_adaptation", 5},
+  };
+  for (const Source& src : sources) {
+    if (src.grid != grid_number) continue;
+    if (src.table->rows() == 0) return;
+    GridTable copy = *src.table;
+    if (src.columns > 0 && copy.cols() > src.columns) copy.resize(copy.rows(), src.columns);
+    export_grid(ui, copy, src.name, xlsx);
+    return;
+  }
+}
+
 }  // namespace
 
 // ---- sorting ----------------------------------------------------------------------------
@@ -287,6 +338,15 @@ void grid5_sort(int state) {
 void grid12_sort(int state) {
   grid_state_sort(explorer_window().MSFlexGrid12, state, 6);
 }
+void reggrid1_sort(int state) {
+  grid_state_sort(explorer_window().RegGrid1, state, 6);
+}
+void aggrid1_sort(int state) {
+  grid_state_sort(explorer_window().AgGrid1, state, 8);
+}
+void aggrid1_ranked_sort(int state) {
+  grid_state_sort(explorer_window().AgGrid1_Ranked, state, 10);
+}
 
 bool parse_sort_target(const std::string& target, int& grid, int& state) {
   const std::string t = lower(target);
@@ -354,11 +414,20 @@ bool dispatch_navigation(Ui& ui, const std::string& url) {
     } else if (tail == "opd") {
       if (!file_open() || !operation_in_assessment(w.current_operation)) return true;
       edit_operation_properties(ui, w.current_operation, explorer_cache_hooks());
-    } else if (tail.size() == 3 && tail[0] == 'r' && tail[1] == 'g') {
-      return true;  // regional breakdown: not in this window yet
-    } else if (tail == "rea" || tail == "rep" || tail == "cg1" || tail == "cg2" || tail == "ca1" ||
-               tail == "ca2" || tail == "cp1" || tail == "cp2") {
-      return true;
+    } else if (tail[0] == 'r' && tail[1] == 'g') {
+      static const int kYears[] = {1, 5, 10, 25, 50, 100, 250};
+      const int n = tail[2] - '0';
+      if (!known_operation(id)) return true;
+      if (n >= 1 && n <= 7) session().cseq_years = kYears[n - 1];
+      regional_analysis(ui, id, 1);
+    } else if (tail == "rea" || tail == "rep") {
+      if (known_operation(id)) regional_analysis(ui, id, tail == "rea" ? 2 : 4);
+    } else if (tail == "cg1" || tail == "cg2" || tail == "ca1" || tail == "ca2" || tail == "cp1" ||
+               tail == "cp2") {
+      const int kind = tail[1] == 'g' ? 1 : tail[1] == 'a' ? 2 : 4;
+      if (known_operation(id)) reg_analysis_chart(ui, id, kind, tail[2] == '1' ? 2 : 3);
+    } else if (tail == "exc" || tail == "exx") {
+      export_command(ui, static_cast<int>(id), tail == "exx");
     } else {
       return false;
     }
@@ -449,7 +518,7 @@ void tab1_click(Ui& ui, int tab) {
 }
 
 void tab2_click(Ui& ui, int tab) {
-  if (tab < 1 || tab > 5 || !file_open()) return;
+  if (tab < 1 || tab > 6 || !file_open()) return;
   ExplorerWindow& w = explorer_window();
   w.tab2 = tab;
   try {
@@ -466,6 +535,8 @@ void tab2_click(Ui& ui, int tab) {
     if (tab <= 4) {
       rebuild_lists(ui);
       refresh_lists_page(ui);
+    } else if (tab == 6) {
+      aggregate_new_measure(ui);
     } else if (w.current_operation != 0 && operation_in_assessment(w.current_operation)) {
       if (load_impact_data(ui, w.current_operation) == ImpactStatus::done)
         operation_specific_html_hub(ui, 1, 1);
@@ -496,6 +567,26 @@ void toolbar_click(Ui& ui, const std::string& key) {
       ui.print_page("explorer");
     } else if (key == "ReCalc") {
       if (file_open()) data_update(ui, explorer_cache_hooks());
+    } else if (key == "maccghg") {
+      explorer_window().mac_panel = !explorer_window().mac_panel;
+    } else if (key == "maccadapt") {
+      if (!mac_curves_enabled()) return;
+      explorer_window().mac_panel = false;
+      if (explorer_window().tab2 == 6)
+        mac_curve_adapt_measures_hub(ui);
+      else
+        mac_curve_adapt_hub(ui);
+    } else if (key == "CreateGHG" || key == "CreateAdapt") {
+      if (!mac_curves_enabled()) return;
+      ExplorerWindow& w = explorer_window();
+      w.mac_panel = false;
+      const bool ghg = key == "CreateGHG";
+      if (w.mac_target == 2) {
+        tab2_click(ui, 6);
+        ghg ? mac_curve_ghg_measures_hub(ui) : mac_curve_adapt_measures_hub(ui);
+      } else {
+        ghg ? mac_curve_ghg_hub(ui) : mac_curve_adapt_hub(ui);
+      }
     } else if (key == "Home") {
       const bool chosen = c.tab != 1;
       Tree& tree = chosen ? c.chosen : c.catalogue;
@@ -504,6 +595,11 @@ void toolbar_click(Ui& ui, const std::string& key) {
   } catch (const std::exception& e) {
     report_failure(ui, e);
   }
+}
+
+bool mac_curves_enabled() {
+  const Catalogue& c = catalogue();
+  return file_open() && c.tab == 2 && c.tab_caption.find("(0)") == std::string::npos;
 }
 
 void explorer_load(Ui& ui) {

@@ -25,6 +25,9 @@ void grid3_sort(int state);
 void grid4_sort(int state);
 void grid5_sort(int state);
 void grid12_sort(int state);
+void reggrid1_sort(int state);
+void aggrid1_sort(int state);
+void aggrid1_ranked_sort(int state);
 
 // Reads the sort state of a sort target ("sort.7s5"): its grid number and
 // state; false when the target is no sort command.
@@ -38,7 +41,11 @@ bool dispatch_navigation(Ui& ui, const std::string& target);
 // and the one below the chosen tree (1 ranked ... 5 operation report).
 void tab1_click(Ui& ui, int tab);
 void tab2_click(Ui& ui, int tab);
-// The toolbar: "New", "Open", "Print", "ReCalc", "Home".
+// The cost-curve buttons work on the chosen tab when operations are chosen.
+bool mac_curves_enabled();
+// The toolbar: "New", "Open", "Print", "ReCalc", "Home", the cost-curve
+// buttons "maccghg" (the options panel) and "maccadapt", and the panel's
+// "CreateGHG" and "CreateAdapt".
 void toolbar_click(Ui& ui, const std::string& key);
 // A click on a node of a tree (chosen = the chosen tree); ignored while an
 // operation is being added.

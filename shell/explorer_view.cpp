@@ -1,5 +1,6 @@
 #include "shell/explorer_view.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "core/session.h"
@@ -16,8 +17,16 @@ namespace {
 
 const char* const kViews[] = {"By Categories", "By Measures (pre-2014)", "By Measures (post-2013)",
                               "A to Z"};
-const char* const kTab2[] = {"Ranked", "Mitigation", "Adaptation", "Production",
-                             "Operation report"};
+const char* const kTab2[] = {"Ranked",     "Mitigation",       "Adaptation",
+                             "Production", "Operation report", "Aggregation"};
+
+json radio_group(const std::string& id, const std::string& label,
+                 std::initializer_list<const char*> texts, int selected) {
+  json items = json::array();
+  int n = 1;
+  for (const char* t : texts) items.push_back({{"id", n++}, {"text", t}});
+  return {{"id", id}, {"label", label}, {"items", items}, {"selected", selected}};
+}
 
 json tree_json(const Tree& tree, const std::string& id) {
   json nodes = json::array();
@@ -49,6 +58,15 @@ json explorer_controls() {
        {"tip", "Recalculate the impact data of the selected operations"},
        {"enabled", file && !working}},
       {{"id", "Home"}, {"text", "Home"}, {"tip", "Back to the first entry of the tree"}},
+      {{"separator", true}},
+      {{"id", "maccghg"},
+       {"text", w.mac_panel ? "MAC curve (GHG) \u25b4" : "MAC curve (GHG) \u25be"},
+       {"tip", "Options of the marginal abatement cost curve for greenhouse gases"},
+       {"enabled", mac_curves_enabled() && !working}},
+      {{"id", "maccadapt"},
+       {"text", "MAC curve (adaptation)"},
+       {"tip", "Marginal abatement cost curve for adaptation"},
+       {"enabled", mac_curves_enabled() && !working}},
   });
 
   json views = json::array();
@@ -80,11 +98,27 @@ json explorer_controls() {
   json controls = {{"title", "RDP Explorer"},
                    {"caption", file ? "File: " + name : "No ARVEN file open"},
                    {"toolbar", toolbar},
-                   {"side", side}};
+                   {"side", side},
+                   {"wants_size", true}};
   if (chosen && file) {
     json items = json::array();
-    for (int t = 1; t <= 5; ++t) items.push_back({{"id", t}, {"text", kTab2[t - 1]}});
+    for (int t = 1; t <= 6; ++t) items.push_back({{"id", t}, {"text", kTab2[t - 1]}});
     controls["tabs"] = {{"id", "tab2"}, {"items", items}, {"selected", w.tab2}};
+  }
+  if (w.mac_panel && mac_curves_enabled()) {
+    controls["radios"] = json::array(
+        {radio_group("mac_costs", "Costs",
+                     {"Use both", "Use single investment costs only", "Use annual area costs only"},
+                     w.mac_costs),
+         radio_group("mac_target", "Target",
+                     {"Create MAC curve for RDP operations",
+                      "Create MAC curve for aggregated RDP measures"},
+                     w.mac_target),
+         radio_group("mac_source", "Cost source",
+                     {"Use production impact data (for costs)", "Use data entered for costs"},
+                     w.mac_source)});
+    controls["buttons"] = json::array({{{"id", "CreateGHG"}, {"text", "Create"}},
+                                       {{"id", "CreateAdapt"}, {"text", "Create (adaptation)"}}});
   }
   return controls;
 }
@@ -108,7 +142,17 @@ void register_explorer_window(WebUi& ui) {
       else if (p.at("tabs") == "tab2")
         tab2_click(ui, tab);
     } else if (p.count("radio")) {
-      tree_view_click(ui, c.tab == 2, param_int(p, "value", 0));
+      const std::string& group = p.at("radio");
+      const int value = param_int(p, "value", 0);
+      ExplorerWindow& w = explorer_window();
+      if (group == "view")
+        tree_view_click(ui, c.tab == 2, value);
+      else if (group == "mac_costs" && value >= 1 && value <= 3)
+        w.mac_costs = value;
+      else if (group == "mac_target" && value >= 1 && value <= 2)
+        w.mac_target = value;
+      else if (group == "mac_source" && value >= 1 && value <= 2)
+        w.mac_source = value;
     } else if (p.count("tree")) {
       const bool chosen = p.at("tree") == "chosen";
       Tree& tree = chosen ? c.chosen : c.catalogue;
@@ -136,8 +180,17 @@ void register_explorer_window(WebUi& ui) {
     } else if (p.count("check") && p.at("check") == "DataAvailable") {
       c.data_available = param_int(p, "value", 0) == 1;
       tree_view_click(ui, false, static_cast<int>(c.catalogue_view));
-    } else if (p.count("button") && p.at("button") == "selectall") {
-      select_all(ui);
+    } else if (p.count("button")) {
+      const std::string& b = p.at("button");
+      if (b == "selectall")
+        select_all(ui);
+      else if (b == "CreateGHG" || b == "CreateAdapt")
+        toolbar_click(ui, b);
+    } else if (p.count("size")) {
+      // The page area's size, for chart pages.
+      ExplorerWindow& w = explorer_window();
+      w.browser_width = std::clamp(param_int(p, "width", w.browser_width), 200, 4000);
+      w.browser_height = std::clamp(param_int(p, "height", w.browser_height), 200, 4000);
     }
   };
   ui.register_window("explorer", h);

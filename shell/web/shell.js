@@ -437,6 +437,9 @@
     if (c.lists) tb.appendChild(renderLists(c.lists, c.context_menu));
     if (c.table) tb.appendChild(renderTable(c.table));
     if (c.grid) tb.appendChild(renderEditGrid(c.grid));
+    for (const r of c.radios || []) {
+      tb.appendChild(el('fieldset', { class: 'radio-group' }, [el('legend', { text: r.label || '' }), renderRadios(r)]));
+    }
     renderCheckboxes(tb, c.checkboxes);
     renderButtons(tb, c.buttons);
     for (const b of tb.querySelectorAll('.listbox, .table-scroll')) {
@@ -491,6 +494,18 @@
     (nameInput || buttons.firstChild).focus();
   }
 
+  // A window whose pages size their charts is told the page area's size.
+  let sentSize = '';
+  function sendSize() {
+    if (!controls.wants_size) return;
+    const f = $('page');
+    const size = f.clientWidth + 'x' + f.clientHeight;
+    if (size === sentSize || !f.clientWidth) return;
+    sentSize = size;
+    post('command', { size: 1, width: f.clientWidth, height: f.clientHeight });
+  }
+  window.addEventListener('resize', () => { clearTimeout(sendSize.timer); sendSize.timer = setTimeout(sendSize, 300); });
+
   function render(s) {
     // One browser tab shows the main window or the modal window on top of
     // it; a window opened beside them (a report) keeps its own tab.
@@ -510,6 +525,7 @@
       else renderPanels(c.panels, c.caption);
       $('caption').textContent = c.caption || '';
       renderForm(c);
+      sendSize();
     }
     if (s.ended) {
       document.body.replaceChildren(el('p', { class: 'ended', text: 'ARVEN has ended. You may close this page.' }));
@@ -519,7 +535,15 @@
     printed = s.print;
     if (opened !== null && s.opened.count !== opened && stacked) {
       const t = s.opened.target;
-      window.open(/^https?:/.test(t) || t.startsWith('/') ? t : base + t, '_blank');
+      if (t.startsWith('exports/')) {
+        // An exported table: downloaded, no blank tab left behind.
+        const a = el('a', { href: base + t, download: t.slice('exports/'.length) });
+        document.body.appendChild(a);
+        a.click();
+        a.remove();
+      } else {
+        window.open(/^https?:/.test(t) || t.startsWith('/') ? t : base + t, '_blank');
+      }
     }
     opened = s.opened.count;
     if (s.nav !== nav) {
