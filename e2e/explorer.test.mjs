@@ -5,7 +5,8 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
-import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, pageText, screenshotPath } from './lib.mjs';
+import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, pageText, screenshotPath, newFileWithRegion,
+  chooseOperations, reportWindow } from './lib.mjs';
 
 const STORE = 'new_arven_operations_DK.mdb';
 const missing = !fs.existsSync(path.join(APP_SOURCE, 'dbases', STORE)) &&
@@ -18,49 +19,16 @@ test('an assessment goes from a new file to ranked operation reports', { skip: m
   try {
     const page = await browser.newPage({ viewport: { width: 1400, height: 900 } });
     const frame = page.frameLocator('#page');
-    await page.goto(program.url);
-    await page.waitForURL(/\/about\/$/);
-    await page.click('#button-ok');
-    await page.waitForURL(/\/main\/$/);
+    await newFileWithRegion(page, program.url, 'Explorer test');
 
-    // A new file with the region Sjælland.
-    await page.click('#panel-3');
-    await page.click('#item-3-1');
-    await page.locator('#dialog').waitFor();
-    await page.fill('#file-name', 'Explorer test');
-    await page.click('#answer-Save');
-    await pageText(page, 'File:');
-    await page.click('#item-3-3');
-    await page.waitForURL(/\/regions\/$/);
-    const entry = (list, text) => page.locator(`#list-${list} .list-item`, { hasText: text });
-    await entry(0, 'DK - Danmark').click();
-    await entry(1, 'DK0 - Danmark').click();
-    await entry(2, 'DK02 - Sjælland').dblclick();
-    await page.locator('#table-regions-row-0').waitFor();
-    await page.click('#close-window');
-    await page.waitForURL(/\/main\/$/);
-    await pageText(page, 'DK02');
-
-    // The explorer opens on the chosen tab of the file, with no operation yet.
-    await page.click('#panel-2');
-    await page.click('#item-2-3');
-    await page.waitForURL(/\/explorer\/$/);
-    await pageText(page, 'No Operations Selected');
-    await page.click('#tab-tab1-1');
+    // The explorer opens on the chosen tab of the file, with no operation yet;
+    // names with an ampersand and an apostrophe show as they are.
     const node = (text) => page.locator('#tree-catalogue .tree-node', { hasText: text });
-    await node('Winter cover crops').waitFor();
-    // Names with an ampersand and an apostrophe show as they are.
-    await node('Zero tillage & direct drilling').waitFor();
+    const names = ['Winter cover crops', 'Zero tillage & direct drilling', 'Hedgerow planting'];
+    await chooseOperations(page, names);
+    await page.click('#tab-tab1-1');
     await node("Wild bird seed mixtures (farmland birds' food plots)").waitFor();
-
-    // Three operations chosen by double click; each add recalculates.
-    for (const name of ['Winter cover crops', 'Zero tillage & direct drilling', 'Hedgerow planting']) {
-      await node(name).dblclick();
-      await page.locator('#tabs-tab1', { hasText: 'My RDP Operations' }).waitFor();
-      await frame.locator('body', { hasText: 'Select Operation' }).or(
-        frame.locator('body', { hasText: 'Remove Operation' })).first().waitFor();
-    }
-    await page.locator('#tab-tab1-2', { hasText: 'My RDP Operations (3)' }).waitFor({ timeout: 30000 });
+    await node(names[1]).waitFor();
 
     // The chosen tab: the first operation's summary report with its chart.
     await page.click('#tab-tab1-2');
@@ -75,12 +43,8 @@ test('an assessment goes from a new file to ranked operation reports', { skip: m
     await page.screenshot({ path: screenshotPath('explorer-summary-report') });
 
     // The detailed report opens in the report window, a tab of its own.
-    const [report2] = await Promise.all([
-      page.context().waitForEvent('page'),
-      frame.locator('a[href$=".det"]').first().click(),
-    ]);
-    await report2.waitForURL(/\/report\/$/);
-    await report2.frameLocator('#page').locator('body', { hasText: 'Detailed GHG emission and carbon sequestration data' }).waitFor();
+    const report2 = await reportWindow(page, () => frame.locator('a[href$=".det"]').first().click(),
+      'Detailed GHG emission and carbon sequestration data');
     await report2.screenshot({ path: screenshotPath('explorer-detailed-report') });
     await report2.close();
 

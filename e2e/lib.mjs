@@ -85,3 +85,54 @@ export function screenshotPath(name) {
   fs.mkdirSync(dir, { recursive: true });
   return path.join(dir, name + '.png');
 }
+
+// Starts on the program's address, passes the About box, and creates a new
+// assessment file with the region Sjælland (DK02); ends on the main window.
+export async function newFileWithRegion(page, url, fileName) {
+  await page.goto(url);
+  await page.waitForURL(/\/about\/$/);
+  await page.click('#button-ok');
+  await page.waitForURL(/\/main\/$/);
+  await page.click('#panel-3');
+  await page.click('#item-3-1');
+  await page.locator('#dialog').waitFor();
+  await page.fill('#file-name', fileName);
+  await page.click('#answer-Save');
+  await pageText(page, 'File:');
+  await page.click('#item-3-3');
+  // The page may be sent to the window twice (state poll and redirect): wait
+  // for the window's controls rather than for one navigation.
+  await page.locator('#list-0 .list-item', { hasText: 'DK - Danmark' }).waitFor();
+  const entry = (list, text) => page.locator(`#list-${list} .list-item`, { hasText: text });
+  await entry(0, 'DK - Danmark').click();
+  await entry(1, 'DK0 - Danmark').click();
+  await entry(2, 'DK02 - Sjælland').dblclick();
+  await page.locator('#table-regions-row-0').waitFor();
+  await page.click('#close-window');
+  await page.locator('#panel-3').waitFor();
+  await pageText(page, 'DK02');
+}
+
+// Opens the explorer from the main window and chooses the named catalogue
+// operations by double click; ends on the chosen tab.
+export async function chooseOperations(page, names) {
+  await page.click('#panel-2');
+  await page.click('#item-2-3');
+  await page.locator('#tab-tab1-1').waitFor();
+  await pageText(page, 'No Operations Selected');
+  await page.click('#tab-tab1-1');
+  const node = (text) => page.locator('#tree-catalogue .tree-node', { hasText: text });
+  for (const [i, name] of names.entries()) {
+    await node(name).dblclick();
+    await page.locator('#tab-tab1-2', { hasText: `My RDP Operations (${i + 1})` }).waitFor({ timeout: 30000 });
+  }
+  await page.click('#tab-tab1-2');
+}
+
+// Runs `action` and returns the browser tab that it opens (the report window).
+export async function reportWindow(page, action, expected) {
+  const [tab] = await Promise.all([page.context().waitForEvent('page'), action()]);
+  await tab.waitForURL(/\/report\/$/);
+  if (expected) await tab.frameLocator('#page').locator('body', { hasText: expected }).waitFor();
+  return tab;
+}
