@@ -104,6 +104,15 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
                        const std::string& area_code, double& carry, AreaTables out,
                        QualityTally& quality);
 
+// A row of the assessment file's Regions, in table order.
+struct RegionArea {
+  int64_t level = 0;
+  std::string code;
+  int64_t nuts_id = 0;
+  double sqkm = 0;
+};
+std::vector<RegionArea> read_regions(Db& file);
+
 // The stores of one command.
 class ImpactContext {
  public:

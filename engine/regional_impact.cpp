@@ -145,17 +145,7 @@ ScalingSettings read_operation_settings(int64_t operation_id) {
 
 // ---- the calculation ------------------------------------------------------------
 
-namespace {
-
-// A row of Regions.
-struct RegionArea {
-  int64_t level = 0;
-  std::string code;
-  int64_t nuts_id = 0;
-  double sqkm = 0;
-};
-
-std::vector<RegionArea> read_regions(Db& file) {
+std::vector<engine_detail::RegionArea> engine_detail::read_regions(Db& file) {
   std::vector<RegionArea> out;
   auto rows = file.query(
       "SELECT \"NUTS Type ID\", \"NUTS Code\", \"NUTS ID\", \"NUTS AREA\" FROM \"Regions\" "
@@ -165,6 +155,11 @@ std::vector<RegionArea> read_regions(Db& file) {
                    rows.get(3).as_double()});
   return out;
 }
+
+namespace {
+
+using engine_detail::read_regions;
+using engine_detail::RegionArea;
 
 void check_level(const RegionArea& area) {
   if (area.level < 0 || area.level > 3)

@@ -199,12 +199,8 @@ struct ItemSums {
 // list, each with its cost per unit.
 ItemSums operation_rows(Ui& ui, GridTable& curve, bool adaptation) {
   ExplorerWindow& w = explorer_window();
-  load_my_operations_data();
   // The lists in the order the pages show them.
-  grid3_sort(w.sort_grid3);
-  grid4_sort(w.sort_grid4);
-  grid5_sort(w.sort_grid5);
-  grid12_sort(w.sort_grid12);
+  load_sorted_lists();
 
   curve.clear();
   curve.resize(1, 4);

@@ -100,12 +100,7 @@ void show_operation_report(Ui& ui, int64_t id) {
 }
 
 void rebuild_lists(Ui&) {
-  ExplorerWindow& w = explorer_window();
-  load_my_operations_data();
-  grid3_sort(w.sort_grid3);
-  grid4_sort(w.sort_grid4);
-  grid5_sort(w.sort_grid5);
-  grid12_sort(w.sort_grid12);
+  load_sorted_lists();
   my_operation_list_html();
 }
 
@@ -271,6 +266,15 @@ void export_command(Ui& ui, int grid_number, bool xlsx) {
 }
 
 }  // namespace
+
+void load_sorted_lists() {
+  ExplorerWindow& w = explorer_window();
+  load_my_operations_data();
+  grid3_sort(w.sort_grid3);
+  grid4_sort(w.sort_grid4);
+  grid5_sort(w.sort_grid5);
+  grid12_sort(w.sort_grid12);
+}
 
 // ---- sorting ----------------------------------------------------------------------------
 

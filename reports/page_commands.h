@@ -29,6 +29,10 @@ void reggrid1_sort(int state);
 void aggrid1_sort(int state);
 void aggrid1_ranked_sort(int state);
 
+// Fills the four lists of chosen operations and sorts each by its stored
+// state.
+void load_sorted_lists();
+
 // Reads the sort state of a sort target ("sort.7s5"): its grid number and
 // state; false when the target is no sort command.
 bool parse_sort_target(const std::string& target, int& grid, int& state);

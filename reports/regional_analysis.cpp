@@ -57,22 +57,8 @@ void head_grid(GridTable& grid, int kind) {
   grid.cell(0, 3) = heads.per_ha;
 }
 
-// A row of Regions.
-struct RegionRow {
-  int64_t level = 0;
-  std::string code;
-  int64_t nuts_id = 0;
-};
-
-std::vector<RegionRow> read_regions(Db& file) {
-  std::vector<RegionRow> out;
-  auto rows = file.query(
-      "SELECT \"NUTS Type ID\", \"NUTS Code\", \"NUTS ID\" FROM \"Regions\" ORDER BY "
-      "rowid");
-  while (rows.next())
-    out.push_back({rows.get(0).as_int(), rows.get(1).as_text(), rows.get(2).as_int()});
-  return out;
-}
+using engine_detail::read_regions;
+using RegionRow = engine_detail::RegionArea;
 
 // A NUTS3 area of a region.
 struct Nuts3Area {
