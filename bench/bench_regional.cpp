@@ -11,6 +11,11 @@
 #include "engine/explorer_state.h"
 #include "engine/impact_cache.h"
 #include "engine/impact_summaries.h"
+#include "reports/aggregation.h"
+#include "reports/explorer_window.h"
+#include "reports/mac_curves.h"
+#include "reports/operation_reports.h"
+#include "reports/page_commands.h"
 #include "stores/db.h"
 #include "stores/schema.h"
 
@@ -62,6 +67,16 @@ struct Country {
                       "TEA_Inc", "TEA_Factor"},
                      {op, "Operation " + std::to_string(op), 1 + op % 2, op % 2 ? 10.0 : 80.0,
                       op % 3 == 0 ? 0 : 1, 15.0});
+      // Twenty measures; every operation stands in one, every third in two.
+      for (int m = 1; m <= 20; ++m)
+        store.insert("New_Measures", {"Measure ID", "Measure EU ID", "Measure name"},
+                     {m, "M" + std::to_string(m), "Measure " + std::to_string(m)});
+      for (int op = 1; op <= kOperations; ++op) {
+        store.insert("Operations_New_Measures", {"Operation ID", "Measure ID"}, {op, op % 20 + 1});
+        if (op % 3 == 0)
+          store.insert("Operations_New_Measures", {"Operation ID", "Measure ID"},
+                       {op, (op + 7) % 20 + 1});
+      }
       const std::vector<std::string> columns = {
           "NUTS Type ID", "NUTS Code",   "NUTS0_ID",    "NUTS3_ID",        "Average field size",
           "Operation ID", "Activity ID", "Impact Type", "Impact Category", "Impact value",
@@ -70,11 +85,16 @@ struct Country {
         const std::string nuts = code + std::to_string(1000 + area);
         const double impact_area = 2000.0 + (area * 37) % 5000;
         const double field = 3.0 + area % 7;
+        store.insert("NUTS3", {"NUTS3_ID", "NUTS0_ID", "NUTS", "NAME", "SQKM", "AV_FS"},
+                     {area, country, nuts, "Area " + std::to_string(area), 50.0, field});
         for (int op = 1; op <= kOperations; ++op)
           for (int j = 0; j < kRowsPerArea; ++j) {
             const int activity = (op * 7 + j) % kActivities + 1;
             const int type = j < 4 ? 1 : j == 4 ? 2 : j < 7 ? 3 : 4;
-            const double value = 10.0 + ((area * 131 + op * 17 + j * 7) % 900) / 7.0;
+            // Mitigation rows mostly reduce emissions, so that cost curves have
+            // something to draw.
+            const double magnitude = 10.0 + ((area * 131 + op * 17 + j * 7) % 900) / 7.0;
+            const double value = type == 1 && (op + j) % 4 != 0 ? -magnitude : magnitude;
             store.insert(
                 "NUTS3_OPS", columns,
                 {3, nuts, country, area, field, op, activity, type,
@@ -153,5 +173,58 @@ void BM_data_update_100(benchmark::State& state) {
   report_peak_memory(state);
 }
 BENCHMARK(BM_data_update_100)->Unit(benchmark::kMillisecond);
+
+// The stored figures of all 100 chosen operations, once per run.
+void ensure_figures() {
+  static bool done = false;
+  if (done) return;
+  SilentUi ui;
+  auto& list = arven::explorer_state().recalc_list;
+  list.clear();
+  for (int op = 1; op <= kOperations; ++op) list.push_back(op);
+  arven::data_update(ui);
+  done = true;
+}
+
+// The four list pages of 100 chosen operations: read, scored, sorted, written.
+void BM_list_pages_100(benchmark::State& state) {
+  country();
+  ensure_figures();
+  arven::explorer_window().sort_grid5 = 10;
+  for (auto _ : state) {
+    arven::load_sorted_lists();
+    arven::my_operation_list_html();
+  }
+  report_peak_memory(state);
+}
+BENCHMARK(BM_list_pages_100)->Unit(benchmark::kMillisecond);
+
+// The aggregation of 100 operations over 20 measures, with its two pages.
+void BM_aggregate_100(benchmark::State& state) {
+  country();
+  ensure_figures();
+  SilentUi ui;
+  arven::explorer_window().mac_source = 2;  // entered costs: the area of each operation
+  for (auto _ : state) arven::aggregate_new_measure(ui);
+  // A check that the run did its work: measures with a figure.
+  const arven::GridTable& ag = arven::explorer_window().AgGrid1;
+  int with_figures = 0;
+  for (int r = 1; r < ag.rows(); ++r) with_figures += ag.cell(r, 2) != "0";
+  state.counters["measures"] = with_figures;
+  report_peak_memory(state);
+}
+BENCHMARK(BM_aggregate_100)->Unit(benchmark::kMillisecond);
+
+// A GHG cost curve of 100 operations, costs from their production figures.
+void BM_mac_curve_ghg_100(benchmark::State& state) {
+  country();
+  ensure_figures();
+  SilentUi ui;
+  arven::explorer_window().mac_source = 1;
+  for (auto _ : state) arven::mac_curve_ghg_hub(ui);
+  state.counters["curve_columns"] = arven::explorer_window().MACCGrid1.cols();
+  report_peak_memory(state);
+}
+BENCHMARK(BM_mac_curve_ghg_100)->Unit(benchmark::kMillisecond);
 
 }  // namespace

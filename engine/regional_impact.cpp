@@ -440,6 +440,8 @@ ImpactStatus get_operation_tot_reg_area(Ui& ui, double uptake, int64_t technique
     ImpactContext ctx;
     // No guard for an empty region: the reports come here only with one.
     double sum = 0;
+    // One prepared field-size query per store and level for the whole walk.
+    std::map<std::pair<std::string, int64_t>, Statement> field_queries;
     for (const RegionArea& region : read_regions(ctx.assessment())) {
       double a = region.sqkm * 100;  // km² to hectares
       a = a * (uptake / 100);
@@ -448,10 +450,17 @@ ImpactStatus get_operation_tot_reg_area(Ui& ui, double uptake, int64_t technique
       } else if (technique == 2) {
         check_level(region);
         const std::string level = std::to_string(region.level);
-        Db& store = ctx.store(engine_detail::country_store_for(region.code)).db();
-        auto rows = store.query("SELECT \"AV_FS\" FROM \"NUTS" + level + "\" WHERE \"NUTS" + level +
-                                    "_ID\" = ? LIMIT 1",
-                                {Value(region.nuts_id)});
+        const std::string path = engine_detail::country_store_for(region.code);
+        Db& store = ctx.store(path).db();
+        auto query = field_queries.find({path, region.level});
+        if (query == field_queries.end())
+          query =
+              field_queries
+                  .emplace(std::make_pair(path, region.level),
+                           store.prepare_statement("SELECT \"AV_FS\" FROM \"NUTS" + level +
+                                                   "\" WHERE \"NUTS" + level + "_ID\" = ? LIMIT 1"))
+                  .first;
+        Rows& rows = query->second.query({Value(region.nuts_id)});
         if (!rows.next())
           store.fail("table \"NUTS" + level + "\" has no row where \"NUTS" + level +
                      "_ID\" = " + std::to_string(region.nuts_id));
