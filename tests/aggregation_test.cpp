@@ -3,26 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <optional>
-#include <sstream>
 
-#include "assessment/assessment_file.h"
 #include "core/session.h"
 #include "reports/explorer_window.h"
 #include "reports/mac_curves.h"
 #include "reports/page_kit.h"
 #include "stores/db.h"
-#include "stores/schema.h"
-#include "support/scripted_ui.h"
-#include "support/temp_dir.h"
+#include "support/store_fixture.h"
 
 namespace arven {
 namespace {
 
 namespace fs = std::filesystem;
-using namespace std::chrono_literals;
-constexpr int kDK = 13;
 
 TEST(QualityTextTest, AccumulatesAsSinglePrecisionAndMeansFromTwoEntries) {
   EXPECT_EQ(quality_accumulate("", 3), "3/1");
@@ -37,31 +29,17 @@ TEST(QualityTextTest, AccumulatesAsSinglePrecisionAndMeansFromTwoEntries) {
 
 // A Danish country store with four measures, an assessment file with a
 // region of 1000 ha, and the costs taken from the entered data.
-class AggregationTest : public ::testing::Test {
+class AggregationTest : public testing::StoreFixture {
  protected:
   void SetUp() override {
-    reset_session();
-    reset_explorer_window();
-    set_page_date_source([] { return 2024y / std::chrono::March / 5d; });
-    Session& s = session();
-    s.app_folder = dir_.path();
-    const fs::path dk = dir_ / "new_arven_operations_DK.mdb";
-    store_.emplace(create_country_store_base(dk));
-    s.country_installed[kDK] = 1;
-    s.country_db_path[kDK] = dk.string();
-    s.ops_db_path = s.rvc_db_path = dk.string();
-    file_ = dir_ / "test.arv";
-    create_assessment_file(file_.string());
-    s.current_file = file_.string();
-    file_db_.emplace(Db::open(file_));
-    file_db_->insert("Regions", {"NUTS0_ID", "NUTS Type ID", "NUTS Code", "NUTS ID", "NUTS AREA"},
-                     {kDK, 3, "DK011", 1, 10.0});
+    StoreFixture::SetUp();
+    fix_page_date();
+    region("DK011", 1);
     measure(1, "Training & advice");
     measure(2, "Agri-environment <climate>");
     measure(3, "Forestry");
     measure(4, "Unused");
   }
-  void TearDown() override { set_page_date_source(nullptr); }
 
   void measure(int64_t id, const std::string& name) {
     store_->insert("New_Measures", {"Measure ID", "Measure name"}, {id, name});
@@ -83,18 +61,6 @@ class AggregationTest : public ::testing::Test {
                       "Regional risk reduction total", "Data_Quality"},
                      {id, type, horizon, total, risk, dq});
   }
-  std::string page(const std::string& name) {
-    std::ifstream in(dir_ / name, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-  }
-
-  testing::TempDir dir_;
-  fs::path file_;
-  std::optional<Db> store_;
-  std::optional<Db> file_db_;
-  testing::ScriptedUi ui_;
 };
 
 TEST_F(AggregationTest, SplitsOverMeasuresAndBooksTeaToTheTrainingMeasure) {

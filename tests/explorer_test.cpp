@@ -1,9 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <optional>
-
-#include "assessment/assessment_file.h"
 #include "core/numbers.h"
 #include "core/session.h"
 #include "engine/catalogue.h"
@@ -11,15 +7,10 @@
 #include "reports/explorer_window.h"
 #include "reports/page_commands.h"
 #include "stores/db.h"
-#include "stores/schema.h"
-#include "support/scripted_ui.h"
-#include "support/temp_dir.h"
+#include "support/store_fixture.h"
 
 namespace arven {
 namespace {
-
-namespace fs = std::filesystem;
-constexpr int kDK = 13;
 
 // ---- sorting -------------------------------------------------------------------------
 
@@ -100,22 +91,13 @@ TEST(GridSort, SortTargetsReadTheirStates) {
 
 // ---- the catalogue and the explorer's commands ---------------------------------------------
 
-class ExplorerTest : public ::testing::Test {
+// Without an assessment file until a test opens one.
+class ExplorerTest : public testing::StoreFixture {
  protected:
-  void SetUp() override {
-    reset_session();
-    Session& s = session();
-    s.app_folder = dir_.path();
-    const fs::path dk = dir_ / "new_arven_operations_DK.mdb";
-    store_.emplace(create_country_store_base(dk));
-    s.country_installed[kDK] = 1;
-    s.country_db_path[kDK] = dk.string();
-    s.ops_db_path = s.rvc_db_path = dk.string();
-    reset_explorer_state();
-    reset_catalogue();
-    reset_explorer_window();
-    set_catalogue_hooks({});
+  ExplorerTest() : StoreFixture(false) {}
 
+  void SetUp() override {
+    StoreFixture::SetUp();
     store_->insert("Operations_Types", {"Operation Type ID", "Operation Type Name"}, {1, "Soils"});
     store_->insert("Operations_Types", {"Operation Type ID", "Operation Type Name"},
                    {2, "Animals"});
@@ -133,28 +115,11 @@ class ExplorerTest : public ::testing::Test {
     if (data) store_->insert("Operation_Activity_Delta", {"Operation ID", "Activity ID"}, {id, 1});
   }
 
-  void open_file() {
-    file_ = dir_ / "test.arv";
-    create_assessment_file(file_.string());
-    session().current_file = file_.string();
-  }
-
   std::vector<std::string> texts(const Tree& t) {
     std::vector<std::string> out;
     for (const auto& n : t.nodes) out.push_back(n.text);
     return out;
   }
-
-  Value file_value(const std::string& sql) {
-    Db db = Db::open(file_);
-    auto q = db.query(sql);
-    return q.next() ? q.get(0) : Value();
-  }
-
-  testing::TempDir dir_;
-  fs::path file_;
-  std::optional<Db> store_;
-  testing::ScriptedUi ui_;
 };
 
 TEST_F(ExplorerTest, TreesSortWithoutCaseHideSparesAndFilterOnData) {

@@ -3,28 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <optional>
-#include <sstream>
 #include <vector>
 
-#include "assessment/assessment_file.h"
 #include "core/session.h"
 #include "reports/aggregation.h"
 #include "reports/explorer_window.h"
 #include "reports/page_kit.h"
 #include "stores/db.h"
-#include "stores/schema.h"
-#include "support/scripted_ui.h"
-#include "support/temp_dir.h"
+#include "support/store_fixture.h"
 
 namespace arven {
 namespace {
 
 namespace fs = std::filesystem;
-using namespace std::chrono_literals;
 using Cells = std::vector<std::string>;
-constexpr int kDK = 13;
 
 Cells row_of(const GridTable& g, int r, int from = 0) {
   Cells cells;
@@ -95,28 +87,14 @@ TEST(MacStepsTest, AdaptationStepsAreAtLeastOneUnitAndSizeIsBounded) {
 }
 
 // Hubs over an assessment file with a 1000 ha region and entered costs.
-class MacHubTest : public ::testing::Test {
+class MacHubTest : public testing::StoreFixture {
  protected:
   void SetUp() override {
-    reset_session();
-    reset_explorer_window();
-    set_page_date_source([] { return 2024y / std::chrono::March / 5d; });
-    Session& s = session();
-    s.app_folder = dir_.path();
-    const fs::path dk = dir_ / "new_arven_operations_DK.mdb";
-    store_.emplace(create_country_store_base(dk));
-    s.country_installed[kDK] = 1;
-    s.country_db_path[kDK] = dk.string();
-    s.ops_db_path = s.rvc_db_path = dk.string();
-    file_ = dir_ / "test.arv";
-    create_assessment_file(file_.string());
-    s.current_file = file_.string();
-    file_db_.emplace(Db::open(file_));
-    file_db_->insert("Regions", {"NUTS0_ID", "NUTS Type ID", "NUTS Code", "NUTS ID", "NUTS AREA"},
-                     {kDK, 3, "DK011", 1, 10.0});
+    StoreFixture::SetUp();
+    fix_page_date();
+    region("DK011", 1);
     explorer_window().tab2 = 2;  // the mitigation list is on show
   }
-  void TearDown() override { set_page_date_source(nullptr); }
 
   // An operation on 1000 ha × 40% × 50% = 200 ha with its costs and a
   // mitigation and an adaptation figure.
@@ -135,23 +113,11 @@ class MacHubTest : public ::testing::Test {
                       "Regional risk reduction total", "Data_Quality"},
                      {id, 2, 1, risk, 3});
   }
-  std::string page(const std::string& name) {
-    std::ifstream in(dir_ / name, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-  }
   std::vector<std::string> titles() const {
     std::vector<std::string> t;
     for (const auto& m : ui_.messages) t.push_back(m.title);
     return t;
   }
-
-  testing::TempDir dir_;
-  fs::path file_;
-  std::optional<Db> store_;
-  std::optional<Db> file_db_;
-  testing::ScriptedUi ui_;
 };
 
 // The cost of one operation under each basis and source, for both signs.

@@ -5,10 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
-#include <sstream>
 
-#include "assessment/assessment_file.h"
 #include "core/lookups.h"
 #include "core/numbers.h"
 #include "core/session.h"
@@ -19,25 +16,14 @@
 #include "reports/explorer_window.h"
 #include "reports/page_kit.h"
 #include "stores/db.h"
-#include "stores/schema.h"
-#include "support/scripted_ui.h"
-#include "support/temp_dir.h"
+#include "support/store_fixture.h"
 
 namespace arven {
 namespace {
 
 namespace fs = std::filesystem;
-using namespace std::chrono_literals;
-constexpr int kDK = 13;
 const std::string kOddName = "Hedges 'n' <walls> & banks";
 const std::string kOddEscaped = "Hedges &#39;n&#39; &lt;walls&gt; &amp; banks";
-
-std::string read_file(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 // Compares a page with tests/golden/<name>; ARVEN_UPDATE_GOLDEN=1 rewrites it.
 void expect_golden(const std::string& name, std::string actual) {
@@ -49,7 +35,7 @@ void expect_golden(const std::string& name, std::string actual) {
     return;
   }
   ASSERT_TRUE(fs::exists(golden)) << golden << " is missing";
-  EXPECT_EQ(read_file(golden), actual) << "differs from " << golden;
+  EXPECT_EQ(testing::read_file(golden), actual) << "differs from " << golden;
 }
 
 // ---- the arithmetic, worked by hand ----
@@ -96,27 +82,12 @@ TEST(OperationScoresTest, ScalesScoresCombinedAndQuality) {
 
 // ---- fixtures: a Danish country store and an assessment file ----
 
-class OperationReportsTest : public ::testing::Test {
+class OperationReportsTest : public testing::StoreFixture {
  protected:
   void SetUp() override {
-    reset_session();
-    reset_explorer_state();
-    reset_explorer_window();
-    reset_catalogue();
-    set_page_date_source([] { return 2024y / std::chrono::March / 5d; });
-    Session& s = session();
-    s.app_folder = dir_.path();
-    const fs::path dk = dir_ / "new_arven_operations_DK.mdb";
-    store_.emplace(create_country_store_base(dk));
-    s.country_installed[kDK] = 1;
-    s.country_db_path[kDK] = dk.string();
-    s.ops_db_path = s.rvc_db_path = dk.string();
-    file_ = dir_ / "test.arv";
-    create_assessment_file(file_.string());
-    s.current_file = file_.string();
-    file_db_.emplace(Db::open(file_));
+    StoreFixture::SetUp();
+    fix_page_date();
   }
-  void TearDown() override { set_page_date_source(nullptr); }
 
   void choose(int64_t id, const std::string& name) {
     file_db_->insert("Operations",
@@ -154,10 +125,8 @@ class OperationReportsTest : public ::testing::Test {
                "Scaling up technique", "ST Value", "Uptake", "Cost", "Cost Single", "TEA_Inc",
                "TEA_Factor", "TEA_Cost"},
               {int64_t{7}, 1, store_name, 2, 1, 50.0, 10.0, 20.0, 0.0, 1, 0.0, 0.0});
-    st.insert("Activities", {"Activity ID", "Activity Name", "Norm_factor"},
-              {int64_t{5}, "Fertiliser & lime", 1.0});
-    st.insert("Activities", {"Activity ID", "Activity Name", "Norm_factor"},
-              {int64_t{4}, "Wheat", 1.0});
+    activity(5, "Fertiliser & lime");
+    activity(4, "Wheat");
     st.insert("RVC_List", {"RVC ID", "Risk statement"}, {int64_t{11}, "Less flooding & erosion"});
     st.insert("Practicality_Items", {"Practicality ID", "Practicality Text"},
               {int64_t{1}, "Needs <skilled> labour"});
@@ -166,8 +135,7 @@ class OperationReportsTest : public ::testing::Test {
               {int64_t{1}, "Smith 2009", "Soil & carbon", "http://example.org/a?b=1&c=2"});
     st.insert("References", {"Ref ID", "Ref Short", "Ref Long"},
               {int64_t{3}, "Jones 2011", "Flood plains"});
-    file_db_->insert("Regions", {"NUTS0_ID", "NUTS Type ID", "NUTS Code", "NUTS ID", "NUTS AREA"},
-                     {kDK, 3, "DK011", 1, 10.0});
+    region("DK011", 1);
     auto ops = [&](int64_t activity, int type, double value, Value category, Value max, int dq,
                    const char* refs) {
       st.insert("NUTS3_OPS",
@@ -181,14 +149,6 @@ class OperationReportsTest : public ::testing::Test {
     ops(5, 3, 10, Value(int64_t{11}), Value(40.0), 2, "3, 1");
     ops(4, 4, 50, Value(), Value(), 5, "3");
   }
-
-  std::string page(const std::string& name) { return read_file(dir_ / name); }
-
-  testing::TempDir dir_;
-  fs::path file_;
-  std::optional<Db> store_;
-  std::optional<Db> file_db_;
-  testing::ScriptedUi ui_;
 };
 
 TEST_F(OperationReportsTest, ListsScoreThreeOperationsByTotalAndPerHectare) {

@@ -2,12 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <optional>
-#include <sstream>
-
-#include "assessment/assessment_file.h"
 #include "core/numbers.h"
 #include "core/session.h"
 #include "engine/explorer_state.h"
@@ -15,53 +9,19 @@
 #include "reports/explorer_window.h"
 #include "reports/page_kit.h"
 #include "stores/db.h"
-#include "stores/schema.h"
-#include "support/scripted_ui.h"
-#include "support/temp_dir.h"
+#include "support/store_fixture.h"
 
 namespace arven {
 namespace {
 
-namespace fs = std::filesystem;
-constexpr int kDK = 13;
-
-// A stored NUTS3_OPS row.
-struct Ops {
-  int64_t area = 1;
-  int64_t op = 7;
-  int64_t activity = 5;
-  int type = 1;
-  double value = 0;
-  double impact_area = 100;
-  double field = 1;
-  double cseq = 0;
-  Value category{};
-};
-
 // A Danish country store with NUTS3 areas, and an assessment file.
-class RegionalAnalysisTest : public ::testing::Test {
+class RegionalAnalysisTest : public testing::StoreFixture {
  protected:
   void SetUp() override {
-    reset_session();
-    Session& s = session();
-    s.app_folder = dir_.path();
-    const fs::path dk = dir_ / "dbases/new_arven_operations_DK.mdb";
-    store_.emplace(create_country_store_base(dk));
-    s.country_installed[kDK] = 1;
-    s.country_db_path[kDK] = dk.string();
-    s.ops_db_path = s.rvc_db_path = dk.string();
-    const fs::path file = dir_ / "test.arv";
-    create_assessment_file(file.string());
-    s.current_file = file.string();
-    file_db_.emplace(Db::open(file));
-    reset_explorer_state();
-    reset_explorer_window();
-    store_->insert("Activities", {"Activity ID", "Activity Name", "Norm_factor"},
-                   {int64_t{5}, "Fertiliser", 1.0});
-    store_->insert("Activities", {"Activity ID", "Activity Name", "Norm_factor"},
-                   {int64_t{6}, "Hedge", 1.0});
-    store_->insert("Activities", {"Activity ID", "Activity Name", "Norm_factor"},
-                   {int64_t{4}, "Wheat", 2.5});
+    StoreFixture::SetUp();
+    activity(5, "Fertiliser");
+    activity(6, "Hedge");
+    activity(4, "Wheat", 2.5);
   }
 
   void choose(int64_t id, const std::string& name, int technique, double st, double uptake,
@@ -71,6 +31,7 @@ class RegionalAnalysisTest : public ::testing::Test {
                       "Uptake", "TEA_Inc", "TEA_Factor"},
                      {id, name, technique, st, uptake, tea_inc, tea_factor});
   }
+  // A region of the assessment without an area.
   void region(const std::string& code, int64_t nuts_id, int level) {
     file_db_->insert("Regions", {"NUTS0_ID", "NUTS Type ID", "NUTS Code", "NUTS ID"},
                      {kDK, level, code, nuts_id});
@@ -78,19 +39,6 @@ class RegionalAnalysisTest : public ::testing::Test {
   void nuts3(int64_t id, int64_t nuts2, const std::string& code, const std::string& name) {
     store_->insert("NUTS3", {"NUTS3_ID", "NUTS0_ID", "NUTS1_ID", "NUTS2_ID", "NUTS", "NAME"},
                    {id, int64_t{kDK}, int64_t{1}, nuts2, code, name});
-  }
-  void add(const Ops& r) {
-    store_->insert(
-        "NUTS3_OPS",
-        {"NUTS3_ID", "Operation ID", "Activity ID", "Impact Type", "Impact value", "Impact area",
-         "Average field size", "Cseq Years", "Impact Category"},
-        {r.area, r.op, r.activity, r.type, r.value, r.impact_area, r.field, r.cseq, r.category});
-  }
-  std::string page(const std::string& name) {
-    std::ifstream in(dir_ / name, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
   }
   const GridTable& grid() { return explorer_window().RegGrid1; }
 
@@ -106,22 +54,17 @@ class RegionalAnalysisTest : public ::testing::Test {
     nuts3(3, 20, "DK013", "Vest");
     nuts3(4, 21, "DK021", "Elsewhere");
     // Area 1: a plain row, a sequestration activity, adaptation, production.
-    add({.area = 1, .value = 10.4, .impact_area = 100});
-    add({.area = 1, .activity = 6, .type = 2, .value = 30.4, .impact_area = 100, .cseq = 10});
-    add({.area = 1, .type = 3, .value = 10, .impact_area = 100, .category = 11});
-    add({.area = 1, .activity = 4, .type = 4, .value = 4, .impact_area = 100});
+    add_ops({.area = 1, .value = 10.4, .impact_area = 100});
+    add_ops({.area = 1, .activity = 6, .type = 2, .value = 30.4, .impact_area = 100, .cseq = 10});
+    add_ops({.area = 1, .type = 3, .value = 10, .impact_area = 100, .category = 11});
+    add_ops({.area = 1, .activity = 4, .type = 4, .value = 4, .impact_area = 100});
     // Area 2: a plain row and an adaptation row over 70 ha.
-    add({.area = 2, .value = 7.3, .impact_area = 70});
-    add({.area = 2, .type = 3, .value = 1, .impact_area = 70, .category = 11});
-    add({.area = 4, .value = 1000});  // outside the region
+    add_ops({.area = 2, .value = 7.3, .impact_area = 70});
+    add_ops({.area = 2, .type = 3, .value = 1, .impact_area = 70, .category = 11});
+    add_ops({.area = 4, .value = 1000});  // outside the region
     // Area 3 has no row of operation 7.
-    add({.area = 3, .op = 8, .value = 1000});
+    add_ops({.area = 3, .op = 8, .value = 1000});
   }
-
-  testing::TempDir dir_;
-  std::optional<Db> store_;
-  std::optional<Db> file_db_;
-  testing::ScriptedUi ui_;
 };
 
 TEST_F(RegionalAnalysisTest, TwoAreasWorkedByHand) {
@@ -184,8 +127,8 @@ TEST_F(RegionalAnalysisTest, BoundaryFeatureAgreesWithTheWholeRegionOnOneArea) {
   choose(8, "Margins", 2, 5, 50, 0, 10);
   region("DK011", 1, 3);
   nuts3(1, 20, "DK011", "Nord");
-  add({.op = 8, .value = 100, .impact_area = 1000, .field = 4});
-  add({.op = 8, .type = 3, .value = 37, .impact_area = 1000, .field = 4, .category = 11});
+  add_ops({.op = 8, .value = 100, .impact_area = 1000, .field = 4});
+  add_ops({.op = 8, .type = 3, .value = 37, .impact_area = 1000, .field = 4, .category = 11});
   session().cseq_years = 1;
   regional_analysis(ui_, 8, 1);
   ASSERT_EQ(grid().rows(), 2);
@@ -218,7 +161,7 @@ TEST_F(RegionalAnalysisTest, ZeroAreaAndMissingRegion) {
   choose(7, "Op", 1, 100, 100, 1, 0);
   region("DK011", 1, 3);
   nuts3(1, 20, "DK011", "Nord");
-  add({.value = 12, .impact_area = 0});
+  add_ops({.value = 12, .impact_area = 0});
   regional_analysis(ui_, 7, 1);
   EXPECT_EQ(grid().cell(1, 2), "120");  // 10 years
   EXPECT_EQ(grid().cell(1, 3), "0");

@@ -2,74 +2,24 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <optional>
-#include <sstream>
-
-#include "assessment/assessment_file.h"
 #include "core/session.h"
 #include "engine/explorer_state.h"
 #include "engine/impact_cache.h"
 #include "engine/impact_summaries.h"
 #include "stores/db.h"
-#include "stores/schema.h"
-#include "support/scripted_ui.h"
-#include "support/temp_dir.h"
+#include "support/store_fixture.h"
 
 namespace arven {
 namespace {
 
-namespace fs = std::filesystem;
-constexpr int kDK = 13;
-
-// A stored NUTS<k>_OPS row; unset quality, refs and maximum stay null.
-struct OpsRow {
-  int level = 3;
-  int64_t area = 1;
-  int64_t op = 7;
-  int64_t activity = 5;
-  int type = 1;
-  double value = 0;
-  double impact_area = 100;
-  double field = 1;
-  double cseq = 0;
-  Value category{};
-  Value max{};
-  Value dq{};
-  Value refs{};
-};
-
-std::string file_bytes(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
 // A Danish country store and an assessment file in a temporary program folder.
-class EngineTest : public ::testing::Test {
+class EngineTest : public testing::StoreFixture {
  protected:
   void SetUp() override {
-    reset_session();
-    Session& s = session();
-    s.app_folder = dir_.path();
-    const fs::path dk = dir_ / "dbases/new_arven_operations_DK.mdb";
-    store_.emplace(create_country_store_base(dk));
-    s.country_installed[kDK] = 1;
-    s.country_db_path[kDK] = dk.string();
-    s.ops_db_path = s.rvc_db_path = dk.string();
-    file_ = dir_ / "test.arv";
-    create_assessment_file(file_.string());
-    s.current_file = file_.string();
-    file_db_.emplace(Db::open(file_));
-    reset_explorer_state();
+    StoreFixture::SetUp();
     activity(5, "Fertiliser & lime");
   }
 
-  void activity(int64_t id, const std::string& name, double norm = 1) {
-    store_->insert("Activities", {"Activity ID", "Activity Name", "Norm_factor"}, {id, name, norm});
-  }
   // The operation chosen in the assessment, with its own settings.
   void choose(int64_t id, int technique, double st, double uptake, int tea_inc = 1,
               double tea_factor = 0) {
@@ -77,23 +27,6 @@ class EngineTest : public ::testing::Test {
                      {"Operation ID", "Operation Name", "Scaling up technique", "ST Value",
                       "Uptake", "TEA_Inc", "TEA_Factor"},
                      {id, "Op " + std::to_string(id), technique, st, uptake, tea_inc, tea_factor});
-  }
-  void region(const std::string& code, int64_t nuts_id, int level = 3, double sqkm = 10) {
-    file_db_->insert("Regions", {"NUTS0_ID", "NUTS Type ID", "NUTS Code", "NUTS ID", "NUTS AREA"},
-                     {kDK, level, code, nuts_id, sqkm});
-  }
-  void add(const OpsRow& r) {
-    const std::string k = std::to_string(r.level);
-    store_->insert("NUTS" + k + "_OPS",
-                   {"NUTS" + k + "_ID", "Operation ID", "Activity ID", "Impact Type",
-                    "Impact value", "Impact area", "Average field size", "Cseq Years",
-                    "Impact Category", "Impact max", "Data_Quality", "Refs"},
-                   {r.area, r.op, r.activity, r.type, r.value, r.impact_area, r.field, r.cseq,
-                    r.category, r.max, r.dq, r.refs});
-  }
-  Value file_value(const std::string& sql, std::initializer_list<Value> params = {}) {
-    auto rows = file_db_->query(sql, params);
-    return rows.next() ? rows.get(0) : Value();
   }
 
   // The one-figure chain: technique 1 at 50 %, uptake 40 %, no TEA (20 %
@@ -103,20 +36,14 @@ class EngineTest : public ::testing::Test {
     region("DK011", 1);
     region("DK012", 2);
     region("DK013", 3);
-    add({.area = 1, .value = 10.4, .impact_area = 100, .dq = 3, .refs = "1, 2"});
-    add({.area = 2, .value = 7.3, .impact_area = 50, .dq = 4, .refs = "2, 3"});
-    add({.area = 1, .op = 8, .value = 1000});              // another operation
-    add({.level = 2, .area = 1, .value = 1000, .dq = 1});  // another level, same key
+    add_ops({.area = 1, .value = 10.4, .impact_area = 100, .dq = 3, .refs = "1, 2"});
+    add_ops({.area = 2, .value = 7.3, .impact_area = 50, .dq = 4, .refs = "2, 3"});
+    add_ops({.area = 1, .op = 8, .value = 1000});              // another operation
+    add_ops({.level = 2, .area = 1, .value = 1000, .dq = 1});  // another level, same key
   }
 
   ExplorerState& ex() { return explorer_state(); }
   const std::string& ghg(int r, int c) { return ex().ghg_activity_table.cell(r, c); }
-
-  testing::TempDir dir_;
-  fs::path file_;
-  std::optional<Db> store_;
-  std::optional<Db> file_db_;
-  testing::ScriptedUi ui_;
 };
 
 using RegionalImpactTest = EngineTest;
@@ -156,12 +83,12 @@ TEST_F(RegionalImpactTest, SequestrationRowsFillTheirOwnHorizonOnly) {
   choose(8, 1, 100, 100);
   region("DK011", 1);
   activity(6, "Hedge");
-  add({.op = 8, .value = 2, .impact_area = 10});
-  add({.op = 8, .type = 2, .value = 100.4, .impact_area = 10, .cseq = 10});
-  add({.op = 8, .type = 2, .value = 300, .impact_area = 10, .cseq = 50});
-  add({.op = 8, .activity = 6, .type = 2, .value = 40, .impact_area = 10, .cseq = 25});
+  add_ops({.op = 8, .value = 2, .impact_area = 10});
+  add_ops({.op = 8, .type = 2, .value = 100.4, .impact_area = 10, .cseq = 10});
+  add_ops({.op = 8, .type = 2, .value = 300, .impact_area = 10, .cseq = 50});
+  add_ops({.op = 8, .activity = 6, .type = 2, .value = 40, .impact_area = 10, .cseq = 25});
   // Two plain rows of one activity in one area both go into its row.
-  add({.op = 8, .value = 1, .impact_area = 10});
+  add_ops({.op = 8, .value = 1, .impact_area = 10});
   ASSERT_EQ(get_impact_data_direct_MT(ui_, 8), ImpactStatus::done);
   ASSERT_EQ(ex().ghg_activity_table.rows(), 3);
   // Activity 5: its first plain row (2 a year) takes the stored totals in the
@@ -183,24 +110,24 @@ TEST_F(RegionalImpactTest, AdaptationAndProductionMergeAndFinish) {
   region("DK011", 1);
   region("DK012", 2);
   activity(4, "Wheat", 2.5);
-  add({.area = 1,
-       .op = 9,
-       .type = 3,
-       .value = 10.4,
-       .impact_area = 100,
-       .category = 11,
-       .max = 50,
-       .dq = 2});
-  add({.area = 2,
-       .op = 9,
-       .type = 3,
-       .value = 20,
-       .impact_area = 300,
-       .category = 11,
-       .max = 70,
-       .dq = 4});
-  add({.area = 1, .op = 9, .type = 3, .value = 30, .impact_area = 100, .category = 12});
-  add({.area = 2, .op = 9, .activity = 4, .type = 4, .value = 4, .impact_area = 300, .dq = 5});
+  add_ops({.area = 1,
+           .op = 9,
+           .type = 3,
+           .value = 10.4,
+           .impact_area = 100,
+           .category = 11,
+           .max = 50,
+           .dq = 2});
+  add_ops({.area = 2,
+           .op = 9,
+           .type = 3,
+           .value = 20,
+           .impact_area = 300,
+           .category = 11,
+           .max = 70,
+           .dq = 4});
+  add_ops({.area = 1, .op = 9, .type = 3, .value = 30, .impact_area = 100, .category = 12});
+  add_ops({.area = 2, .op = 9, .activity = 4, .type = 4, .value = 4, .impact_area = 300, .dq = 5});
   ASSERT_EQ(get_impact_data_direct_MT(ui_, 9), ImpactStatus::done);
   // Area: 100 × 0.5 + 300 × 0.5 = 200 ha.
   EXPECT_DOUBLE_EQ(ex().op_total_area, 200);
@@ -246,8 +173,8 @@ TEST_F(RegionalImpactTest, EmptyResultsAndZeroAreas) {
   EXPECT_EQ(ex().ghg_activity_table.rows(), 2);
 
   // An impact area of 0: totals stand, every per-hectare figure is zero.
-  add({.value = 100, .impact_area = 0});
-  add({.type = 3, .value = 100, .impact_area = 0, .category = 11});
+  add_ops({.value = 100, .impact_area = 0});
+  add_ops({.type = 3, .value = 100, .impact_area = 0, .category = 11});
   ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
   EXPECT_EQ(ex().op_total_area, 0);
   EXPECT_EQ(ghg(1, 3), "20");  // 100 × 0.5 × 0.4
@@ -273,7 +200,7 @@ TEST_F(RegionalImpactTest, UnchosenOperationTakesStoreSettingsWithDefaultUptake)
                  {int64_t{7}, 1, 100.0, 10.0});
   session().def_uptake = 25;
   region("DK011", 1);
-  add({.value = 40, .impact_area = 80});
+  add_ops({.value = 40, .impact_area = 80});
   ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
   EXPECT_DOUBLE_EQ(ex().op_total_area, 20);  // 80 × 1 × 0.25, not × 0.10
   EXPECT_EQ(ghg(1, 3), "10");
@@ -310,7 +237,7 @@ TEST_F(RegionalImpactTest, ScalingTechniques) {
 TEST_F(RegionalImpactTest, BadInputIsReportedAndChangesNothing) {
   choose(7, 1, 50, 40);
   region("DK011", 1);
-  add({.value = 10});
+  add_ops({.value = 10});
   ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
   const std::string before_path = session().ops_db_path;
 
@@ -325,7 +252,7 @@ TEST_F(RegionalImpactTest, BadInputIsReportedAndChangesNothing) {
       {"boundary over fields of 0 ha",
        [&] {
          file_db_->exec("UPDATE Operations SET \"Scaling up technique\" = 2");
-         add({.area = 4, .value = 10, .field = 0});
+         add_ops({.area = 4, .value = 10, .field = 0});
          region("DK014", 4);
        },
        "Cannot calculate regional impact"},
@@ -335,12 +262,12 @@ TEST_F(RegionalImpactTest, BadInputIsReportedAndChangesNothing) {
     file_db_->exec("DELETE FROM Regions WHERE \"NUTS ID\" = 4");
     file_db_->exec("UPDATE Operations SET \"Scaling up technique\" = 1");
     c.setup();
-    const std::string file_now = file_bytes(file_);
+    const std::string file_now = testing::read_file(file_);
     ui_.messages.clear();
     EXPECT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::failed);
     ASSERT_EQ(ui_.messages.size(), 1u);
     EXPECT_EQ(ui_.messages[0].title, c.title);
-    EXPECT_EQ(file_bytes(file_), file_now);
+    EXPECT_EQ(testing::read_file(file_), file_now);
     EXPECT_EQ(ghg(1, 3), "2");  // the last result stays
     EXPECT_EQ(session().ops_db_path, before_path);
     // The summary step stops at the same failure, without an exception.
@@ -371,8 +298,8 @@ TEST_F(RegionalImpactTest, TotalRegionalAreaStartsFromTheWholeLand) {
 TEST_F(SummariesTest, CarbonSettingLeavesSequestrationOutOfTheSumOnly) {
   choose(8, 1, 100, 100);
   region("DK011", 1);
-  add({.op = 8, .value = 2.4, .impact_area = 10});
-  add({.op = 8, .activity = 6, .type = 2, .value = 40, .impact_area = 10, .cseq = 25});
+  add_ops({.op = 8, .value = 2.4, .impact_area = 10});
+  add_ops({.op = 8, .activity = 6, .type = 2, .value = 40, .impact_area = 10, .cseq = 25});
   activity(6, "apple hedge");
   ex().current_operation_id = 8;
   ASSERT_EQ(operation_impact(ui_), ImpactStatus::done);
@@ -400,7 +327,7 @@ TEST_F(SummariesTest, CarbonSettingLeavesSequestrationOutOfTheSumOnly) {
 TEST_F(SummariesTest, ProductionPerHectareIsRoundedToWholeUnits) {
   choose(9, 1, 100, 100);
   region("DK011", 1);
-  add({.op = 9, .type = 4, .value = 4, .impact_area = 10});  // 0.4 per ha per year
+  add_ops({.op = 9, .type = 4, .value = 4, .impact_area = 10});  // 0.4 per ha per year
   ex().current_operation_id = 9;
   ASSERT_EQ(operation_impact(ui_), ImpactStatus::done);
   const GridTable& sum = ex().production_summary_table;
@@ -417,8 +344,8 @@ TEST_F(ImpactCacheTest, SaveThenLoadGivesTheStoredShape) {
   activity(4, "Wheat");
   store_->insert("RVC_List", {"RVC ID", "Risk statement"},
                  {int64_t{11}, "Less flooding & erosion"});
-  add({.area = 1, .type = 3, .value = 10, .category = 11, .max = 40, .dq = 2, .refs = "3, 4"});
-  add({.area = 1, .activity = 4, .type = 4, .value = 50, .dq = 5, .refs = "4"});
+  add_ops({.area = 1, .type = 3, .value = 10, .category = 11, .max = 40, .dq = 2, .refs = "3, 4"});
+  add_ops({.area = 1, .activity = 4, .type = 4, .value = 50, .dq = 5, .refs = "4"});
   ex().current_operation_id = 7;
   ASSERT_EQ(operation_impact(ui_), ImpactStatus::done);
   ASSERT_EQ(save_impact_data(ui_, 7), ImpactStatus::done);
@@ -522,7 +449,7 @@ TEST_F(ImpactCacheTest, StaleStatesAskBeforeTheList) {
       "\"Carbon seq included\" = 0");
   EXPECT_EQ(cache_state(), CacheState::stale_region);
   ASSERT_TRUE(show_stale_cache_page(ui_));
-  std::string page = file_bytes(dir_ / "summary.htm");
+  std::string page = testing::read_file(dir_ / "summary.htm");
   EXPECT_NE(page.find("Regional Profile Changed"), std::string::npos);
   EXPECT_NE(page.find("<a href=data_update.yes>Yes</a>"), std::string::npos);
   EXPECT_NE(page.find("<a href=data_update.xno>No</a>"), std::string::npos);
@@ -538,7 +465,7 @@ TEST_F(ImpactCacheTest, StaleStatesAskBeforeTheList) {
   file_db_->exec("UPDATE Version SET \"Regional data changed\" = 'No'");
   EXPECT_EQ(cache_state(), CacheState::stale_carbon);
   ASSERT_TRUE(show_stale_cache_page(ui_));
-  page = file_bytes(dir_ / "summary.htm");
+  page = testing::read_file(dir_ / "summary.htm");
   EXPECT_NE(page.find("Carbon Sequestration Settings Changed"), std::string::npos);
   session().cseq_included = 0;
   EXPECT_EQ(cache_state(), CacheState::current);
@@ -599,17 +526,17 @@ TEST_F(ImpactCacheTest, DataUpdateRecalculatesListedOrAllOperations) {
 TEST_F(ImpactCacheTest, FailedRecalculationLeavesTheFileAsItWas) {
   chain_setup();
   choose(8, 2, 5, 100);
-  add({.area = 2, .op = 8, .value = 5, .field = 0});  // a boundary over 0 ha fields
+  add_ops({.area = 2, .op = 8, .value = 5, .field = 0});  // a boundary over 0 ha fields
   file_db_->exec(
       "INSERT INTO \"Operation-Impact data\" (\"Operation ID\", \"Impact type\", "
       "\"Regional impact total\") VALUES (7, 1, 999)");
   file_db_->exec("UPDATE Version SET \"Regional data changed\" = 'Yes'");
-  const std::string before = file_bytes(file_);
+  const std::string before = testing::read_file(file_);
   ex().recalc_list = {7, 8};
   EXPECT_EQ(data_update(ui_), ImpactStatus::failed);
   ASSERT_EQ(ui_.messages.size(), 1u);
   EXPECT_EQ(ui_.messages[0].title, "Cannot calculate regional impact");
-  EXPECT_EQ(file_bytes(file_), before);  // operation 7 was recalculated, then rolled back
+  EXPECT_EQ(testing::read_file(file_), before);  // operation 7 was recalculated, then rolled back
   EXPECT_EQ(ex().recalc_list.size(), 2u);
   EXPECT_FALSE(ex().update_running);
 }
