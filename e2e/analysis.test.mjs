@@ -84,6 +84,11 @@ test('breakdown, aggregation, cost curves and export of an assessment', { skip: 
     assert.match(csv, /^Operation ID,Operation name,Mitigation,Adaptation,Production,Combined,Data Quality\r\n/);
     assert.match(csv, /Zero tillage & direct drilling/);
     assert.equal(csv.trim().split('\r\n').length, 4);
+  } catch (e) {
+    // What the window showed when the test stopped.
+    for (const [i, p] of browser.contexts().flatMap((c) => c.pages()).entries())
+      await p.screenshot({ path: screenshotPath(`analysis-failure-${i}`) }).catch(() => {});
+    throw e;
   } finally {
     await browser.close();
     program.child.kill();

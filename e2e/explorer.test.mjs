@@ -64,7 +64,7 @@ test('an assessment goes from a new file to ranked operation reports', { skip: m
     const totals = () => frame.locator('tr', { hasText: 'tCO2e (total)' }).first().innerText();
     const before = await totals();
     await frame.locator('a[href="edit.opd"]').first().click();
-    await page.waitForURL(/\/opman\/$/);
+    await page.locator('#grid-operations').waitFor();
     const uptake = page.locator('#grid-operations-cell-0-4');
     await uptake.click();
     const editor = page.locator('#grid-operations-editor');
@@ -75,7 +75,7 @@ test('an assessment goes from a new file to ranked operation reports', { skip: m
     await answer(page, 'Save changes', 'Yes');
     await page.click('#button-close');
     await answer(page, 'Recalculate', 'Yes');
-    await page.waitForURL(/\/explorer\/$/);
+    await page.locator('#tab-tab1-1').waitFor();
     await pageText(page, 'Remove Operation', 30000);
     await page.locator('#tree-chosen .tree-node', { hasText: 'Winter cover crops' }).click();
     await frame.locator('font', { hasText: 'Winter cover crops' }).first().waitFor();
@@ -91,6 +91,11 @@ test('an assessment goes from a new file to ranked operation reports', { skip: m
     await frame.locator('a[href$=".yyy"]').first().click();
     await page.locator('#tab-tab1-2', { hasText: 'My RDP Operations (2)' }).waitFor();
     assert.equal(await page.locator('#tree-chosen .tree-node.leaf').count(), 2);
+  } catch (e) {
+    // What the window showed when the test stopped.
+    for (const [i, p] of browser.contexts().flatMap((c) => c.pages()).entries())
+      await p.screenshot({ path: screenshotPath(`explorer-failure-${i}`) }).catch(() => {});
+    throw e;
   } finally {
     await browser.close();
     program.child.kill();

@@ -4,7 +4,7 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
-import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, screenshotPath } from './lib.mjs';
+import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, screenshotPath, passAboutBox } from './lib.mjs';
 
 test('a pre-processing run from the dialog publishes a country store', async (t) => {
   const masters = ['arven_operations.mdb', 'arven_rvcs.mdb'];
@@ -17,9 +17,7 @@ test('a pre-processing run from the dialog publishes a country store', async (t)
   const browser = await launchBrowser();
   try {
     const page = await browser.newPage({ viewport: { width: 1200, height: 800 } });
-    await page.goto(program.url);
-    await page.waitForURL(/\/about\/$/);
-    await page.click('#button-ok');
+    await passAboutBox(page, program.url);
     await page.goto(program.base + '/admin/');
     await page.click('#button-prepro');
     await page.goto(program.base + '/admin/prepro/');
