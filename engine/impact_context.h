@@ -112,6 +112,8 @@ struct RegionArea {
   double sqkm = 0;
 };
 std::vector<RegionArea> read_regions(Db& file);
+// Throws ImpactError for a region row whose NUTS level is not 0 to 3.
+void check_level(const RegionArea& area);
 
 // The stores of one command.
 class ImpactContext {

@@ -145,6 +145,15 @@ ScalingSettings read_operation_settings(int64_t operation_id) {
 
 // ---- the calculation ------------------------------------------------------------
 
+void engine_detail::check_level(const RegionArea& area) {
+  if (area.level < 0 || area.level > 3)
+    throw ImpactError("Invalid region", "The area " + area.code +
+                                            " of the region has the NUTS level " +
+                                            std::to_string(area.level) +
+                                            ", which is not 0 to 3, so cannot calculate regional "
+                                            "impact. Please edit the regional profile.");
+}
+
 std::vector<engine_detail::RegionArea> engine_detail::read_regions(Db& file) {
   std::vector<RegionArea> out;
   auto rows = file.query(
@@ -158,17 +167,9 @@ std::vector<engine_detail::RegionArea> engine_detail::read_regions(Db& file) {
 
 namespace {
 
+using engine_detail::check_level;
 using engine_detail::read_regions;
 using engine_detail::RegionArea;
-
-void check_level(const RegionArea& area) {
-  if (area.level < 0 || area.level > 3)
-    throw ImpactError("Invalid region", "The area " + area.code +
-                                            " of the region has the NUTS level " +
-                                            std::to_string(area.level) +
-                                            ", which is not 0 to 3, so cannot calculate regional "
-                                            "impact. Please edit the regional profile.");
-}
 
 std::string cell_of(double x) {
   return number_to_cell(x);

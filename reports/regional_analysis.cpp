@@ -70,12 +70,7 @@ struct Nuts3Area {
 // The NUTS3 areas that lie in a region's area, in table order; a NUTS3 area
 // lists itself.
 std::vector<Nuts3Area> nuts3_areas_of(Db& store, const RegionRow& region) {
-  if (region.level < 0 || region.level > 3)
-    throw ImpactError("Invalid region", "The area " + region.code +
-                                            " of the region has the NUTS level " +
-                                            std::to_string(region.level) +
-                                            ", which is not 0 to 3, so cannot calculate regional "
-                                            "impact. Please edit the regional profile.");
+  engine_detail::check_level(region);
   const std::string key = "NUTS" + std::to_string(region.level) + "_ID";
   auto rows = store.query("SELECT \"NUTS3_ID\", \"NUTS\", \"NAME\" FROM \"NUTS3\" WHERE " +
                               quote_name(key) + " = ? ORDER BY rowid",
