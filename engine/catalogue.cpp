@@ -124,14 +124,14 @@ std::map<int64_t, std::string> operation_names(const Db& store) {
   return names;
 }
 
-// The members of one group that pass the filters, in sorted order.
-std::vector<SortedEntry> group_members(const Db& store, const GroupView& gv, int64_t group_id,
+// The members of one group that pass the filters, in sorted order, read
+// through the view's member query prepared once for the whole tree.
+std::vector<SortedEntry> group_members(Statement& member_query, int64_t group_id,
                                        const std::map<int64_t, std::string>& names,
                                        const OperationFilter& filter,
                                        const std::set<int64_t>* only) {
   std::vector<SortedEntry> members;
-  Statement st = store.prepare_statement(gv.member_sql);
-  auto& q = st.query({Value(group_id)});
+  auto& q = member_query.query({Value(group_id)});
   while (q.next()) {
     int64_t id = q.get(0).as_int();
     auto it = names.find(id);
@@ -150,6 +150,7 @@ void grouped_tree(Tree& tree, int mode, TreeViewKind view) {
   tree.selected = -1;
   Db store = Db::open(session().ops_db_path);
   const GroupView gv = group_view(view);
+  Statement member_query = store.prepare_statement(gv.member_sql);
   const auto names = operation_names(store);
   const OperationFilter filter = make_filter(store);
   std::set<int64_t> chosen;
@@ -167,7 +168,7 @@ void grouped_tree(Tree& tree, int mode, TreeViewKind view) {
     tree.nodes.push_back({key, g.text, false});
     if (!remembered.empty() && g.text == remembered && open_group < 0) open_group = index;
     for (const auto& m :
-         group_members(store, gv, g.id, names, filter, mode == 2 ? &chosen : nullptr))
+         group_members(member_query, g.id, names, filter, mode == 2 ? &chosen : nullptr))
       tree.nodes.push_back({key + "O" + std::to_string(m.id), m.text, false});
   }
   if (tree.nodes.empty()) return;
@@ -512,8 +513,9 @@ void select_all(Ui& ui) {
       Db store = Db::open(session().ops_db_path);
       const auto names = operation_names(store);
       const OperationFilter filter = make_filter(store);
-      for (const auto& m : group_members(store, group_view(c.catalogue_view),
-                                         tree.group_id(tree.selected), names, filter, nullptr))
+      Statement member_query = store.prepare_statement(group_view(c.catalogue_view).member_sql);
+      for (const auto& m :
+           group_members(member_query, tree.group_id(tree.selected), names, filter, nullptr))
         ids.push_back(m.id);
     } catch (const std::exception& e) {
       engine_detail::report_failure(ui, e);
