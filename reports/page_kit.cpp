@@ -10,6 +10,7 @@
 #include "core/lookups.h"
 #include "core/numbers.h"
 #include "core/session.h"
+#include "core/utf8.h"
 #include "core/version.h"
 #include "settings/update_check.h"
 #include "stores/db.h"
@@ -239,6 +240,13 @@ void write_welcome_page() {
 }  // namespace
 
 std::string html_escape(std::string_view text) {
+  // Store and file text may carry bytes of another encoding; a page gets
+  // valid UTF-8 only.
+  std::string repaired;
+  if (!is_valid_utf8(text)) {
+    repaired = valid_utf8(text);
+    text = repaired;
+  }
   std::string out;
   out.reserve(text.size());
   for (char ch : text) {
