@@ -2,12 +2,14 @@
 
 #include <httplib.h>
 
-#include <algorithm>
+#include <atomic>
 #include <fstream>
 #include <random>
 #include <sstream>
 
+#include "core/utf8.h"
 #include "reports/page_kit.h"
+#include "shell/poll_gate.h"
 #include "shell/web_assets.h"
 
 namespace arven::shell {
@@ -18,31 +20,12 @@ using nlohmann::json;
 namespace {
 
 constexpr const char* kCookie = "arven_token";
-
-// Kinds of file the report folder serves; stores and anything else stay put.
-const std::map<std::string, std::string>& mime_types() {
-  static const std::map<std::string, std::string> m = {
-      {".htm", "text/html; charset=utf-8"},
-      {".html", "text/html; charset=utf-8"},
-      {".css", "text/css"},
-      {".js", "text/javascript"},
-      {".gif", "image/gif"},
-      {".jpg", "image/jpeg"},
-      {".jpeg", "image/jpeg"},
-      {".png", "image/png"},
-      {".svg", "image/svg+xml"},
-      {".pdf", "application/pdf"},
-      {".kmz", "application/vnd.google-earth.kmz"},
-      {".csv", "text/csv; charset=utf-8"},
-      {".xlsx", "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet"},
-      {".txt", "text/plain; charset=utf-8"}};
-  return m;
-}
-
-std::string lower(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
-  return s;
-}
+constexpr const char* kScriptHeader = "X-ARVEN-Token";
+constexpr size_t kMaxBody = 1 << 20;      // a form body; ours are a few hundred bytes
+constexpr size_t kMaxThreads = 256;       // connections served at once
+constexpr size_t kMaxPolls = 48;          // long polls waiting at once, in all
+constexpr size_t kMaxPollsPerClient = 4;  // ... and of one client
+constexpr int kPollTimeoutMs = 15000;
 
 std::string cookie_value(const httplib::Request& req, const std::string& name) {
   std::string all = req.get_header_value("Cookie");
@@ -82,76 +65,52 @@ std::string window_page(const std::string& window) {
          "<script src=\"/shell/shell.js\"></script>\n</body></html>\n";
 }
 
-void set_json(httplib::Response& res, const json& j) {
+// Every string of a JSON value, keys included, made valid UTF-8: store text
+// in a window's controls must not make the answer fail.
+void make_valid(json& j) {
+  if (j.is_string()) {
+    auto& s = j.get_ref<std::string&>();
+    if (!is_valid_utf8(s)) s = valid_utf8(s);
+  } else if (j.is_array()) {
+    for (auto& e : j) make_valid(e);
+  } else if (j.is_object()) {
+    json fixed = json::object();
+    bool keys_ok = true;
+    for (auto& [k, v] : j.items()) {
+      make_valid(v);
+      keys_ok = keys_ok && is_valid_utf8(k);
+    }
+    if (!keys_ok) {
+      for (auto& [k, v] : j.items()) fixed[valid_utf8(k)] = std::move(v);
+      j = std::move(fixed);
+    }
+  }
+}
+
+void set_json(httplib::Response& res, json j) {
+  make_valid(j);
   res.set_header("Cache-Control", "no-store");
   res.set_content(j.dump(), "application/json");
 }
 
-Params form_params(const httplib::Request& req) {
-  Params p;
-  for (const auto& [k, v] : req.params) p[k] = v;
-  return p;
+void refuse(httplib::Response& res, int status, const std::string& why) {
+  res.status = status;
+  res.set_header("Cache-Control", "no-store");
+  res.set_content(why, "text/plain; charset=utf-8");
+}
+
+// A poll's client: the id its page sends (letters, digits, '-' and '_',
+// at most 64), else the address it comes from.
+std::string poll_client(const httplib::Request& req) {
+  std::string id = req.get_param_value("client");
+  const bool plain =
+      !id.empty() && id.size() <= 64 && std::all_of(id.begin(), id.end(), [](unsigned char c) {
+        return std::isalnum(c) || c == '-' || c == '_';
+      });
+  return plain ? id : "addr:" + req.remote_addr;
 }
 
 }  // namespace
-
-std::optional<std::string> url_decode(std::string_view text) {
-  auto hex = [](char h) -> int {
-    if (h >= '0' && h <= '9') return h - '0';
-    if (h >= 'a' && h <= 'f') return h - 'a' + 10;
-    if (h >= 'A' && h <= 'F') return h - 'A' + 10;
-    return -1;
-  };
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    char c = text[i];
-    if (c == '%') {
-      if (i + 2 >= text.size()) return std::nullopt;
-      int hi = hex(text[i + 1]), lo = hex(text[i + 2]);
-      if (hi < 0 || lo < 0) return std::nullopt;
-      c = static_cast<char>(hi * 16 + lo);
-      i += 2;
-    }
-    if (c == '\0') return std::nullopt;
-    out += c;
-  }
-  return out;
-}
-
-// The Content-Disposition of a download; quotes, backslashes and control
-// characters of the name become '_' so the header stays one quoted string.
-std::string attachment_header(std::string name) {
-  for (char& ch : name)
-    if (ch == '"' || ch == '\\' || static_cast<unsigned char>(ch) < 0x20) ch = '_';
-  return "attachment; filename=\"" + name + "\"";
-}
-
-std::optional<fs::path> resolve_static(const fs::path& folder, std::string_view relative) {
-  auto decoded = url_decode(relative);
-  if (!decoded || decoded->empty()) return std::nullopt;
-  // Decode once more: a doubly encoded "..%252f" must not slip through a
-  // second decoding somewhere else.
-  if (decoded->find('%') != std::string::npos) {
-    auto twice = url_decode(*decoded);
-    if (!twice || *twice != *decoded) return std::nullopt;
-  }
-  const std::string& rel = *decoded;
-  if (rel.front() == '/' || rel.find('\\') != std::string::npos) return std::nullopt;
-  fs::path p(rel);
-  for (const auto& part : p)
-    if (part == ".." || part == "." || part.empty()) return std::nullopt;
-  if (!mime_types().count(lower(p.extension().string()))) return std::nullopt;
-  std::error_code ec;
-  fs::path base = fs::weakly_canonical(folder, ec);
-  if (ec) return std::nullopt;
-  fs::path full = fs::weakly_canonical(base / p, ec);
-  if (ec) return std::nullopt;
-  // Symbolic links out of the folder are refused too.
-  auto [b, f] = std::mismatch(base.begin(), base.end(), full.begin(), full.end());
-  if (b != base.end()) return std::nullopt;
-  if (!fs::is_regular_file(full, ec)) return std::nullopt;
-  return full;
-}
 
 std::string make_token() {
   std::random_device rd;
@@ -166,8 +125,13 @@ struct Server::Impl {
   std::string token;
   int port = 0;
   httplib::Server http;
+  PollGate polls{kMaxPolls, kMaxPollsPerClient};
+  std::atomic<bool> stopping{false};
 
-  Impl(WebUi& u, fs::path f, std::string t) : ui(u), folder(std::move(f)), token(std::move(t)) {}
+  Impl(WebUi& u, fs::path f, std::string t) : ui(u), folder(std::move(f)), token(std::move(t)) {
+    http.new_task_queue = [] { return new ElasticPool(kMaxThreads); };
+    http.set_payload_max_length(kMaxBody);
+  }
 
   bool host_ok(const httplib::Request& req) const {
     std::string host = req.get_header_value("Host");
@@ -175,32 +139,40 @@ struct Server::Impl {
     return host == "127.0.0.1:" + p || host == "localhost:" + p;
   }
 
+  bool script_request(const httplib::Request& req) const {
+    return same_token(req.get_header_value(kScriptHeader), token);
+  }
+
   bool token_ok(const httplib::Request& req) const {
-    return same_token(cookie_value(req, kCookie), token) ||
-           same_token(req.get_header_value("X-ARVEN-Token"), token);
+    return same_token(cookie_value(req, kCookie), token) || script_request(req);
+  }
+
+  // A request that changes state: a script's, or one sent by our own pages.
+  // The cookie alone proves nothing, since the browser sends it with
+  // requests that other pages of the same site make.
+  bool may_change_state(const httplib::Request& req) const {
+    if (script_request(req)) return true;
+    return from_own_pages({req.get_header_value("Sec-Fetch-Site"), req.get_header_value("Origin"),
+                           req.get_header_value("Referer")},
+                          port);
   }
 
   void install_routes() {
     http.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
       if (!host_ok(req)) {
-        res.status = 403;
-        res.set_content("Forbidden: unknown host", "text/plain");
+        refuse(res, 403, "Forbidden: unknown host");
         return httplib::Server::HandlerResponse::Handled;
       }
       bool first_visit = req.path == "/" && req.has_param("token") &&
                          same_token(req.get_param_value("token"), token);
       if (!first_visit && !token_ok(req)) {
-        res.status = 403;
-        res.set_content("Forbidden: open the address that the program printed", "text/plain");
+        refuse(res, 403, "Forbidden: open the address that the program printed");
         return httplib::Server::HandlerResponse::Handled;
       }
       return httplib::Server::HandlerResponse::Unhandled;
     });
-    http.set_exception_handler(
-        [](const httplib::Request&, httplib::Response& res, std::exception_ptr) {
-          res.status = 500;
-          res.set_content("Internal error", "text/plain");
-        });
+    http.set_exception_handler([](const httplib::Request&, httplib::Response& res,
+                                  std::exception_ptr) { refuse(res, 500, "Internal error"); });
 
     http.Get("/", [this](const httplib::Request&, httplib::Response& res) {
       res.set_header("Set-Cookie",
@@ -213,11 +185,26 @@ struct Server::Impl {
     http.Get("/shell/shell.css", [](const httplib::Request&, httplib::Response& res) {
       res.set_content(std::string(kShellCss), "text/css");
     });
-    http.Get(R"(/(.+))", [this](const httplib::Request& req, httplib::Response& res) {
-      route(req, res, false);
-    });
-    http.Post(R"(/(.+))", [this](const httplib::Request& req, httplib::Response& res) {
-      route(req, res, true);
+    http.Get(R"(/(.+))",
+             [this](const httplib::Request& req, httplib::Response& res) { route_get(req, res); });
+    // The body is read here rather than by the library, which would wait
+    // for the end of a body that a POST without Content-Length never sends.
+    http.Post(R"(/(.+))", [this](const httplib::Request& req, httplib::Response& res,
+                                 const httplib::ContentReader& reader) {
+      std::string body;
+      bool too_long = false;
+      if (req.has_header("Content-Length") || req.get_header_value("Transfer-Encoding") != "") {
+        reader([&](const char* data, size_t size) {
+          if (body.size() + size > kMaxBody) {
+            too_long = true;
+            return false;
+          }
+          body.append(data, size);
+          return true;
+        });
+      }
+      if (too_long) return refuse(res, 413, "Request body too large");
+      route_post(req, body, res);
     });
   }
 
@@ -244,7 +231,48 @@ struct Server::Impl {
     return true;
   }
 
-  void route(const httplib::Request& req, httplib::Response& res, bool post) {
+  void route_post(const httplib::Request& req, const std::string& body, httplib::Response& res) {
+    std::string window, rest;
+    bool bare = false;
+    if (!split_window(req.path, window, rest, bare) || bare) {
+      res.status = 404;
+      return;
+    }
+    if (!may_change_state(req))
+      return refuse(res, 403, "Forbidden: the request does not come from the program's pages");
+    // Fields come from a form body only, never from the query string.
+    std::optional<Params> fields = Params{};
+    if (!body.empty()) {
+      if (!is_form_content_type(req.get_header_value("Content-Type")))
+        return refuse(res, 415, "Send the fields as application/x-www-form-urlencoded");
+      fields = parse_form_body(body);
+      if (!fields) return refuse(res, 400, "Malformed form body");
+    }
+    Params& p = *fields;
+    if (rest == "command" || rest == "close") {
+      // A window under a modal one, or a closed one, takes no input.
+      if (!ui.accepts_input(window)) {
+        res.status = 409;
+        return set_json(res, {{"ok", false}, {"reason", "another window is on top"}});
+      }
+      if (rest == "command")
+        ui.post_command(window, std::move(p));
+      else
+        ui.post_close(window);
+    } else if (rest == "answer") {
+      int id = param_int(p, "id", 0);
+      if (!ui.answer(id, param_text(p, "button"), param_text(p, "file"))) {
+        res.status = 409;
+        return set_json(res, {{"ok", false}});
+      }
+    } else {
+      res.status = 404;
+      return;
+    }
+    set_json(res, {{"ok", true}});
+  }
+
+  void route_get(const httplib::Request& req, httplib::Response& res) {
     std::string window, rest;
     bool bare = false;
     if (!split_window(req.path, window, rest, bare)) {
@@ -255,44 +283,13 @@ struct Server::Impl {
       res.set_redirect("/" + window + "/");
       return;
     }
-    if (post) {
-      Params p = form_params(req);
-      if (rest == "command") {
-        ui.post_command(window, std::move(p));
-      } else if (rest == "close") {
-        ui.post_close(window);
-      } else if (rest == "answer") {
-        int id = 0;
-        try {
-          id = std::stoi(p["id"]);
-        } catch (const std::exception&) {
-        }
-        if (!ui.answer(id, p["button"], p["file"])) {
-          res.status = 409;
-          set_json(res, {{"ok", false}});
-          return;
-        }
-      } else {
-        res.status = 404;
-        return;
-      }
-      set_json(res, {{"ok", true}});
-      return;
-    }
     if (rest.empty()) {
       res.set_header("Cache-Control", "no-store");
       res.set_content(window_page(window), "text/html; charset=utf-8");
       return;
     }
     if (rest == "state.json") {
-      if (req.has_param("since")) {
-        uint64_t since = 0;
-        try {
-          since = std::stoull(req.get_param_value("since"));
-        } catch (const std::exception&) {
-        }
-        ui.wait_for_change(since, 15000);
-      }
+      if (req.has_param("since")) wait_for_change(req);
       set_json(res, ui.state(window));
       return;
     }
@@ -304,22 +301,45 @@ struct Server::Impl {
       std::ifstream in(*file, std::ios::binary);
       std::string body((std::istreambuf_iterator<char>(in)), {});
       res.set_header("Cache-Control", "no-store");
-      const std::string ext = lower(file->extension().string());
+      // The type follows the name asked for, which the folder's check has
+      // allowed, not the name a symbolic link leads to.
+      const std::string name = fs::path(*url_decode(raw)).filename().string();
+      const std::string mime = mime_type_of(name);
       // Exported tables are saved by the browser, not shown.
-      if (ext == ".csv" || ext == ".xlsx")
-        res.set_header("Content-Disposition", attachment_header(file->filename().string()));
-      res.set_content(body, mime_types().at(ext));
+      if (mime.rfind("text/csv", 0) == 0 || mime.find("spreadsheetml") != std::string::npos)
+        res.set_header("Content-Disposition", attachment_header(name));
+      res.set_content(body, mime);
       return;
     }
     auto target = url_decode(raw);
     // A page command is a single word with a suffix; nothing else is run.
     if (target && !target->empty() && target->size() < 256 &&
         target->find('/') == std::string::npos && target->find('.') != std::string::npos) {
+      if (!may_change_state(req))
+        return refuse(res, 403, "Forbidden: the request does not come from the program's pages");
+      if (!ui.accepts_input(window)) {
+        res.status = 409;
+        return;
+      }
       ui.post_navigation(window, *target);
       res.status = 204;  // the browser stays on its page: the navigation is cancelled
       return;
     }
     res.status = 404;
+  }
+
+  // A long poll: waits for a change while the gate lets it, its client is
+  // there, and the timeout has not passed.
+  void wait_for_change(const httplib::Request& req) {
+    uint64_t since = 0;
+    try {
+      since = std::stoull(req.get_param_value("since"));
+    } catch (const std::exception&) {
+    }
+    auto ticket = polls.enter(poll_client(req));
+    if (!ticket) return;  // answered at once; the page polls again a little later
+    ConnectionWatch watch(req.local_port, req.remote_port);
+    ui.wait_for_change(since, kPollTimeoutMs, [&] { return !watch.gone() && !stopping; });
   }
 };
 
@@ -344,7 +364,13 @@ void Server::listen() {
 }
 
 void Server::stop() {
-  if (impl_) impl_->http.stop();
+  if (!impl_) return;
+  impl_->stopping = true;  // waiting polls answer, so their threads can end
+  impl_->http.stop();
+}
+
+size_t Server::waiting_polls() const {
+  return impl_->polls.waiting();
 }
 
 }  // namespace arven::shell

@@ -1,20 +1,23 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
-#include <optional>
 #include <string>
-#include <string_view>
 
+#include "shell/http_input.h"
 #include "shell/web_ui.h"
 
 namespace arven::shell {
 
 // The loopback HTTP server. Every request needs the session token (the
 // first visit with ?token= sets an HttpOnly, SameSite=Strict cookie) and a
-// Host of 127.0.0.1:PORT or localhost:PORT. Under /<window>/ it serves the
-// window page, its state and actions, and the files of the report folder;
-// a target that names no file is a page command for that window.
+// Host of 127.0.0.1:PORT or localhost:PORT. A request that changes anything
+// (a POST, a page command) must also come from the program's own pages, or
+// carry the token in the X-ARVEN-Token header as scripts do. Under
+// /<window>/ it serves the window page, its state and actions, and the
+// files of the report folder; a target that names no file is a page
+// command for that window.
 class Server {
  public:
   Server(WebUi& ui, std::filesystem::path report_folder, std::string token);
@@ -28,6 +31,8 @@ class Server {
   void stop();
 
   const std::string& token() const { return token_; }
+  // Long polls waiting for a change now.
+  size_t waiting_polls() const;
 
  private:
   struct Impl;
@@ -37,15 +42,5 @@ class Server {
 
 // A random session token (hex).
 std::string make_token();
-
-// The file of the report folder that a request path names, or nullopt when
-// the path would leave the folder, names no allowed kind of file, or
-// names nothing. `relative` is the URL path after the window prefix, still
-// percent-encoded.
-std::optional<std::filesystem::path> resolve_static(const std::filesystem::path& folder,
-                                                    std::string_view relative);
-
-// Percent-decodes a URL path; nullopt for malformed escapes or a NUL.
-std::optional<std::string> url_decode(std::string_view text);
 
 }  // namespace arven::shell

@@ -50,10 +50,28 @@ Answer answer_of(const std::string& button) {
   return Answer::Ok;
 }
 
-// A name typed into the chooser may not leave its folder.
-bool plain_file_name(const std::string& name) {
-  return !name.empty() && name != "." && name != ".." &&
-         name.find_first_of("/\\") == std::string::npos && name.find('\0') == std::string::npos;
+// Room that a file name leaves for the store's side files ("-journal").
+constexpr size_t kLongestFileName = 255 - 8;
+
+// What is wrong with a name typed into the chooser ("" for nothing): it
+// may not leave its folder, hold control characters (a line break would
+// end up in the recent-files list), or be too long for the store's files.
+std::string file_name_fault(const std::string& name) {
+  const bool control =
+      std::any_of(name.begin(), name.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; });
+  if (name == "." || name == ".." || name.find_first_of("/\\") != std::string::npos || control)
+    return "The file name is not valid. A name may not contain / \\ or control characters.";
+  if (name.size() > kLongestFileName)
+    return "The file name is too long. Use at most " + std::to_string(kLongestFileName) +
+           " characters.";
+  return "";
+}
+
+// The name as a message may show it: control characters become '?'.
+std::string printable(std::string name) {
+  for (char& c : name)
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
+  return name;
 }
 
 }  // namespace
@@ -82,6 +100,7 @@ std::vector<std::string> list_files(const fs::path& folder, const std::string& f
   for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
     if (!it->is_regular_file(ec)) continue;
     std::string name = it->path().filename().string();
+    if (name.empty() || name[0] == '.') continue;  // hidden, or a file being made
     std::string lower = name;
     std::transform(lower.begin(), lower.end(), lower.begin(), ::tolower);
     if (ext.empty() || (lower.size() > ext.size() &&
@@ -173,12 +192,17 @@ std::string WebUi::file_dialog(const FileDialogRequest& request) {
     d.files = list_files(request.initial_dir, request.filter);
     d.buttons = {request.save ? "Save" : "Open", "Cancel"};
     Answered a = ask(std::move(d));
-    if (a.button == "Cancel" || !plain_file_name(a.file_name)) return "";
+    if (a.button == "Cancel" || a.file_name.empty()) return "";
     std::string name = a.file_name;
     std::string ext = request.filter.size() > 1 ? request.filter.substr(1) : "";
     if (!ext.empty() &&
         (name.size() < ext.size() || name.compare(name.size() - ext.size(), ext.size(), ext) != 0))
       name += ext;
+    if (const std::string fault = file_name_fault(name); !fault.empty()) {
+      message_box(printable(name) + "\n" + fault, request.title, MsgButtons::Ok,
+                  MsgIcon::Exclamation);
+      continue;  // back to the chooser
+    }
     fs::path path = fs::path(request.initial_dir) / name;
     std::error_code ec;
     if (request.save && fs::exists(path, ec)) {
@@ -339,10 +363,37 @@ json WebUi::state(const std::string& window) const {
   return s;
 }
 
-uint64_t WebUi::wait_for_change(uint64_t since, int timeout_ms) const {
+uint64_t WebUi::wait_for_change(uint64_t since, int timeout_ms,
+                                const std::function<bool()>& keep_waiting) const {
+  using clock = std::chrono::steady_clock;
+  const auto deadline = clock::now() + std::chrono::milliseconds(timeout_ms);
   std::unique_lock lock(mutex_);
-  cv_.wait_for(lock, std::chrono::milliseconds(timeout_ms), [&] { return version_ > since; });
+  while (version_ <= since) {
+    const auto slice = std::min(deadline, clock::now() + std::chrono::milliseconds(200));
+    if (cv_.wait_until(lock, slice, [&] { return version_ > since; })) break;
+    if (clock::now() >= deadline) break;
+    if (keep_waiting) {
+      lock.unlock();
+      const bool more = keep_waiting();
+      lock.lock();
+      if (!more) break;
+    }
+  }
   return version_;
+}
+
+bool WebUi::accepts_input(const std::string& window) const {
+  std::lock_guard lock(mutex_);
+  return accepts_input_locked(window);
+}
+
+bool WebUi::accepts_input_locked(const std::string& window) const {
+  auto it = windows_.find(window);
+  if (it == windows_.end()) return false;
+  auto in_stack = std::find(modal_stack_.begin(), modal_stack_.end(), window);
+  if (window == "main") return modal_stack_.empty();
+  if (!it->second.open) return false;
+  return in_stack == modal_stack_.end() || in_stack + 1 == modal_stack_.end();
 }
 
 bool WebUi::answer(int id, const std::string& button, const std::string& file_name) {
@@ -372,7 +423,9 @@ void WebUi::post_to(const std::string& window, std::function<void(const WindowHa
     {
       std::lock_guard lock(mutex_);
       auto it = windows_.find(window);
-      if (it == windows_.end()) return;
+      // A click queued before a modal window opened over its window is
+      // dropped, as the window could not have been clicked then.
+      if (it == windows_.end() || !accepts_input_locked(window)) return;
       h = it->second.handlers;
     }
     ActiveWindow scope(*this, window);
@@ -400,7 +453,7 @@ void WebUi::post_close(const std::string& window) {
     {
       std::lock_guard lock(mutex_);
       auto it = windows_.find(window);
-      if (it == windows_.end() || !it->second.open) return;
+      if (it == windows_.end() || !it->second.open || !accepts_input_locked(window)) return;
       h = it->second.handlers;
     }
     if (!h.query_close || h.query_close()) close_window(window);

@@ -86,8 +86,14 @@ class WebUi : public Ui {
   // ---- from the server's threads ----
   // The state of one window, as GET /<window>/state.json returns it.
   nlohmann::json state(const std::string& window) const;
-  // Blocks until the version passes `since` or the timeout ends.
-  uint64_t wait_for_change(uint64_t since, int timeout_ms) const;
+  // Blocks until the version passes `since`, the timeout ends, or
+  // `keep_waiting` (asked a few times a second) turns false.
+  uint64_t wait_for_change(uint64_t since, int timeout_ms,
+                           const std::function<bool()>& keep_waiting = {}) const;
+  // True when the window takes clicks now: it is open (the main window
+  // always is), and no modal window stands on top of it. A window opened
+  // beside the others (a report) takes them while it is open.
+  bool accepts_input(const std::string& window) const;
   // Answers the open dialog; false when `id` is not the open one or the
   // answer does not fit it.
   bool answer(int id, const std::string& button, const std::string& file_name = "");
@@ -132,6 +138,7 @@ class WebUi : public Ui {
   // Queues an event that runs with the window's handlers, as its window.
   void post_to(const std::string& window, std::function<void(const WindowHandlers&)> event);
   std::string current_window() const;
+  bool accepts_input_locked(const std::string& window) const;
 
   Worker& worker_;
   mutable std::mutex mutex_;

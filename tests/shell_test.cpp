@@ -4,6 +4,7 @@
 #include <atomic>
 #include <fstream>
 #include <future>
+#include <iostream>
 #include <thread>
 
 #include <arpa/inet.h>
@@ -49,6 +50,12 @@ class ShellTest : public ::testing::Test {
   httplib::Client client() { return httplib::Client("127.0.0.1", port); }
   httplib::Headers auth() {
     return {{"Cookie", "arven_token=tok123"}, {"Host", "127.0.0.1:" + std::to_string(port)}};
+  }
+  // What the browser adds to a request of one of our own pages.
+  httplib::Headers page() {
+    auto h = auth();
+    h.emplace("Sec-Fetch-Site", "same-origin");
+    return h;
   }
   // Waits until the worker has run everything queued.
   void settle() {
@@ -110,11 +117,11 @@ TEST_F(ShellTest, StaticServingStaysInTheReportFolder) {
 
 TEST_F(ShellTest, CommandsAndPageCommandsReachTheWorker) {
   auto c = client();
-  EXPECT_EQ(c.Post("/main/command", auth(), "group=2&tool=1", "application/x-www-form-urlencoded")
+  EXPECT_EQ(c.Post("/main/command", page(), "group=2&tool=1", "application/x-www-form-urlencoded")
                 ->status,
             200);
-  EXPECT_EQ(c.Get("/main/file.ff1", auth())->status, 204);
-  EXPECT_EQ(c.Get("/nowhere/file.ff1", auth())->status, 404);
+  EXPECT_EQ(c.Get("/main/file.ff1", page())->status, 204);
+  EXPECT_EQ(c.Get("/nowhere/file.ff1", page())->status, 404);
   settle();
   ASSERT_EQ(commands.size(), 1u);
   EXPECT_EQ(commands[0].at("group"), "2");
@@ -147,9 +154,9 @@ TEST_F(ShellTest, MessageBoxWaitsForTheBrowsersAnswer) {
   EXPECT_EQ(dialog["buttons"], nlohmann::json({"Yes", "No"}));
   std::string id = std::to_string(dialog["id"].get<int>());
   auto form = "application/x-www-form-urlencoded";
-  EXPECT_EQ(c.Post("/main/answer", auth(), "id=" + id + "&button=Maybe", form)->status, 409);
-  EXPECT_EQ(c.Post("/main/answer", auth(), "id=999&button=No", form)->status, 409);
-  EXPECT_EQ(c.Post("/main/answer", auth(), "id=" + id + "&button=No", form)->status, 200);
+  EXPECT_EQ(c.Post("/main/answer", page(), "id=" + id + "&button=Maybe", form)->status, 409);
+  EXPECT_EQ(c.Post("/main/answer", page(), "id=999&button=No", form)->status, 409);
+  EXPECT_EQ(c.Post("/main/answer", page(), "id=" + id + "&button=No", form)->status, 200);
   EXPECT_EQ(result.get_future().get(), Answer::No);
 }
 
@@ -192,6 +199,225 @@ TEST_F(ShellTest, MalformedRequestsDoNotStopTheServer) {
   auto r = c.Get("/main/", auth());
   ASSERT_TRUE(r);
   EXPECT_EQ(r->status, 200);
+}
+
+}  // namespace
+}  // namespace arven::shell
+
+namespace arven::shell {
+namespace {
+
+// A raw connection to the server: for requests a client library would not
+// send as they stand, and for connections left open.
+class RawConnection {
+ public:
+  explicit RawConnection(int port) {
+    fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(static_cast<uint16_t>(port));
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+    timeval tv{3, 0};
+    setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  }
+  ~RawConnection() { close(); }
+  bool send(const std::string& text) {
+    return ::send(fd_, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+  }
+  // The status line of the answer ("" when none came within 3 s).
+  std::string status_line() {
+    char buf[256];
+    ssize_t n = ::recv(fd_, buf, sizeof buf, 0);
+    std::string s = n > 0 ? std::string(buf, static_cast<size_t>(n)) : "";
+    return s.substr(0, s.find("\r\n"));
+  }
+  void close() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+  }
+  bool connected() const { return connected_; }
+
+ private:
+  int fd_ = -1;
+  bool connected_ = false;
+};
+
+// Only our own pages and scripts that hold the token may change anything:
+// another page of the same site gets the cookie sent along, and is refused.
+TEST_F(ShellTest, RequestsFromOtherPagesAreRefused) {
+  auto c = client();
+  const std::string p = std::to_string(port);
+  const std::string form = "application/x-www-form-urlencoded";
+  auto with = [&](const std::string& header, const std::string& value) {
+    auto h = auth();
+    h.emplace(header, value);
+    return h;
+  };
+  const std::vector<httplib::Headers> foreign = {
+      auth(),  // names no source
+      with("Sec-Fetch-Site", "same-site"),
+      with("Sec-Fetch-Site", "cross-site"),
+      with("Sec-Fetch-Site", "none"),
+      with("Origin", "http://127.0.0.1:" + std::to_string(port + 1)),
+      with("Origin", "null"),
+      with("Referer", "http://127.0.0.1:" + p + ".evil.example/"),
+      with("Referer", "http://localhost:" + std::to_string(port + 1) + "/main/"),
+  };
+  for (const auto& h : foreign) {
+    EXPECT_EQ(c.Post("/main/command", h, "group=2&tool=1", form.c_str())->status, 403);
+    EXPECT_EQ(c.Post("/main/close", h, "", form.c_str())->status, 403);
+    EXPECT_EQ(c.Get("/main/remove.rem", h)->status, 403);
+  }
+  // Reading stays open to the cookie: the browser does not let another
+  // page see the answer.
+  EXPECT_EQ(c.Get("/main/state.json", auth())->status, 200);
+  settle();
+  EXPECT_TRUE(commands.empty());
+  EXPECT_TRUE(targets.empty());
+
+  const std::vector<httplib::Headers> own = {
+      page(),
+      with("Origin", "http://127.0.0.1:" + p),
+      with("Referer", "http://localhost:" + p + "/main/summary_display.htm"),
+      {{"X-ARVEN-Token", "tok123"}, {"Host", "127.0.0.1:" + p}},
+  };
+  for (const auto& h : own) {
+    EXPECT_EQ(c.Post("/main/command", h, "group=2&tool=1", form.c_str())->status, 200);
+    EXPECT_EQ(c.Get("/main/remove.rem", h)->status, 204);
+  }
+  settle();
+  EXPECT_EQ(commands.size(), own.size());
+  EXPECT_EQ(targets.size(), own.size());
+}
+
+// Fields come from a form body only; a close needs no body at all.
+TEST_F(ShellTest, FormFieldsComeFromTheBodyOnly) {
+  auto c = client();
+  EXPECT_EQ(c.Post("/main/command?group=2&tool=1", page(), "", "text/plain")->status, 200);
+  EXPECT_EQ(c.Post("/main/command", page(), "group=2&tool=1", "text/plain")->status, 415);
+  EXPECT_EQ(
+      c.Post("/main/command", page(), "group=%zz", "application/x-www-form-urlencoded")->status,
+      400);
+  EXPECT_EQ(c.Post("/main/command", page(), "name=My+region%21&name=second",
+                   "application/x-www-form-urlencoded; charset=UTF-8")
+                ->status,
+            200);
+  settle();
+  ASSERT_EQ(commands.size(), 2u);
+  EXPECT_TRUE(commands[0].empty());
+  EXPECT_EQ(commands[1].at("name"), "My region!");
+
+  // POST with neither a body nor a Content-Length, as `curl -X POST` sends it.
+  RawConnection raw(port);
+  ASSERT_TRUE(raw.connected());
+  ASSERT_TRUE(raw.send("POST /main/close HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
+                       "\r\nX-ARVEN-Token: tok123\r\n\r\n"));
+  EXPECT_EQ(raw.status_line(), "HTTP/1.1 200 OK");
+}
+
+// While a modal window is on top, the windows under it take no clicks,
+// neither at the door nor when a click queued earlier comes to run.
+TEST_F(ShellTest, WindowsUnderAModalOneTakeNoInput) {
+  std::vector<Params> dialog_commands;
+  WindowHandlers h;
+  h.command = [&](const Params& p) { dialog_commands.push_back(p); };
+  ui.register_window("dialog", h);
+  ui.register_window("closed", h);
+  worker.post([&] { ui.post_command("main", {{"queued", "1"}}); });
+  worker.post([&] { ui.show_modal("dialog"); });
+  auto c = client();
+  for (int i = 0; i < 200 && !ui.accepts_input("dialog"); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  ASSERT_TRUE(ui.accepts_input("dialog"));
+  const char* form = "application/x-www-form-urlencoded";
+  EXPECT_EQ(c.Post("/main/command", page(), "group=2&tool=3", form)->status, 409);
+  EXPECT_EQ(c.Get("/main/edit.xx1", page())->status, 409);
+  EXPECT_EQ(c.Post("/closed/command", page(), "button=ok", form)->status, 409);
+  EXPECT_EQ(c.Post("/dialog/command", page(), "button=ok", form)->status, 200);
+  EXPECT_EQ(c.Post("/dialog/close", page(), "", form)->status, 200);
+  settle();
+  EXPECT_TRUE(commands.empty());  // the queued click ran under the dialog: dropped
+  EXPECT_TRUE(targets.empty());
+  ASSERT_EQ(dialog_commands.size(), 1u);
+  EXPECT_FALSE(ui.accepts_input("dialog"));
+  EXPECT_TRUE(ui.accepts_input("main"));
+}
+
+// Waiting polls hold a bounded number of threads, commands are served
+// meanwhile, and a poll whose client has gone ends.
+TEST_F(ShellTest, LongPollsNeverStarveCommands) {
+  auto poll = [&](const std::string& client) {
+    auto conn = std::make_unique<RawConnection>(port);
+    EXPECT_TRUE(conn->send("GET /main/state.json?since=999999&client=" + client +
+                           " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
+                           "\r\nX-ARVEN-Token: tok123\r\n\r\n"));
+    return conn;
+  };
+  auto wait_for_polls = [&](size_t n) {
+    for (int i = 0; i < 300 && server.waiting_polls() != n; ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return server.waiting_polls();
+  };
+  std::vector<std::unique_ptr<RawConnection>> polls;
+  for (int i = 0; i < 50; ++i) polls.push_back(poll("c" + std::to_string(i)));
+  EXPECT_EQ(wait_for_polls(48), 48u);  // the two beyond the cap were answered at once
+
+  auto c = client();
+  c.set_read_timeout(5, 0);
+  const auto start = std::chrono::steady_clock::now();
+  auto r = c.Post("/main/command", page(), "group=1&tool=1", "application/x-www-form-urlencoded");
+  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                      std::chrono::steady_clock::now() - start)
+                      .count();
+  ASSERT_TRUE(r);
+  EXPECT_EQ(r->status, 200);
+  std::cout << "command answered in " << ms << " ms beside " << server.waiting_polls()
+            << " waiting polls\n";
+
+  polls.clear();  // the clients go
+  EXPECT_EQ(wait_for_polls(0), 0u);
+
+  // One client holds a few polls at most.
+  for (int i = 0; i < 4; ++i) polls.push_back(poll("same"));
+  EXPECT_EQ(wait_for_polls(4), 4u);
+  auto fifth = poll("same");
+  EXPECT_EQ(fifth->status_line(), "HTTP/1.1 200 OK");
+}
+
+// Text that is not UTF-8 (a Latin-1 name in a store) reaches the page as
+// valid JSON with the replacement character.
+TEST_F(ShellTest, StateOfInvalidTextIsStillValidJson) {
+  WindowHandlers h;
+  h.controls = [] {
+    return nlohmann::json{{"title", "Pr\xe9s"}, {"items", {"ok", "\xc3\x28"}}, {"k\xff", 1}};
+  };
+  ui.register_window("latin", h);
+  worker.post([&] { ui.refresh_controls(); });
+  settle();
+  auto r = client().Get("/latin/state.json", auth());
+  ASSERT_EQ(r->status, 200);
+  auto s = nlohmann::json::parse(r->body);
+  EXPECT_EQ(s["controls"]["title"], "Pr\xEF\xBF\xBDs");
+  EXPECT_EQ(s["controls"]["items"][1], "\xEF\xBF\xBD(");
+  EXPECT_TRUE(s["controls"].contains("k\xEF\xBF\xBD"));
+}
+
+// A link to a store under a page's name is not served; a link to a page is.
+TEST_F(ShellTest, SymbolicLinksServeOnlyAllowedKinds) {
+  std::filesystem::create_symlink(dir / "secret.mdb", dir / "store.htm");
+  std::filesystem::create_symlink(dir / "summary.htm", dir / "again.htm");
+  std::filesystem::create_symlink(dir / "secret.mdb", dir / "store.css");
+  auto c = client();
+  for (const char* path : {"/main/store.htm", "/main/store.css"}) {
+    auto r = c.Get(path, page());
+    EXPECT_NE(r->status, 200) << path;
+    EXPECT_NE(r->status, 500) << path;
+    EXPECT_EQ(r->body.find("store"), std::string::npos) << path;
+  }
+  auto ok = c.Get("/main/again.htm", auth());
+  EXPECT_EQ(ok->status, 200);
+  EXPECT_EQ(ok->get_header_value("Content-Type"), "text/html; charset=utf-8");
 }
 
 }  // namespace

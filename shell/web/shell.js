@@ -564,17 +564,27 @@
     renderDialog(s.dialog);
   }
 
+  // The page's own id for its long polls: the server lets each client hold
+  // only a few waiting polls, and answers at once beyond them.
+  const client = Array.from(crypto.getRandomValues(new Uint8Array(12)), (b) => b.toString(16).padStart(2, '0')).join('');
+  const pause = (ms) => new Promise((res) => setTimeout(res, ms));
+
   async function loop() {
     while (true) {
       try {
-        const r = await fetch(base + 'state.json?since=' + version, { credentials: 'same-origin', cache: 'no-store' });
+        const r = await fetch(base + 'state.json?since=' + version + '&client=' + client,
+          { credentials: 'same-origin', cache: 'no-store' });
         if (r.status === 403) { document.body.textContent = 'This page needs the address that ARVEN printed when it started.'; return; }
         const s = await r.json();
+        const unchanged = s.version === version;
         version = s.version;
         render(s);
         if (s.ended) return;
+        // An answer without news came from a timeout or a busy server: the
+        // next poll waits a moment, so that no page polls in a tight loop.
+        if (unchanged) await pause(250);
       } catch (e) {
-        await new Promise((res) => setTimeout(res, 1000));
+        await pause(1000);
       }
     }
   }
