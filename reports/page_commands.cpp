@@ -35,18 +35,47 @@ bool ends_with(const std::string& s, const std::string& tail) {
   return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
 }
 
-// The leading whole number of a command's argument; 0 when there is none
-// (or it does not fit), which names no operation.
+// The whole number that a command's argument is; 0 when it is anything
+// else (empty, signed, with other characters, or too long), which names no
+// operation or measure.
 int64_t argument_of(const std::string& target) {
-  if (target.size() < 4) return 0;
+  if (target.size() < 5 || target[target.size() - 4] != '.') return 0;
   const std::string arg = target.substr(0, target.size() - 4);
+  if (arg.size() > 15) return 0;
   int64_t v = 0;
-  for (size_t i = 0; i < arg.size(); ++i) {
-    if (!std::isdigit(static_cast<unsigned char>(arg[i]))) return i == 0 ? 0 : v;
-    if (i >= 15) return 0;
-    v = v * 10 + (arg[i] - '0');
+  for (char ch : arg) {
+    if (!std::isdigit(static_cast<unsigned char>(ch))) return 0;
+    v = v * 10 + (ch - '0');
   }
   return v;
+}
+
+// The word before the suffix, lower case ("remove" of "remove.rem").
+std::string word_of(const std::string& target) {
+  return target.size() < 4 ? "" : lower(target.substr(0, target.size() - 4));
+}
+
+// The states a list can be sorted in: two per sortable column.
+bool valid_sort_state(int grid, int state) {
+  int last = 0;
+  switch (grid) {
+    case 3:
+    case 4:
+    case 6:
+    case 12:
+      last = 6;
+      break;
+    case 7:
+      last = 8;
+      break;
+    case 5:
+    case 8:
+      last = 10;
+      break;
+    default:
+      break;
+  }
+  return state >= 1 && state <= last;
 }
 
 bool file_open() {
@@ -123,6 +152,9 @@ void refresh_lists_page(Ui& ui) {
 bool sort_command(Ui& ui, const std::string& target) {
   int grid = 0, state = 0;
   if (!parse_sort_target(target, grid, state)) return false;
+  // A state the list does not have is never stored: later visits would
+  // sort by it.
+  if (word_of(target) != "sort" || !valid_sort_state(grid, state)) return true;
   ExplorerWindow& w = explorer_window();
   try {
     switch (grid) {
@@ -188,19 +220,27 @@ void go_to_operation(Ui& ui, int64_t id) {
 
 void go_to_measure(Ui& ui, int64_t id) {
   Catalogue& c = catalogue();
-  if (c.chosen_view != TreeViewKind::measures) {
+  // The tree by measures is built aside first: a measure that is not in it
+  // leaves the tree on show as it was.
+  Tree by_measures;
+  const bool rebuild = c.chosen_view != TreeViewKind::measures;
+  if (rebuild) {
+    by_measures.remembered_text = c.chosen.remembered_text;
+    measures_tree(by_measures, 2);
+  }
+  Tree& candidate = rebuild ? by_measures : c.chosen;
+  int found = -1;
+  for (int i = 0; i < static_cast<int>(candidate.nodes.size()) && found < 0; ++i)
+    if (!candidate.is_operation(i) && candidate.group_id(i) == id) found = i;
+  if (found < 0) return;
+  if (rebuild) {
     c.chosen_view = TreeViewKind::measures;
-    measures_tree(c.chosen, 2);
+    c.chosen = std::move(by_measures);
   }
   Tree& tree = c.chosen;
-  for (int i = 0; i < static_cast<int>(tree.nodes.size()); ++i) {
-    if (!tree.is_operation(i) && tree.group_id(i) == id) {
-      tree.nodes[static_cast<size_t>(i)].expanded = true;
-      tree.select(i);
-      break;
-    }
-  }
-  if (tree.selected >= 0) tree_node_click(ui, true, tree.selected);
+  tree.nodes[static_cast<size_t>(found)].expanded = true;
+  tree.select(found);
+  tree_node_click(ui, true, found);
   explorer_window().tab2 = 5;
 }
 
@@ -411,6 +451,7 @@ bool dispatch_navigation(Ui& ui, const std::string& url) {
     } else if (tail == "mmm") {
       go_to_measure(ui, id);
     } else if (tail == "rem") {
+      if (word_of(target) != "remove") return true;
       Answer a = ui.message_box(
           "Are you sure you want to remove ALL the operations that you have selected?",
           "REMOVE ALL", MsgButtons::YesNoCancel, MsgIcon::Question);
@@ -421,8 +462,8 @@ bool dispatch_navigation(Ui& ui, const std::string& url) {
     } else if (tail[0] == 'r' && tail[1] == 'g') {
       static const int kYears[] = {1, 5, 10, 25, 50, 100, 250};
       const int n = tail[2] - '0';
-      if (!known_operation(id)) return true;
-      if (n >= 1 && n <= 7) session().cseq_years = kYears[n - 1];
+      if (n < 1 || n > 7 || !known_operation(id)) return true;
+      session().cseq_years = kYears[n - 1];
       regional_analysis(ui, id, 1);
     } else if (tail == "rea" || tail == "rep") {
       if (known_operation(id)) regional_analysis(ui, id, tail == "rea" ? 2 : 4);

@@ -193,10 +193,27 @@ TEST_F(ExplorerTest, TamperedTargetsChangeNothing) {
   open_file();
   addto_oplist(ui_, 10);
   const size_t messages = ui_.messages.size();
-  for (const char* t : {"abc.xxx", "99999999999.det", ".s5", "99999999999999999999999.yyy",
-                        "-1.xxx", "x.zzz", ".mmm", "sort.99s5"})
+  const ExplorerWindow& w = explorer_window();
+  const int sorts[] = {w.sort_grid3,  w.sort_grid4,   w.sort_grid5,
+                       w.sort_grid12, w.sort_aggrid1, w.sort_aggrid1_ranked};
+  const auto view = catalogue().chosen_view;
+  const int years = session().cseq_years;
+  for (const char* t : {"abc.xxx",   "99999999999.det", ".s5",      "99999999999999999999999.yyy",
+                        "-1.xxx",    "x.zzz",           ".mmm",     "sort.99s5",
+                        "sort.99s8", "sort.0s3",        "sort.7s3", "sort.9s7",
+                        "sort.0s12", "junk.1s3",        "12x.xxx",  "10abc.xxx",
+                        " 10.xxx",   "10.rg9",          "10.rg0",   "999.mmm",
+                        "x.rem"})
     dispatch_navigation(ui_, t);
   EXPECT_EQ(file_value("SELECT COUNT(*) FROM Operations").as_int(), 1);
+  EXPECT_EQ(ui_.messages.size(), messages);
+  const int after[] = {w.sort_grid3,  w.sort_grid4,   w.sort_grid5,
+                       w.sort_grid12, w.sort_aggrid1, w.sort_aggrid1_ranked};
+  EXPECT_TRUE(std::equal(std::begin(sorts), std::end(sorts), std::begin(after)));
+  EXPECT_EQ(catalogue().chosen_view, view);
+  EXPECT_EQ(session().cseq_years, years);
+  // Every list tab still opens without a failure.
+  for (int tab = 1; tab <= 4; ++tab) tab2_click(ui_, tab);
   EXPECT_EQ(ui_.messages.size(), messages);
   // Real pages and outside addresses are not commands.
   EXPECT_FALSE(dispatch_navigation(ui_, "working.htm"));
