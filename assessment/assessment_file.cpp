@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -167,7 +168,22 @@ void require_assessment_schema(const Db& db) {
 }
 
 void create_assessment_file(const std::string& path) {
-  create_assessment_store(path);
+  // Built under a temporary name beside the target and renamed into place:
+  // a failure leaves no half-made file, and a file being replaced stays
+  // whole until the new one is.
+  static int serial = 0;
+  const fs::path target(path);
+  const fs::path temp = target.parent_path() / (".arven-new-" + std::to_string(getpid()) + "-" +
+                                                std::to_string(++serial) + ".arv");
+  try {
+    create_assessment_store(temp);
+    fs::rename(temp, target);
+  } catch (...) {
+    std::error_code ec;
+    fs::remove(temp, ec);
+    fs::remove(temp.string() + "-journal", ec);
+    throw;
+  }
 }
 
 OpenResult open_assessment_file(Ui& ui, const std::string& path, const FileHooks& hooks) {
@@ -185,6 +201,7 @@ OpenResult open_assessment_file(Ui& ui, const std::string& path, const FileHooks
   bool region = false;
   try {
     Db db = Db::open(path);
+    db.require_intact();  // a damaged file is not mistaken for an old one
     db.require_table("Version");
     Value structure;
     {

@@ -355,6 +355,31 @@ void Db::require_table(std::string_view table) const {
   if (!has_table(table)) fail("it has no table \"" + std::string(table) + "\"");
 }
 
+void Db::require_intact() const {
+  int64_t pages = 0, page_size = 0;
+  {
+    auto q = query("PRAGMA page_count");
+    if (q.next()) pages = q.get(0).as_int();
+  }
+  {
+    auto q = query("PRAGMA page_size");
+    if (q.next()) page_size = q.get(0).as_int();
+  }
+  std::error_code ec;
+  const auto size = std::filesystem::file_size(path_, ec);
+  if (!ec && static_cast<uintmax_t>(pages * page_size) > size)
+    fail("the file is damaged: it has been cut short (" + std::to_string(size) + " of " +
+         std::to_string(pages * page_size) + " bytes)");
+  std::string verdict;
+  try {
+    auto q = query("PRAGMA quick_check(1)");
+    if (q.next()) verdict = q.get(0).as_text();
+  } catch (const StoreError& e) {
+    fail(std::string("the file is damaged: ") + e.what());
+  }
+  if (verdict != "ok") fail("the file is damaged: " + verdict);
+}
+
 // ---- Transaction ----------------------------------------------------------------
 
 Transaction::Transaction(Db& db) : db_(db) {

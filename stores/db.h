@@ -124,6 +124,10 @@ class Db {
   std::vector<std::string> column_names(std::string_view table) const;
   // Throws StoreError naming the file and the table when it is missing.
   void require_table(std::string_view table) const;
+  // Throws StoreError when the file is damaged: shorter than its own header
+  // says (cut off in a copy or a download), or failing the store's quick
+  // integrity check.
+  void require_intact() const;
 
   sqlite3* handle() const { return db_; }
   [[noreturn]] void fail(const std::string& what) const;
