@@ -164,8 +164,12 @@ TEST_F(AssessmentFileTest, DamagedFilesAreNamedAndLeaveTheSessionAsItWas) {
   Db::open(no_version).exec_script("DROP TABLE \"Version\"");
   std::string no_column = make_file("no column.arv");
   Db::open(no_column).exec_script("ALTER TABLE \"Operations\" DROP COLUMN \"TArea\"");
+  // A copy cut short keeps its first pages, Version among them: damaged,
+  // not an old structure.
+  std::string cut = make_file("cut.arv", {kDK});
+  fs::resize_file(cut, fs::file_size(cut) / 2);
 
-  for (const std::string& path : {text, no_regions, no_version, no_column}) {
+  for (const std::string& path : {text, no_regions, no_version, no_column, cut}) {
     ui_.messages.clear();
     EXPECT_FALSE(open_assessment_file(ui_, path).changed);
     ASSERT_EQ(ui_.messages.size(), 1u) << path;
@@ -177,7 +181,21 @@ TEST_F(AssessmentFileTest, DamagedFilesAreNamedAndLeaveTheSessionAsItWas) {
     EXPECT_EQ(session().rvc_db_path, before.rvc_db_path);
     EXPECT_EQ(session().recent_files, before.recent_files);
   }
+  EXPECT_NE(ui_.messages[0].text.find("damaged"), std::string::npos);
   EXPECT_EQ(files_rows(), Strings{good});
+}
+
+// A file that cannot be made leaves nothing behind, and a file it was to
+// replace stays as it was.
+TEST_F(AssessmentFileTest, AFailedNewFileLeavesNoHalfMadeFile) {
+  std::string kept = make_file("kept.arv");
+  Db::open(kept).insert("Operations", {"Operation ID", "Operation Name"}, {7, "Hedges"});
+  ui_.files = {(folder_ / (std::string(300, 'n') + ".arv")).string()};
+  EXPECT_FALSE(file_new(ui_).changed);
+  ASSERT_EQ(ui_.messages.size(), 1u);
+  EXPECT_EQ(ui_.messages[0].title, "Cannot create file");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
+  EXPECT_EQ(first_value(kept, "SELECT \"Operation Name\" FROM Operations").as_text(), "Hedges");
 }
 
 TEST_F(AssessmentFileTest, RecentListKeepsTheFourLatestFilesLatestFirst) {

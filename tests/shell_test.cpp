@@ -324,8 +324,10 @@ TEST_F(ShellTest, WindowsUnderAModalOneTakeNoInput) {
   h.command = [&](const Params& p) { dialog_commands.push_back(p); };
   ui.register_window("dialog", h);
   ui.register_window("closed", h);
-  worker.post([&] { ui.post_command("main", {{"queued", "1"}}); });
-  worker.post([&] { ui.show_modal("dialog"); });
+  worker.post([&] {
+    ui.post_command("main", {{"queued", "1"}});  // runs inside the dialog's loop
+    ui.show_modal("dialog");
+  });
   auto c = client();
   for (int i = 0; i < 200 && !ui.accepts_input("dialog"); ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -418,6 +420,57 @@ TEST_F(ShellTest, SymbolicLinksServeOnlyAllowedKinds) {
   auto ok = c.Get("/main/again.htm", auth());
   EXPECT_EQ(ok->status, 200);
   EXPECT_EQ(ok->get_header_value("Content-Type"), "text/html; charset=utf-8");
+}
+
+}  // namespace
+}  // namespace arven::shell
+
+namespace arven::shell {
+namespace {
+
+// The chooser refuses names that would break the recent list or the
+// store's side files, says why, and asks again.
+TEST_F(ShellTest, FileChooserRefusesBadNamesAndAsksAgain) {
+  std::promise<std::string> chosen;
+  worker.post([&] {
+    FileDialogRequest r;
+    r.save = true;
+    r.title = "Save ARVEN File As...";
+    r.filter = "*.arv";
+    r.initial_dir = dir.path().string();
+    chosen.set_value(ui.file_dialog(r));
+  });
+  auto c = client();
+  auto next_dialog = [&](int after) {
+    nlohmann::json d;
+    for (int i = 0; i < 400; ++i) {
+      d = nlohmann::json::parse(c.Get("/main/state.json", auth())->body)["dialog"];
+      if (!d.is_null() && d["id"].get<int>() > after) return d;
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return nlohmann::json();
+  };
+  auto answer = [&](const nlohmann::json& d, const std::string& button, const std::string& file) {
+    httplib::Params form = {
+        {"id", std::to_string(d["id"].get<int>())}, {"button", button}, {"file", file}};
+    return c.Post("/main/answer", page(), form)->status;
+  };
+  int last = 0;
+  for (const std::string& bad :
+       {std::string("two\r\nlines"), std::string(251, 'n'), std::string("../up")}) {
+    auto chooser = next_dialog(last);
+    ASSERT_EQ(chooser["kind"], "file");
+    EXPECT_EQ(answer(chooser, "Save", bad), 200);
+    auto refusal = next_dialog(chooser["id"]);
+    ASSERT_EQ(refusal["kind"], "message") << bad;
+    EXPECT_EQ(refusal["text"].get<std::string>().find('\r'), std::string::npos);
+    EXPECT_EQ(answer(refusal, "OK", ""), 200);
+    last = refusal["id"];
+  }
+  auto chooser = next_dialog(last);
+  EXPECT_EQ(answer(chooser, "Save", std::string(243, 'n')), 200);  // 247 with ".arv"
+  EXPECT_EQ(chosen.get_future().get(), (dir / (std::string(243, 'n') + ".arv")).string());
+  EXPECT_FALSE(std::filesystem::exists(dir / "two\r\nlines.arv"));
 }
 
 }  // namespace
