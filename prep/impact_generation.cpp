@@ -81,6 +81,7 @@ struct ImpactSource::Data {
     int64_t rvc_id = 0;
     int64_t rvc_class = 0;
     Value delta;
+    int64_t row = 0;  // in Operation_Activity_Delta, for messages
   };
   // A row of any of the three factor tables; `factor` is tCO2e, Impact
   // factor or Yield, and RVC Value is 0 for adaptation, which has none.
@@ -100,6 +101,7 @@ struct ImpactSource::Data {
   };
   struct Combo {
     Value rvc, cls;
+    int64_t row = 0;  // in Baseline_Impact_Look_Up, for messages
   };
   struct Level {
     bool present = false;
@@ -191,9 +193,9 @@ void load_factors(const Db& db, std::string_view table, std::string_view factor_
   if (has_rvc_value) sql += ", " + quote_name("RVC Value");
   if (mitigation) sql += ", " + quote_name("Mitigation Type") + ", " + quote_name("Equilibrium");
   auto rows = db.query(sql + " FROM " + quote_name(table) + " ORDER BY rowid");
-  while (rows.next()) {
+  rows.each([&](const Rows& rows) {
     Value activity = rows.get(0);
-    if (activity.is_null()) continue;  // a null key matches no query
+    if (activity.is_null()) return;  // a null key matches no query
     Data::FactorRow f;
     f.rvc_id = rows.get(1).as_int();
     f.factor = rows.get(2).as_double();
@@ -208,7 +210,7 @@ void load_factors(const Db& db, std::string_view table, std::string_view factor_
       if (f.equilibrium_set) f.equilibrium = e.as_double();
     }
     out[activity.as_double()].push_back(std::move(f));
-  }
+  });
 }
 
 void load_ops(Data& d) {
@@ -216,9 +218,9 @@ void load_ops(Data& d) {
   db.require_table("Operation_Activity_Delta");
   auto rows = db.query(select_sql("Operation_Activity_Delta",
                                   {"Operation ID", "Activity ID", "RVC ID", "RVC Class", "Delta"}));
-  while (rows.next()) {
+  rows.each([&](const Rows& rows) {
     Value op = rows.get(0);
-    if (op.is_null()) continue;
+    if (op.is_null()) return;
     Value activity = rows.get(1);
     Data::DeltaRow r;
     r.activity_id = activity.as_int();
@@ -226,14 +228,16 @@ void load_ops(Data& d) {
     r.rvc_id = rows.get(2).as_int();
     r.rvc_class = rows.get(3).as_int();
     r.delta = rows.get(4);
+    r.row = rows.row();
     d.deltas[op.as_double()].push_back(std::move(r));
-  }
+  });
 
   db.require_table("Activities");
   rows = db.query(select_sql("Activities", {"Activity ID", "Activity name"}));
-  while (rows.next())
+  rows.each([&](const Rows& rows) {
     if (!rows.get(0).is_null())
       d.activity_names.try_emplace(rows.get(0).as_double(), rows.get(1).as_text());
+  });
 
   load_factors(db, "Mitigation_Activity_Emission_Factors", "tCO2e", true, true, d.mitigation);
   load_factors(db, "Adaptation_Activity_Impact_Factors", "Impact factor", false, false,
@@ -246,31 +250,31 @@ void load_rvcs(Data& d) {
   db.require_table("RVC_List");
   auto rows = db.query(
       select_sql("RVC_List", {"RVC ID", "RVC Parent", "RVC Type", "CORINE Class", "N factor"}));
-  while (rows.next()) {
+  rows.each([&](const Rows& rows) {
     Value id = rows.get(0), parent = rows.get(1), type = rows.get(2), corine = rows.get(3);
-    if (id.is_null()) continue;
+    if (id.is_null()) return;
     int64_t n = id.as_int();
     // The last row of an id wins, as when the session loads its N factors.
     if (n >= 0 && n < kRvcFactorCount) d.n_factor[static_cast<size_t>(n)] = rows.get(4).as_double();
-    if (corine.is_null()) continue;
+    if (corine.is_null()) return;
     // Lookups take the first row that matches, so later duplicates are ignored.
     if (!parent.is_null())
       d.corine_children.try_emplace(Key2{parent.as_double(), corine.as_double()}, id.as_double());
     if (!type.is_null() && type.as_double() == 5)
       d.corine_rvcs.try_emplace(corine.as_double(), id.as_double());
-  }
+  });
 
   db.require_table("Baseline_Impact_Look_Up");
   rows = db.query(
       select_sql("Baseline_Impact_Look_Up", {"Baseline RVC", "Baseline RVC Class", "Impact RVC",
                                              "Impact RVC Class", "Combo RVC", "Combo Class"}));
-  while (rows.next()) {
+  rows.each([&](const Rows& rows) {
     Value k[4] = {rows.get(0), rows.get(1), rows.get(2), rows.get(3)};
-    if (k[0].is_null() || k[1].is_null() || k[2].is_null() || k[3].is_null()) continue;
+    if (k[0].is_null() || k[1].is_null() || k[2].is_null() || k[3].is_null()) return;
     d.combos.try_emplace(
         Key4{k[0].as_double(), k[1].as_double(), k[2].as_double(), k[3].as_double()},
-        Data::Combo{rows.get(4), rows.get(5)});
-  }
+        Data::Combo{rows.get(4), rows.get(5), rows.row()});
+  });
 
   for (int k = 0; k <= 3; ++k) {
     const std::string table = "NUTS" + std::to_string(k) + "_RVC_Data_Dist";
@@ -279,14 +283,14 @@ void load_rvcs(Data& d) {
     if (!level.present) continue;
     rows = db.query(
         select_sql(table, {"NUTS" + std::to_string(k) + "_ID", "RVC ID", "RVC Class", "Percent"}));
-    while (rows.next()) {
+    rows.each([&](const Rows& rows) {
       Value area = rows.get(0), rvc = rows.get(1), cls = rows.get(2);
-      if (area.is_null() || rvc.is_null()) continue;
+      if (area.is_null() || rvc.is_null()) return;
       // A null class equals no class asked for (NaN), as null matched no query.
       level.rows[Key2{area.as_double(), rvc.as_double()}].push_back(
           {cls.is_null() ? std::numeric_limits<double>::quiet_NaN() : cls.as_double(),
            rows.get(3).as_double()});
-    }
+    });
   }
 }
 
@@ -294,13 +298,20 @@ std::string op_activity(int64_t operation_id, int64_t activity_id) {
   return "operation " + std::to_string(operation_id) + ", activity " + std::to_string(activity_id);
 }
 
+// The place of a cell of the master store in a message.
+std::string cell_place(const char* table, int64_t row, const char* column) {
+  return std::string("table \"") + table + "\", row " + std::to_string(row) + ", column \"" +
+         column + "\"";
+}
+
 // The delta row's Delta as a number; "Multi" or any other text fails.
-double delta_number(const Value& delta, int64_t operation_id, int64_t activity_id) {
-  if (delta.is_int() || delta.is_real()) return delta.as_double();
-  auto n = parse_number(delta.as_text());
+double delta_number(const Data::DeltaRow& d, int64_t operation_id) {
+  if (d.delta.is_int() || d.delta.is_real()) return d.delta.as_double();
+  auto n = parse_number(d.delta.as_text());
   if (!n)
-    throw ImpactDataError("Impact generation, " + op_activity(operation_id, activity_id) +
-                          ": the delta \"" + delta.as_text() + "\" is not a number");
+    throw ImpactDataError("Impact generation, " + op_activity(operation_id, d.activity_id) + ", " +
+                          cell_place("Operation_Activity_Delta", d.row, "Delta") +
+                          ": the delta \"" + d.delta.as_text() + "\" is not a number");
   return *n;
 }
 
@@ -308,11 +319,14 @@ bool is_multi(const Value& delta) {
   return delta.is_text() && delta.as_text() == "Multi";
 }
 
-float combo_part(const Value& v, int64_t operation_id, int64_t activity_id) {
+float combo_part(const Data::Combo& combo, bool cls, int64_t operation_id, int64_t activity_id) {
+  const Value& v = cls ? combo.cls : combo.rvc;
   auto n = parse_number(v.as_text());
   if (!n)
-    throw ImpactDataError("Impact generation, " + op_activity(operation_id, activity_id) +
-                          ": the combination \"" + v.as_text() + "\" is not a number");
+    throw ImpactDataError(
+        "Impact generation, " + op_activity(operation_id, activity_id) + ", " +
+        cell_place("Baseline_Impact_Look_Up", combo.row, cls ? "Combo Class" : "Combo RVC") +
+        ": the combination \"" + v.as_text() + "\" is not a number");
   return static_cast<float>(*n);
 }
 
@@ -467,7 +481,7 @@ void ImpactGenerator::gen_impact_data(int64_t operation_id, int64_t corine_class
       int r = start_row(mitigation_rows_, d);
       if (first.data_quality.set) mitigation_rows_.cell(r, 5) = first.data_quality.text;
       if (first.refs.set) mitigation_rows_.cell(r, 6) = first.refs.text;
-      call(d, kImpactMitigation, delta_number(d.delta, operation_id, d.activity_id), 0);
+      call(d, kImpactMitigation, delta_number(d, operation_id), 0);
     }
   }
   G1_Act_sum();
@@ -478,7 +492,7 @@ void ImpactGenerator::gen_impact_data(int64_t operation_id, int64_t corine_class
     const auto* factors = src_.factors(kImpactAdaptation, d.activity_id);
     if (!factors) continue;
     for (const auto& f : *factors) {
-      double delta = delta_number(d.delta, operation_id, d.activity_id);
+      double delta = delta_number(d, operation_id);
       int r = start_row(adaptation_rows_, d);
       adaptation_rows_.cell(r, 2) = std::to_string(f.rvc_id);
       if (f.data_quality.set) adaptation_rows_.cell(r, 5) = f.data_quality.text;
@@ -497,7 +511,7 @@ void ImpactGenerator::gen_impact_data(int64_t operation_id, int64_t corine_class
       int r = start_row(yield_rows_, d);
       if (f.data_quality.set) yield_rows_.cell(r, 4) = f.data_quality.text;
       if (f.refs.set) yield_rows_.cell(r, 5) = f.refs.text;
-      call(d, kImpactYield, delta_number(d.delta, operation_id, d.activity_id), 0);
+      call(d, kImpactYield, delta_number(d, operation_id), 0);
     }
   }
   G3_Act_sum();
@@ -569,8 +583,8 @@ void ImpactGenerator::reg_data(int64_t operation_id, int64_t activity_id, int im
           src_.combo_key(static_cast<double>(rvc_id), static_cast<double>(rvc_class),
                          static_cast<double>(row_f.rvc_id), row_value);
       if (!combo) continue;  // "Null": no combination, the row is skipped
-      const float combo_rvc = combo_part(combo->rvc, operation_id, activity_id);
-      const float combo_class = combo_part(combo->cls, operation_id, activity_id);
+      const float combo_rvc = combo_part(*combo, false, operation_id, activity_id);
+      const float combo_class = combo_part(*combo, true, operation_id, activity_id);
       rvc = src_.corine_child_rvc_id(static_cast<double>(combo_rvc), corine_class);
       cls = static_cast<double>(combo_class);
     }

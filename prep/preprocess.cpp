@@ -135,14 +135,14 @@ struct RvcTerms {
     RvcTerms t;
     rvc.require_table("RVC_List");
     auto rows = rvc.query("SELECT * FROM \"RVC_List\" ORDER BY rowid");
-    while (rows.next()) {
+    rows.each([&](const Rows& rows) {
       int64_t id = rows.get("RVC ID").as_int();
       if (rows.get("RVC Type").as_int() == 5)
         t.corine_rvc.emplace(rows.get("CORINE Class").as_int(), id);  // first row wins
       t.by_rvc.emplace(id,
                        Terms{rows.get("Max_factor").as_double(), rows.get("Euro max").as_double(),
                              rows.get("N factor").as_double()});
-    }
+    });
     return t;
   }
 
@@ -313,7 +313,7 @@ std::vector<Area> country_areas(const Db& rvc, int64_t nuts0_id, int level) {
     auto rows = rvc.query(
         "SELECT * FROM " + quote_name(nuts_table(k)) + " WHERE \"NUTS0_ID\" = ? ORDER BY rowid",
         {Value(nuts0_id)});
-    while (rows.next()) {
+    rows.each([&](const Rows& rows) {
       Area a;
       a.level = k;
       for (int p = 0; p <= k; ++p) a.ids[p] = rows.get(nuts_id_column(p)).as_int();
@@ -322,7 +322,7 @@ std::vector<Area> country_areas(const Db& rvc, int64_t nuts0_id, int level) {
       a.sqkm = rows.get("SQKM").as_double();
       a.av_fs = rows.get("AV_FS").as_double();
       out.push_back(std::move(a));
-    }
+    });
   }
   return out;
 }
@@ -337,7 +337,8 @@ ExistingRows existing_rows(const Db& target, int level) {
   for (int k = 0; k <= level; ++k) {
     auto rows = target.query("SELECT DISTINCT " + quote_name(nuts_id_column(k)) +
                              ", \"Operation ID\" FROM " + quote_name(nuts_table(k) + "_OPS"));
-    while (rows.next()) out.emplace(k, rows.get(0).as_int(), rows.get(1).as_int());
+    rows.each(
+        [&](const Rows& rows) { out.emplace(k, rows.get(0).as_int(), rows.get(1).as_int()); });
   }
   return out;
 }
@@ -357,12 +358,12 @@ CorineShares corine_shares(const Db& rvc, const std::vector<Area>& areas, const 
     if (!rvc.has_table(table)) continue;
     auto rows =
         rvc.query("SELECT * FROM " + quote_name(table) + " WHERE \"RVC Class\" = 1 ORDER BY rowid");
-    while (rows.next()) {
+    rows.each([&](const Rows& rows) {
       int64_t area = rows.get(nuts_id_column(k)).as_int();
       int64_t rvc_id = rows.get("RVC ID").as_int();
-      if (!corine_ids.count(rvc_id) || !wanted.count({k, area})) continue;
+      if (!corine_ids.count(rvc_id) || !wanted.count({k, area})) return;
       out.emplace(std::make_tuple(k, area, rvc_id), rows.get("Percent").as_double());  // first row
-    }
+    });
   }
   return out;
 }
@@ -651,11 +652,12 @@ bool process_start2(Ui& ui, const RunParams& params, RunControl& control) {
           Db ops = Db::open(s.ops_db_path);
           ops.require_table("Operations");
           auto rows = ops.query("SELECT * FROM \"Operations\"");
-          while (rows.next())
+          rows.each([&](const Rows& rows) {
             master_ops.emplace(rows.get("Operation ID").as_int(),
                                MasterOperation{rows.get("CORINE Class").as_int(),
                                                rows.get("Operation_DQ").as_double(),
                                                rows.get("Last_Updated").as_text()});
+          });
         }
         ImpactGenerator gen(source);
         CountryRun run{params, control, source, terms, master_ops};

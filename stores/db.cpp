@@ -143,9 +143,26 @@ Rows& Statement::query(const std::vector<Value>& params) {
 bool Rows::next() {
   if (!stmt_) return false;
   int rc = sqlite3_step(stmt_);
-  if (rc == SQLITE_ROW) return true;
+  if (rc == SQLITE_ROW) {
+    ++row_;
+    return true;
+  }
   if (rc == SQLITE_DONE) return false;
   db_->fail(sqlite3_errmsg(db_->handle()));
+}
+
+void Rows::fail_number(const NumberError& e) const {
+  // The cell at fault is the first of the row that does not read as a number.
+  for (int c = 0; c < column_count(); ++c) {
+    try {
+      get(c).as_double();
+    } catch (const NumberError&) {
+      const char* table = sqlite3_column_table_name(stmt_, c);
+      db_->fail((table ? "table \"" + std::string(table) + "\", " : std::string()) + "row " +
+                std::to_string(row_) + ", column \"" + column_name(c) + "\": " + e.what());
+    }
+  }
+  db_->fail("row " + std::to_string(row_) + ": " + e.what());
 }
 
 int Rows::index_of(std::string_view column) const {

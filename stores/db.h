@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "core/numbers.h"
 #include "stores/value.h"
 
 struct sqlite3;
@@ -76,12 +77,30 @@ class Rows {
   bool has_column(std::string_view column) const;
   int column_count() const;
   std::string column_name(int index) const;
+  // The row on show, counted from 1 in the query's order.
+  int64_t row() const { return row_; }
+
+  // Runs `read` on every row. A cell that is not a number ends the walk
+  // with a StoreError that names the store, the table, the row (counted
+  // from 1 in the query's order) and the column.
+  template <class Read>
+  void each(Read&& read) {
+    while (next()) {
+      try {
+        read(*this);
+      } catch (const NumberError& e) {
+        fail_number(e);
+      }
+    }
+  }
 
  private:
   friend class Db;
   friend class Statement;
   Rows(const Db* db, sqlite3_stmt* stmt, bool owns = true);
   int index_of(std::string_view column) const;
+  [[noreturn]] void fail_number(const NumberError& e) const;
+  int64_t row_ = 0;  // rows read so far
 
   const Db* db_ = nullptr;
   sqlite3_stmt* stmt_ = nullptr;

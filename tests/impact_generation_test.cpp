@@ -232,7 +232,9 @@ TEST_F(ImpactGenTest, AdaptationVisitsEveryClassWithTheFactorRowsNFactor) {
     run(9);
     FAIL() << "a Multi delta with adaptation factors must end the run";
   } catch (const ImpactDataError& e) {
-    EXPECT_NE(std::string(e.what()).find("operation 9, activity 51"), std::string::npos)
+    EXPECT_NE(std::string(e.what()).find(
+                  "operation 9, activity 51, table \"Operation_Activity_Delta\", row "),
+              std::string::npos)
         << e.what();
   }
   try {
@@ -280,6 +282,24 @@ TEST_F(ImpactGenTest, ActivitySumWeightsByAreaAndKeepsHorizonRowsApart) {
   EXPECT_EQ(row_of(m, 1), (Row{"5", "A", "2.624", "190.25", "0", "1", ""}));
   EXPECT_EQ(row_of(m, 2), rows[1]);
   EXPECT_EQ(row_of(m, 3), rows[3]);
+}
+
+// Text where a master store needs a number stops the load and says where
+// it stands: the table, the row and the column.
+TEST_F(ImpactGenTest, TextInANumberColumnIsNamedByTableRowAndColumn) {
+  activity(11, "Hedges");
+  mitigation(11, 19, 0, 1, 4);
+  ops_->insert("Mitigation_Activity_Emission_Factors", {"Activity ID", "RVC ID", "tCO2e"},
+               {11, 19, "lots"});
+  try {
+    gen();
+    FAIL() << "a factor that is no number must stop the load";
+  } catch (const StoreError& e) {
+    EXPECT_NE(std::string(e.what()).find("table \"Mitigation_Activity_Emission_Factors\", row 2, "
+                                         "column \"tCO2e\": \"lots\" is not a number"),
+              std::string::npos)
+        << e.what();
+  }
 }
 
 }  // namespace
