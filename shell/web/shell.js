@@ -191,15 +191,19 @@
   // and `row` (0-based among the rows).
   function renderTable(t) {
     const hidden = new Set(t.hidden || []);
-    const cells = (tag, values) => values.map((v, i) => (hidden.has(i) ? null : el(tag, { text: v })));
+    const cells = (tag, values) => values.map((v, i) => (hidden.has(i) ? null : el(tag, { text: v, 'data-col': i })));
     const thead = el('thead', {}, [el('tr', {}, cells('th', t.header || []))]);
     const tbody = el('tbody');
     (t.rows || []).forEach((r, i) => {
       const tr = el('tr', { id: 'table-' + t.id + '-row-' + i, class: i === t.selected ? 'selected' : null },
         cells('td', r));
-      tr.addEventListener('click', () => {
+      // `colours`: a background per row, or null for the window's own.
+      const colour = (t.colours || [])[i];
+      if (colour) tr.style.background = colour;
+      tr.addEventListener('click', (e) => {
         markSelected(tbody, 'tr', tr);
-        post('command', { table: t.id, row: i });
+        const td = e.target.closest('td');
+        post('command', { table: t.id, row: i, col: td ? +td.dataset.col : -1 });
       });
       tbody.appendChild(tr);
     });
@@ -391,6 +395,19 @@
     }
   }
 
+  // Sliders: whole numbers from `min` to `max`; a change posts `slider`
+  // and `value`.
+  function renderSliders(target, sliders) {
+    for (const sl of sliders || []) {
+      const shown = el('span', { class: 'slider-value', id: 'slider-' + sl.id + '-value', text: String(sl.value) });
+      const input = el('input', { type: 'range', id: 'slider-' + sl.id, min: sl.min, max: sl.max, step: 1,
+        value: sl.value, 'aria-label': sl.label || sl.id });
+      input.addEventListener('input', () => { shown.textContent = input.value; });
+      input.addEventListener('change', () => post('command', { slider: sl.id, value: input.value }));
+      target.appendChild(el('label', { class: 'slider' }, [document.createTextNode((sl.label || '') + ' '), input, shown]));
+    }
+  }
+
   function renderButtons(target, buttons) {
     const row = el('div', { class: 'buttons' });
     for (const b of buttons || []) {
@@ -445,6 +462,7 @@
       tb.appendChild(el('fieldset', { class: 'radio-group' }, [el('legend', { text: r.label || '' }), renderRadios(r)]));
     }
     renderCheckboxes(tb, c.checkboxes);
+    renderSliders(tb, c.sliders);
     renderButtons(tb, c.buttons);
     for (const b of tb.querySelectorAll('.listbox, .table-scroll')) {
       const k = kept[b.id || 'table'];
