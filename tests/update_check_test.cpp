@@ -73,8 +73,14 @@ TEST_F(UpdateCheckTest, SoftwareVersionsCompareEachPartByItself) {
   struct Case {
     const char* text;
     const char* offered;
-  } cases[] = {{"1.1.8", "NO"},  {"1.0.9", "YES"},     {"1.1.10", "YES"}, {"1.2.0", "YES"},
-               {"0.9.9", "YES"}, {"1.0.8", "NO"},      {"1.1.9\r\n", "YES"}, {"1.x.3", "Unknown"},
+  } cases[] = {{"1.1.8", "NO"},
+               {"1.0.9", "YES"},
+               {"1.1.10", "YES"},
+               {"1.2.0", "YES"},
+               {"0.9.9", "YES"},
+               {"1.0.8", "NO"},
+               {"1.1.9\r\n", "YES"},
+               {"1.x.3", "Unknown"},
                {"<html><body>Not here</body></html>", "Unknown"}};
   for (const auto& c : cases) {
     publish("arven_version118.csv", c.text);
@@ -123,12 +129,12 @@ TEST_F(UpdateCheckTest, StoresCompareDatesAndStoresNotInstalledTakeShortTexts) {
   install("LU", "2024-01-01");
   install("SE", "2024-01-01");
   publish("arven_version118.csv", "1.1.8");
-  publish("arven_db_version_DK.csv", "01/05/2024\n");                 // same date
-  publish("arven_db_version_LU.csv", "02/01/2024\n");                 // newer
-  publish("arven_db_version_SE.csv", "2024-06-01\n");                 // another form
-  publish("arven_db_version_IE.csv", "01/02/2024 1234");              // 15 characters
-  publish("arven_db_version_AT.csv", "01/02/2024 123456");            // 16 characters
-  publish("arven_db_version_FR.csv", std::string(5 << 20, 'x'));      // 5 MB of junk
+  publish("arven_db_version_DK.csv", "01/05/2024\n");             // same date
+  publish("arven_db_version_LU.csv", "02/01/2024\n");             // newer
+  publish("arven_db_version_SE.csv", "2024-06-01\n");             // another form
+  publish("arven_db_version_IE.csv", "01/02/2024 1234");          // 15 characters
+  publish("arven_db_version_AT.csv", "01/02/2024 123456");        // 16 characters
+  publish("arven_db_version_FR.csv", std::string(5 << 20, 'x'));  // 5 MB of junk
   UpdateTable t = check(false);
   ASSERT_EQ(t.table.rows(), 29);  // header, software, 27 countries
   int dk = row_of(t, 13), lu = row_of(t, 29), se = row_of(t, 43), ie = row_of(t, 23),
@@ -183,7 +189,8 @@ TEST_F(UpdateCheckTest, NoServerOrAStalledOneIsOfflineWithoutHanging) {
   ASSERT_EQ(listen(fd, 64), 0);
   socklen_t len = sizeof addr;
   getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
-  save_setting("Settings", "Update_Server", "http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)));
+  save_setting("Settings", "Update_Server",
+               "http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)));
   ui.messages.clear();
   auto start = std::chrono::steady_clock::now();
   t = check(true);
@@ -203,8 +210,8 @@ TEST_F(UpdateCheckTest, CheckUpdatesPrintsTheTableAsCsv) {
   publish("arven_db_version_LU.csv", "05/03/2025\n");
   write_file(dir / "config" / "arven" / "ARVEN.ini",
              "[Settings]\nUpdate_Server=" + server.address() + "\n");
-  std::string cmd = "XDG_CONFIG_HOME='" + (dir / "config").string() + "' '" ARVEN_BINARY_DIR
-                    "/arven' --check-updates --app-dir '" +
+  std::string cmd = "XDG_CONFIG_HOME='" + (dir / "config").string() +
+                    "' '" ARVEN_BINARY_DIR "/arven' --check-updates --app-dir '" +
                     session().app_folder.string() + "' 2>/dev/null";
   FILE* p = popen(cmd.c_str(), "r");
   ASSERT_NE(p, nullptr);

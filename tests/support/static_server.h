@@ -28,10 +28,10 @@ class StaticServer {
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addclose(&actions, fds[0]);
     std::string dir = folder.string();
-    const char* argv[] = {"python3", "-u",  "-m",  "http.server",  "0",
-                          "--bind",  "127.0.0.1", "--directory", dir.c_str(), nullptr};
-    int rc = posix_spawnp(&pid_, "python3", &actions, nullptr, const_cast<char* const*>(argv),
-                          environ);
+    const char* argv[] = {"python3", "-u",        "-m",          "http.server", "0",
+                          "--bind",  "127.0.0.1", "--directory", dir.c_str(),   nullptr};
+    int rc =
+        posix_spawnp(&pid_, "python3", &actions, nullptr, const_cast<char* const*>(argv), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(fds[1]);
     if (rc != 0) {
