@@ -122,7 +122,7 @@ void updates_tab(json& c, const SettingsDialog& d) {
 
 json settings_controls() {
   const SettingsDialog& d = settings_dialog();
-  json c = {{"title", "Settings"}, {"caption", "Settings"}, {"no_page", true}};
+  json c = {{"title", "Settings"}, {"caption", "Settings"}, {"no_page", true}, {"fill", true}};
   c["tabs"] = {{"id", "settings"},
                {"items",
                 {{{"id", kTabCountry}, {"text", "Country data"}},

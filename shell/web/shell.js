@@ -398,6 +398,11 @@
   // Sliders: whole numbers from `min` to `max`; a change posts `slider`
   // and `value`.
   function renderSliders(target, sliders) {
+    if ((sliders || []).length && !$('slider-style')) {
+      document.head.appendChild(el('style', { id: 'slider-style', text:
+        'label.slider{display:flex;align-items:center;gap:8px;margin:6px 12px}' +
+        'label.slider input{width:220px}label.slider .slider-value{min-width:3em}' }));
+    }
     for (const sl of sliders || []) {
       const shown = el('span', { class: 'slider-value', id: 'slider-' + sl.id + '-value', text: String(sl.value) });
       const input = el('input', { type: 'range', id: 'slider-' + sl.id, min: sl.min, max: sl.max, step: 1,
