@@ -20,6 +20,7 @@
 #include "core/preferences.h"
 #include "core/registry.h"
 #include "settings/store_install.h"
+#include "settings/update_check.h"
 #include "settings/update_server.h"
 
 namespace {
@@ -133,7 +134,8 @@ int main(int argc, char** argv) {
   } else {
     result = install_item(options.app_dir);
     save_setting("Download", "Item to download", "");
-    save_setting("Download", "Result", result);
+    // Shown by the program at its next start: made plain text first.
+    save_setting("Download", "Result", printable_ascii(result));
     if (result.empty()) std::cout << "Installed; starting the program again\n";
   }
   if (!result.empty()) std::cerr << "arven-downloader: " << result << "\n";

@@ -34,10 +34,7 @@ std::string clean_server_text(const std::string& raw) {
   size_t b = raw.find_first_not_of(" \t\r\n");
   if (b == std::string::npos) return "";
   size_t e = raw.find_last_not_of(" \t\r\n");
-  std::string s = raw.substr(b, e - b + 1);
-  for (auto& c : s)
-    if (static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) > 0x7E) c = '?';
-  return s;
+  return printable_ascii(raw.substr(b, e - b + 1));
 }
 
 std::string fetch(UpdateServer& server, const std::string& path) {
@@ -267,6 +264,12 @@ SilentCheckResult silent_update_check(Ui& ui) {
   load_update_table(t);
   checkforupdates(ui, t);
   return {update_state_of(t) == 1};
+}
+
+std::string printable_ascii(std::string text) {
+  for (auto& c : text)
+    if (static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) > 0x7E) c = '?';
+  return text;
 }
 
 std::string update_table_csv(const GridTable& table) {

@@ -68,6 +68,11 @@ struct SilentCheckResult {
 };
 SilentCheckResult silent_update_check(Ui& ui);
 
+// Text from outside (a server's answer, an archive's entry name) as it may
+// go into a table or a message: every byte that is not printable ASCII
+// becomes '?', so the text is valid UTF-8 whatever came in.
+std::string printable_ascii(std::string text);
+
 // The table as CSV text, header first.
 std::string update_table_csv(const GridTable& table);
 

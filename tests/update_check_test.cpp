@@ -134,6 +134,7 @@ TEST_F(UpdateCheckTest, StoresCompareDatesAndStoresNotInstalledTakeShortTexts) {
   publish("arven_db_version_SE.csv", "2024-06-01\n");             // another form
   publish("arven_db_version_IE.csv", "01/02/2024 1234");          // 15 characters
   publish("arven_db_version_AT.csv", "01/02/2024 123456");        // 16 characters
+  publish("arven_db_version_BE.csv", "\xC3(01/02/2024");          // not UTF-8
   publish("arven_db_version_FR.csv", std::string(5 << 20, 'x'));  // 5 MB of junk
   UpdateTable t = check(false);
   ASSERT_EQ(t.table.rows(), 29);  // header, software, 27 countries
@@ -151,6 +152,8 @@ TEST_F(UpdateCheckTest, StoresCompareDatesAndStoresNotInstalledTakeShortTexts) {
   EXPECT_EQ(t.table.cell(ie, 3), "01/02/2024");
   EXPECT_FALSE(t.coloured[static_cast<size_t>(ie)]);
   EXPECT_EQ(t.table.cell(at, 2), "Unknown");
+  // A store not installed takes any short text, made plain text first.
+  EXPECT_EQ(t.table.cell(row_of(t, 6), 3), "?(01/02/20");
   EXPECT_EQ(t.table.cell(fr, 2), "Unknown");
   EXPECT_EQ(t.table.cell(de, 2), "Unknown");  // no file: 404
   EXPECT_EQ(update_state_of(t), 1);           // LU; IE is not installed
