@@ -4,6 +4,7 @@
 
 #include "core/preferences.h"
 #include "core/session.h"
+#include "engine/impact_cache.h"
 #include "support/store_fixture.h"
 
 namespace arven {
@@ -165,6 +166,16 @@ TEST_F(SettingsDialogTest, CountryListUpdateTableAndClosingRules) {
   ui.answers.push_back(Answer::No);
   EXPECT_TRUE(settings_query_close(ui));
   EXPECT_TRUE(ui.ended);
+}
+
+TEST_F(SettingsDialogTest, ACarbonSettingAppliedMakesTheStoredFiguresStale) {
+  open_file();
+  file_db_->insert("Operations", {"Operation ID", "Operation Name"}, {1, "Hedges"});
+  file_db_->exec("UPDATE \"Version\" SET \"Carbon seq included\" = 1");
+  ASSERT_EQ(cache_state(), CacheState::current);
+  settings_dialog().cseq_included = false;
+  ASSERT_TRUE(apply(ui));
+  EXPECT_EQ(cache_state(), CacheState::stale_carbon);
 }
 
 }  // namespace
