@@ -556,6 +556,7 @@
     }
     if (s.ended) {
       document.body.replaceChildren(el('p', { class: 'ended', text: 'ARVEN has ended. You may close this page.' }));
+      waitForRestart();
       return;
     }
     if (printed !== null && s.print !== printed) $('page').contentWindow.print();
@@ -587,6 +588,19 @@
     renderDialog(s.dialog);
   }
 
+  // After an update the downloader starts ARVEN again on the same address
+  // and token: the page then comes back by itself (for two minutes).
+  async function waitForRestart() {
+    const until = Date.now() + 120000;
+    while (Date.now() < until) {
+      await new Promise((res) => setTimeout(res, 1000));
+      try {
+        const r = await fetch('/main/state.json', { credentials: 'same-origin', cache: 'no-store' });
+        if (r.ok && !(await r.json()).ended) { location.href = '/main/'; return; }
+      } catch (e) { /* not back yet */ }
+    }
+  }
+
   async function loop() {
     while (true) {
       try {
@@ -597,6 +611,9 @@
         render(s);
         if (s.ended) return;
       } catch (e) {
+        // The program may come back as a new run (after an update), whose
+        // versions start again from 1.
+        version = 0;
         await new Promise((res) => setTimeout(res, 1000));
       }
     }
