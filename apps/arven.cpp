@@ -1,20 +1,48 @@
 // The user build: start-up, then the windows served to the browser on
-// 127.0.0.1.
+// 127.0.0.1. `arven --check-updates` prints the update table as CSV
+// instead, for scripts and for administrators checking their server.
 #include <iostream>
 
 #include "apps/app_options.h"
 #include "apps/serve_windows.h"
+#include "core/console_ui.h"
+#include "core/session.h"
+#include "core/startup.h"
+#include "settings/update_check.h"
+#include "stores/schema.h"
+
+namespace {
+
+int check_updates(const arven::AppOptions& options) {
+  using namespace arven;
+  Session& s = session();
+  s.app_folder = options.app_dir;
+  s.db_version = kDbVersion;
+  ConsoleUi ui(std::cerr);  // messages go to stderr, the table to stdout
+  detect_country_stores(&ui);
+  UpdateTable table;
+  load_update_table(table);
+  checkforupdates(ui, table);
+  std::cout << update_table_csv(table.table);
+  return 0;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   using namespace arven;
   AppOptions options;
+  bool check = false;
   try {
     options = parse_app_options(argc, argv);
-    if (!options.args.empty()) throw std::invalid_argument("unknown argument " + options.args[0]);
+    check = options.args.size() == 1 && options.args[0] == "--check-updates";
+    if (!check && !options.args.empty())
+      throw std::invalid_argument("unknown argument " + options.args[0]);
   } catch (const std::invalid_argument& e) {
     std::cerr << "arven: " << e.what() << "\nusage: arven [--app-dir DIR] [--port N] "
-              << "[--no-browser] [--token T]\n";
+              << "[--no-browser] [--token T]\n       arven --check-updates [--app-dir DIR]\n";
     return 2;
   }
+  if (check) return check_updates(options);
   return serve_windows(options, 0, "arven");
 }

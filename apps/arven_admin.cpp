@@ -28,6 +28,7 @@ int usage(const std::string& problem) {
       << "arven-admin: " << problem << "\n"
       << "usage: arven-admin [--app-dir DIR]\n"
       << "       arven-admin import-masters --from CSV_DIR [--app-dir DIR]\n"
+      << "       arven-admin publish-version X.Y.Z [--app-dir DIR]\n"
       << "       arven-admin preprocess --countries DK,IE --level 0-3 --mode MODE\n"
       << "                  [--operations 1,2,3] [--existing-db] [--dq-refs] [--app-dir DIR]\n"
       << "         MODE: by-date, new, new-and-selected, existing, selected, all\n";
@@ -155,6 +156,18 @@ int main(int argc, char** argv) {
       auto dbases = options.app_dir / "dbases";
       import_master_csv(args[2], dbases / "arven_operations.mdb", dbases / "arven_rvcs.mdb");
       std::cout << "Master stores written to " << dbases.string() << "\n";
+      return 0;
+    }
+    if (!args.empty() && args[0] == "publish-version") {
+      if (args.size() != 2) return usage("publish-version needs a version, e.g. 1.1.9");
+      session().app_folder = options.app_dir;
+      try {
+        publish_software_version(args[1]);
+      } catch (const std::invalid_argument& e) {
+        return usage(e.what());
+      }
+      std::cout << "Software version " << args[1] << " written to "
+                << software_version_file_path().string() << "\n";
       return 0;
     }
     if (!args.empty() && args[0] == "preprocess") {

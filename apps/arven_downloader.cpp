@@ -1,34 +1,152 @@
-// The separate downloader program. It installs a published country store
-// archive into the program folder's dbases/.
-//   arven-downloader --install-archive ZIP [--app-dir DIR]
-// Fetching from the update server comes with the update mechanism; until
-// then the archive is given as a file.
+// The separate downloader program. It installs the item named by the
+// preference "Item to download" ([Download]) from the update server, then
+// starts the program again:
+//   arven-downloader [--app-dir DIR] [--wait-pid PID] [-- PROGRAM ARGS...]
+// and it installs an archive at hand, with the same checks:
+//   arven-downloader [--app-dir DIR] --install-archive ZIP [--country CC]
+// The outcome is printed and kept as "Result" in [Download] for the
+// program to show when it starts again.
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <fstream>
 #include <iostream>
+#include <thread>
 
 #include "apps/app_options.h"
-#include "settings/zip_files.h"
+#include "core/preferences.h"
+#include "core/registry.h"
+#include "settings/store_install.h"
+#include "settings/update_check.h"
+#include "settings/update_server.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace arven;
+
+constexpr const char* kUsage =
+    "usage: arven-downloader [--app-dir DIR] [--wait-pid PID] [-- PROGRAM ARGS...]\n"
+    "       arven-downloader [--app-dir DIR] --install-archive ZIP [--country CC]\n";
+
+// Waits (at most 30 s) for the program that started us to end.
+void wait_for(pid_t pid) {
+  for (int i = 0; i < 600 && (::kill(pid, 0) == 0 || errno == EPERM); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+}
+
+std::string install_local(const fs::path& zip, std::string code, const fs::path& app_dir) {
+  if (code.empty()) {
+    // arven_db_<CC>.zip, as the pre-processor names its archives.
+    std::string name = zip.filename().string();
+    if (name.size() == 15 && name.rfind("arven_db_", 0) == 0 && name.substr(11) == ".zip")
+      code = name.substr(9, 2);
+  }
+  int cc = country_index_by_code(code);
+  if (cc < 1) return "name the country with --country CC";
+  std::string sha;
+  fs::path sum = zip;
+  sum += ".sha256";
+  std::error_code ec;
+  if (fs::exists(sum, ec)) {
+    std::ifstream in(sum);
+    std::string line;
+    std::getline(in, line);
+    sha = sha256_of_line(line);
+    if (sha.empty()) return sum.string() + " is not a SHA-256 line";
+  }
+  return install_store_archive(zip, cc, app_dir / "dbases", sha);
+}
+
+std::string install_item(const fs::path& app_dir) {
+  std::string item = get_setting("Download", "Item to download", "");
+  int cc = -1;
+  try {
+    size_t used = 0;
+    cc = std::stoi(item, &used);
+    if (used != item.size()) cc = -1;
+  } catch (const std::exception&) {
+    cc = -1;
+  }
+  if (cc == 0)
+    return "A new version of the software cannot be installed by the downloader. Please fetch "
+           "the new installer from the ARVEN website and install it by hand.";
+  std::string code = country_code_by_index(cc);
+  if (code.empty()) return "There is nothing to download (Item to download is \"" + item + "\").";
+  UpdateServer server;
+  int shown = -1;
+  std::string why = download_store(server, cc, app_dir, [&](uint64_t done, uint64_t total) {
+    int percent = total ? static_cast<int>(done * 100 / total) : 0;
+    if (percent / 10 == shown / 10 && shown >= 0) return;
+    shown = percent;
+    std::cout << "Downloading arven_db_" << code << ".zip: " << percent << "%" << std::endl;
+  });
+  if (!why.empty())
+    return "The database for " + country_display_name(cc) + " could not be installed: " + why + ".";
+  return "";
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
-  using namespace arven;
+  // Everything after "--" is the program to start again, untouched.
+  int own = argc;
+  for (int i = 1; i < argc; ++i)
+    if (std::strcmp(argv[i], "--") == 0) {
+      own = i;
+      break;
+    }
+  std::vector<char*> restart(argv + std::min(own + 1, argc), argv + argc);
   AppOptions options;
   try {
-    options = parse_app_options(argc, argv);
+    options = parse_app_options(own, argv);
   } catch (const std::invalid_argument& e) {
-    std::cerr << "arven-downloader: " << e.what() << "\n";
+    std::cerr << "arven-downloader: " << e.what() << "\n" << kUsage;
     return 2;
   }
+  // Sockets and files of the program that started us stay with it.
+  ::close_range(3, ~0U, 0);
+
+  fs::path archive;
+  std::string code;
   const auto& args = options.args;
-  if (args.size() != 2 || args[0] != "--install-archive") {
-    std::cerr << "usage: arven-downloader --install-archive ZIP [--app-dir DIR]\n";
-    return 2;
+  for (size_t i = 0; i < args.size(); ++i) {
+    bool has_value = i + 1 < args.size();
+    if (args[i] == "--wait-pid" && has_value) {
+      wait_for(static_cast<pid_t>(std::atol(args[++i].c_str())));
+    } else if (args[i] == "--install-archive" && has_value) {
+      archive = args[++i];
+    } else if (args[i] == "--country" && has_value) {
+      code = args[++i];
+    } else {
+      std::cerr << "arven-downloader: unknown argument " << args[i] << "\n" << kUsage;
+      return 2;
+    }
   }
-  auto dbases = options.app_dir / "dbases";
-  std::string message;
-  int rc = unzip_to_folder(args[1], dbases, &message);
-  if (rc != 0) {
-    std::cerr << "arven-downloader: " << args[1] << ": " << message << "\n";
+
+  std::string result;
+  if (!archive.empty()) {
+    result = install_local(archive, code, options.app_dir);
+    if (result.empty()) std::cout << "Installed " << archive.string() << "\n";
+  } else {
+    result = install_item(options.app_dir);
+    save_setting("Download", "Item to download", "");
+    // Shown by the program at its next start: made plain text first.
+    save_setting("Download", "Result", printable_ascii(result));
+    if (result.empty()) std::cout << "Installed; starting the program again\n";
+  }
+  if (!result.empty()) std::cerr << "arven-downloader: " << result << "\n";
+  if (!restart.empty()) {
+    std::cout << "arven-downloader: restarting " << restart[0] << " (pid " << ::getpid() << ")"
+              << std::endl;
+    restart.push_back(nullptr);
+    ::execv(restart[0], restart.data());
+    std::cerr << "arven-downloader: cannot start " << restart[0] << ": " << std::strerror(errno)
+              << "\n";
     return 1;
   }
-  std::cout << "Installed " << args[1] << " into " << dbases.string() << "\n";
-  return 0;
+  return result.empty() ? 0 : 1;
 }

@@ -6,11 +6,13 @@
 #include "core/main_window.h"
 #include "core/session.h"
 #include "core/startup.h"
+#include "settings/update_check.h"
 #include "shell/explorer_view.h"
 #include "shell/main_views.h"
 #include "shell/opman_view.h"
 #include "shell/regions_view.h"
 #include "shell/server.h"
+#include "shell/settings_view.h"
 #include "shell/worker.h"
 
 namespace arven {
@@ -26,6 +28,7 @@ int serve_windows(const AppOptions& options, int admin_mode, const char* program
   shell::register_regions_window(ui);
   shell::register_opman_window(ui);
   shell::register_explorer_window(ui);
+  shell::register_settings_window(ui);
   if (register_more) register_more(ui);
   worker.after_event = [&ui] { ui.refresh_controls(); };
   worker.on_failure = [&ui](const std::string& what) { ui.show_failure(what); };
@@ -39,6 +42,18 @@ int serve_windows(const AppOptions& options, int admin_mode, const char* program
     return 1;
   }
   ui.on_quit = [&server] { server.stop(); };
+  // After an update the downloader starts this program again on the same
+  // address, so that the page in the browser finds it there.
+  std::error_code ec;
+  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  update_launch().restart = {ec ? std::string(program) : exe.string(),
+                             "--app-dir",
+                             options.app_dir.string(),
+                             "--port",
+                             std::to_string(port),
+                             "--token",
+                             server.token(),
+                             "--no-browser"};
   worker.start();
   StartupHooks hooks;
   hooks.main_window_init = main_window_init;

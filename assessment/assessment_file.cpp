@@ -16,6 +16,7 @@
 #include "core/lookups.h"
 #include "core/session.h"
 #include "core/startup.h"
+#include "settings/settings_dialog.h"
 #include "stores/db.h"
 #include "stores/schema.h"
 
@@ -186,7 +187,7 @@ void create_assessment_file(const std::string& path) {
   }
 }
 
-OpenResult open_assessment_file(Ui& ui, const std::string& path, const FileHooks& hooks) {
+OpenResult open_assessment_file(Ui& ui, const std::string& path) {
   Session& s = session();
   OpenResult closed;
   closed.changed = true;
@@ -243,8 +244,7 @@ OpenResult open_assessment_file(Ui& ui, const std::string& path, const FileHooks
                        kDownloadQuestion;
     if (ui.message_box(text, kNotInstalledTitle, MsgButtons::YesNo, MsgIcon::Question) !=
         Answer::No) {
-      if (hooks.check_for_updates) hooks.check_for_updates(ui);
-      ui.show_modal("settings", kSettingsUpdateTab);
+      show_settings(ui, kSettingsUpdateTab, true);
     }
     return closed;
   }
@@ -266,7 +266,7 @@ OpenResult open_assessment_file(Ui& ui, const std::string& path, const FileHooks
   return result;
 }
 
-OpenResult file_new(Ui& ui, const FileHooks& hooks) {
+OpenResult file_new(Ui& ui) {
   std::string path = ui.file_dialog(dialog(true, kSaveTitle));
   if (path.empty()) return {};
   try {
@@ -279,18 +279,18 @@ OpenResult file_new(Ui& ui, const FileHooks& hooks) {
   Session& s = session();
   std::string before = s.current_file;
   s.current_file = path;
-  OpenResult result = open_assessment_file(ui, path, hooks);
+  OpenResult result = open_assessment_file(ui, path);
   if (!result.changed) s.current_file = before;
   return result;
 }
 
-OpenResult file_open(Ui& ui, const FileHooks& hooks) {
+OpenResult file_open(Ui& ui) {
   std::string path = ui.file_dialog(dialog(false, kOpenTitle));
   if (path.empty()) return {};
-  return open_assessment_file(ui, path, hooks);
+  return open_assessment_file(ui, path);
 }
 
-OpenResult file_save_as(Ui& ui, const FileHooks& hooks) {
+OpenResult file_save_as(Ui& ui) {
   Session& s = session();
   if (s.current_file.empty()) return {};
   FileDialogRequest request = dialog(true, kSaveTitle);
@@ -306,16 +306,16 @@ OpenResult file_save_as(Ui& ui, const FileHooks& hooks) {
   }
   std::string before = s.current_file;
   s.current_file = path;
-  OpenResult result = open_assessment_file(ui, path, hooks);
+  OpenResult result = open_assessment_file(ui, path);
   if (!result.changed) s.current_file = before;
   return result;
 }
 
-OpenResult recent_file_open(Ui& ui, int i, const FileHooks& hooks) {
+OpenResult recent_file_open(Ui& ui, int i) {
   if (i < 1 || i > 4) return {};
   std::string path = session().recent_files[static_cast<size_t>(i)];
   if (path.empty()) return {};
-  OpenResult result = open_assessment_file(ui, path, hooks);
+  OpenResult result = open_assessment_file(ui, path);
   if (!file_exists(path)) refresh_recent_files();
   return result;
 }

@@ -21,13 +21,6 @@ namespace arven {
 // written). The recent list shows the four files with the latest dates last
 // used, latest first; of equal dates the later row of the Files store wins.
 
-// Hooks into the other windows. An empty hook does nothing.
-struct FileHooks {
-  // Fills the update table of the settings dialog before it is shown on its
-  // update tab.
-  std::function<void(Ui&)> check_for_updates;
-};
-
 // What a file command did, for the window that ran it.
 struct OpenResult {
   // False when the command changed nothing (cancelled, refused before any
@@ -58,22 +51,22 @@ void create_assessment_file(const std::string& path);
 // joins the recent list. A file that is not an assessment file, or lacks one
 // of its tables or columns, is reported by name and the session is left
 // exactly as it was (changed is false). Never throws.
-OpenResult open_assessment_file(Ui& ui, const std::string& path, const FileHooks& hooks = {});
+OpenResult open_assessment_file(Ui& ui, const std::string& path);
 
 // The commands of the main window, the regional profile builder and the
 // explorer; all three windows call these. None throws.
 //
 // Asks for a new file name, creates the file there and opens it.
-OpenResult file_new(Ui& ui, const FileHooks& hooks = {});
+OpenResult file_new(Ui& ui);
 // Asks for a file and opens it.
-OpenResult file_open(Ui& ui, const FileHooks& hooks = {});
+OpenResult file_open(Ui& ui);
 // With a file open: asks for a name and, when it names another file, copies
 // the open file there byte for byte and opens the copy. Choosing the open
 // file's own name copies nothing and keeps it open.
-OpenResult file_save_as(Ui& ui, const FileHooks& hooks = {});
+OpenResult file_save_as(Ui& ui);
 // Opens recent_files[i] (i 1..4); an empty slot does nothing. A recent file
 // that has gone is dropped from the list.
-OpenResult recent_file_open(Ui& ui, int i, const FileHooks& hooks = {});
+OpenResult recent_file_open(Ui& ui, int i);
 
 // Records the file in the Files store (a new row, or the row with this
 // Location updated); creates the store when missing. False when the store

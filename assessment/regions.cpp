@@ -11,6 +11,7 @@
 #include "core/session.h"
 #include "core/startup.h"
 #include "reports/page_kit.h"
+#include "settings/settings_dialog.h"
 #include "stores/db.h"
 
 namespace arven {
@@ -516,7 +517,7 @@ void regions_toolbar_command(Ui& ui, std::string_view key) {
   } else if (key == "Hotspot") {
     if (area_count() > 0) open_rvc_browser_later(ui, 1);
   } else if (key == "AddCountry") {
-    ui.show_modal("settings", kSettingsUpdateTab);
+    show_settings(ui, kSettingsUpdateTab, true);
     nuts0();  // a store installed meanwhile appears at once
   }
 }

@@ -9,6 +9,7 @@
 #include "core/startup.h"
 #include "core/version.h"
 #include "reports/page_kit.h"
+#include "settings/settings_dialog.h"
 
 namespace arven {
 
@@ -31,12 +32,6 @@ void apply_open_result(const OpenResult& r) {
   if (auto* hot = panel_item(3, 5)) hot->enabled = r.hotspot_enabled;
 }
 
-void show_settings_update_tab(Ui& ui) {
-  // The update table is filled when the settings dialog exists; the dialog
-  // opens on its update tab.
-  ui.show_modal("settings", kSettingsUpdateTab);
-}
-
 void recent_file_command(Ui& ui, int i) {
   apply_open_result(recent_file_open(ui, i));
   build_main_page(ui);
@@ -53,7 +48,7 @@ void regional_profile(Ui& ui) {
 void run_pair(Ui& ui, int group, int tool) {
   switch (group * 10 + tool) {
     case 11:
-      ui.show_modal("settings");
+      show_settings(ui);
       break;
     case 12:
       ui.message_box("Not available yet.", "ARVEN", MsgButtons::Ok, MsgIcon::None);
@@ -265,7 +260,7 @@ void menu_command(Ui& ui, const std::string& name) {
   } else if (name == "mnuHelpWeb") {
     ui.open_document(get_setting("Settings", "Website", "help/ARVEN_Manual.htm"));
   } else if (name == "mnuHelpUpdates") {
-    show_settings_update_tab(ui);
+    show_settings(ui, kSettingsUpdateTab, true);
   }
 }
 

@@ -11,6 +11,7 @@
 #include "core/preferences.h"
 #include "core/registry.h"
 #include "core/session.h"
+#include "settings/settings_dialog.h"
 #include "stores/db.h"
 #include "stores/schema.h"
 
@@ -46,11 +47,6 @@ void read_remaining_preferences() {
 
 void report_store_error(Ui* ui, const StoreError& e) {
   if (ui) ui->message_box(e.what(), "Data store problem", MsgButtons::Ok, MsgIcon::Exclamation);
-}
-
-void open_update_tab(Ui& ui, const StartupHooks& hooks) {
-  if (hooks.check_for_updates) hooks.check_for_updates(ui);
-  ui.show_modal("settings", kSettingsUpdateTab);
 }
 
 }  // namespace
@@ -209,6 +205,12 @@ void Main(Ui& ui, const StartupHooks& hooks) {
   ui.show_window("main");
   // 9. The admin console beside it in the admin build.
   if (s.admin_mode == 1) ui.show_window("admin");
+  // What the downloader reports of the last update, once.
+  std::string download_result = get_setting("Download", "Result", "");
+  if (!download_result.empty()) {
+    save_setting("Download", "Result", "");
+    ui.message_box(download_result, "Update software", MsgButtons::Ok, MsgIcon::Exclamation);
+  }
   // 10./11. With a store: the main page, then a pending restart after an
   // update; without: the update tab.
   if (!s.rvc_db_path.empty() || !s.ops_db_path.empty()) {
@@ -220,12 +222,12 @@ void Main(Ui& ui, const StartupHooks& hooks) {
     if (hooks.build_main_page) hooks.build_main_page(ui);
     if (get_setting(kSection, "Restart_Flag", "0") == "1") {
       save_setting(kSection, "Restart_Flag", "0");
-      if (s.update_state == 1) open_update_tab(ui, hooks);
+      if (s.update_state == 1) show_settings(ui, kSettingsUpdateTab, true);
     }
     return;
   }
   ui.message_box(kNoDatabasesText, kNoDatabasesTitle, MsgButtons::Ok, MsgIcon::Stop);
-  open_update_tab(ui, hooks);
+  show_settings(ui, kSettingsUpdateTab, true);
 }
 
 }  // namespace arven

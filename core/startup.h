@@ -15,8 +15,6 @@ struct StartupHooks {
   std::function<void(Ui&)> main_window_init;
   // Writes the main page (and runs the first, silent update check).
   std::function<void(Ui&)> build_main_page;
-  // Fills the update table of the settings dialog.
-  std::function<void(Ui&)> check_for_updates;
 };
 
 // The title, text and icon of the start-up message when no store is installed.

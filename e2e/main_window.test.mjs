@@ -4,7 +4,7 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
-import { makeSandbox, startProgram, launchBrowser, answer, pageText, screenshotPath } from './lib.mjs';
+import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, pageText, screenshotPath } from './lib.mjs';
 
 test('a new file is created, summarised and reopened from the recent list', async () => {
   const sandbox = makeSandbox();
@@ -17,9 +17,20 @@ test('a new file is created, summarised and reopened from the recent list', asyn
     // The About box comes first; its check box is kept for the next start.
     await page.locator('#check-ShowSplash').click();
     await page.click('#button-ok');
-    // No country store in this folder: the program says so and offers updates.
+    // No country store in this folder: the program says so and opens the
+    // settings dialog on its updates, after a check that finds no server.
     await answer(page, 'No Databases Installed', 'OK');
-    await answer(page, 'ARVEN', 'OK');
+    await answer(page, 'Cannot proceed', 'OK');
+    await answer(page, 'Cannot proceed', 'OK');
+    await page.locator('#tab-settings-5[aria-selected="true"]').waitFor();
+    // It does not close without a store: Yes stays to download one.
+    await page.click('#close-window');
+    await answer(page, 'No databases installled', 'Yes');
+    // A store installed meanwhile is found when it closes.
+    fs.copyFileSync(path.join(APP_SOURCE, 'dbases', 'new_arven_operations_DK.mdb'),
+      path.join(sandbox.app, 'dbases', 'new_arven_operations_DK.mdb'));
+    await page.click('#close-window');
+    await page.locator('#panel-2').waitFor();
     const ini = fs.readFileSync(path.join(sandbox.home, '.config/arven/ARVEN.ini'), 'utf8');
     assert.match(ini, /ShowSplash=0/);
 

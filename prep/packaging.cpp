@@ -10,6 +10,8 @@
 
 #include "core/session.h"
 #include "core/ui.h"
+#include "settings/store_install.h"
+#include "settings/update_check.h"
 #include "settings/zip_files.h"
 #include "stores/db.h"
 #include "stores/schema.h"
@@ -522,6 +524,19 @@ std::string set_version(const fs::path& target, const std::string& country_code,
   return date;
 }
 
+fs::path software_version_file_path() {
+  return prepro_folder() / "zipped" / "arven_version118.csv";
+}
+
+void publish_software_version(const std::string& version) {
+  if (version.empty() || version.size() > 10 || !split_version(version))
+    throw std::invalid_argument(
+        "a software version is three whole numbers joined by dots, at most "
+        "10 characters (e.g. 1.1.9), not \"" +
+        version + "\"");
+  replace_text_file(software_version_file_path(), version);
+}
+
 int publish_country_store(Ui& ui, const fs::path& target, const std::string& country_code,
                           const std::vector<int64_t>& operation_ids) {
   std::string date = latest_last_updated(operation_ids);
@@ -541,6 +556,7 @@ int publish_country_store(Ui& ui, const fs::path& target, const std::string& cou
   }
   // The archive first: a version file never announces an archive not yet there.
   fs::rename(zip_tmp, zip);
+  write_sha256_file(zip);
   fs::rename(csv_tmp, csv);
   return kZipOk;
 }

@@ -30,6 +30,12 @@ std::filesystem::path country_target_path(const std::string& country_code);
 std::filesystem::path country_archive_path(const std::string& country_code);
 // dbases/prepro/zipped/arven_db_version_<CC>.csv
 std::filesystem::path country_version_file_path(const std::string& country_code);
+// The published software version file, zipped/arven_version118.csv.
+std::filesystem::path software_version_file_path();
+// Writes the software version ("X.Y.Z", whole numbers, at most 10
+// characters; "0.0.0" asks users for a new installer) into the published
+// folder. Throws std::invalid_argument for another form.
+void publish_software_version(const std::string& version);
 
 // ---- the row copy ----
 

@@ -193,11 +193,11 @@ std::string sort_link(int state, int column, int grid_number) {
          l.text + "\" border=0></a>";
 }
 
-void write_welcome_page() {
+void write_welcome_page(Ui& ui) {
   Session& s = session();
   if (s.update_state == 0) {
     s.update_check_silent = 1;
-    SilentCheckResult check = silent_update_check();
+    SilentCheckResult check = silent_update_check(ui);
     s.update_check_silent = 0;
     s.update_state = check.updates_available ? 1 : 2;
   }
@@ -500,7 +500,7 @@ void grid_table_sortable(const GridTable& grid, PageFile& out, int size, int sor
 // ---- the shell's pages ----
 
 void welcome_page(Ui& ui) {
-  write_welcome_page();
+  write_welcome_page(ui);
   ui.navigate("main", "welcome.htm");
 }
 
@@ -566,7 +566,7 @@ void summary_page(Ui& ui) {
 
   // The welcome page is kept current (and the update check run once) even
   // when a file is shown.
-  write_welcome_page();
+  write_welcome_page(ui);
   ui.navigate("main", "summary_display.htm");
 }
 

@@ -237,12 +237,16 @@ struct Entry {
   zip_uint32_t mode;  // permission bits, 0 when unknown
 };
 
-// Reads an entry to the end, handing each chunk to `sink`; false on a read
-// or CRC failure.
+// Reads entry `index` to the end, handing each chunk to `sink`; false on a
+// read or CRC failure, with the entry's own error in `error` (the
+// archive's error says nothing about it).
 template <typename Sink>
-bool read_entry(zip_t* za, const Entry& e, Sink sink) {
-  zip_file_t* zf = zip_fopen_index(za, e.index, 0);
-  if (!zf) return false;
+bool read_entry_index(zip_t* za, zip_uint64_t index, Sink sink, std::string* error = nullptr) {
+  zip_file_t* zf = zip_fopen_index(za, index, 0);
+  if (!zf) {
+    if (error) *error = zip_strerror(za);
+    return false;
+  }
   char buf[65536];
   zip_int64_t n;
   bool ok = true;
@@ -251,9 +255,17 @@ bool read_entry(zip_t* za, const Entry& e, Sink sink) {
       ok = false;
       break;
     }
-  if (n < 0) ok = false;
+  if (n < 0) {
+    ok = false;
+    if (error) *error = zip_file_strerror(zf);
+  }
   zip_fclose(zf);
   return ok;
+}
+
+template <typename Sink>
+bool read_entry(zip_t* za, const Entry& e, Sink sink, std::string* error = nullptr) {
+  return read_entry_index(za, e.index, sink, error);
 }
 
 std::string to_local_line_ends(const std::string& s) {
@@ -408,10 +420,12 @@ int CGUnzipFiles::Unzip(const std::string& zip, const std::string& dir) {
     int result = kUnzipOk;
     for (const auto& e : entries) {
       if (e.folder) continue;
-      bool ok = read_entry(za, e, [](const char*, size_t) { return true; });
+      std::string why;
+      bool ok = read_entry(
+          za, e, [](const char*, size_t) { return true; }, &why);
       report(1, "testing: " + e.name + (ok ? "   OK" : "   bad"));
       if (!ok) {
-        set_message(g_unzip_message, "unzip: error in " + e.name + ": " + zip_strerror(za));
+        set_message(g_unzip_message, "unzip: error in " + e.name + ": " + why);
         result = kUnzipBadEntry;
       }
     }
@@ -454,6 +468,7 @@ int CGUnzipFiles::Unzip(const std::string& zip, const std::string& dir) {
     fs::path part = e.target;
     part += ".unzip-part";
     bool ok;
+    std::string why;
     {
       std::ofstream out(part, std::ios::binary | std::ios::trunc);
       if (!out) {
@@ -462,17 +477,23 @@ int CGUnzipFiles::Unzip(const std::string& zip, const std::string& dir) {
       }
       if (convert_line_ends_) {
         std::string all;
-        ok = read_entry(za, e, [&](const char* p, size_t n) {
-          all.append(p, n);
-          return true;
-        });
+        ok = read_entry(
+            za, e,
+            [&](const char* p, size_t n) {
+              all.append(p, n);
+              return true;
+            },
+            &why);
         all = to_local_line_ends(all);
         out.write(all.data(), static_cast<std::streamsize>(all.size()));
       } else {
-        ok = read_entry(za, e, [&](const char* p, size_t n) {
-          out.write(p, static_cast<std::streamsize>(n));
-          return static_cast<bool>(out);
-        });
+        ok = read_entry(
+            za, e,
+            [&](const char* p, size_t n) {
+              out.write(p, static_cast<std::streamsize>(n));
+              return static_cast<bool>(out);
+            },
+            &why);
       }
       out.close();
       if (ok && !out) {
@@ -483,7 +504,7 @@ int CGUnzipFiles::Unzip(const std::string& zip, const std::string& dir) {
     }
     if (!ok) {
       fs::remove(part, ec);
-      set_message(g_unzip_message, "unzip: error in " + e.name + ": " + zip_strerror(za));
+      set_message(g_unzip_message, "unzip: error in " + e.name + ": " + why);
       return kUnzipBadEntry;
     }
     if (privilege_ && e.mode) ::chmod(part.c_str(), static_cast<mode_t>(e.mode));
@@ -513,6 +534,69 @@ int zip_single_file(Ui& ui, const std::string& file, const std::string& zip) {
   int result = z.MakeZipFile();
   if (result != kZipOk) ui.message_box(z.GetLastMessage(), "ARVEN", MsgButtons::Ok, MsgIcon::None);
   return result;
+}
+
+std::string check_store_entry(std::string_view name, uint64_t size, std::string_view expected,
+                              uint64_t max_size) {
+  if (name != expected)
+    return "the archive holds \"" + std::string(name) + "\"; only \"" + std::string(expected) +
+           "\" is accepted";
+  if (size > max_size)
+    return "\"" + std::string(name) + "\" would unpack to " + std::to_string(size) +
+           " bytes, more than the " + std::to_string(max_size) + " allowed";
+  return "";
+}
+
+std::string extract_store_entry(const fs::path& zip, const std::string& expected,
+                                const fs::path& dest, uint64_t max_size) {
+  int err = 0;
+  zip_t* za = zip_open(zip.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &err);
+  if (!za) {
+    zip_error_t ze;
+    zip_error_init_with_code(&ze, err);
+    std::string why = zip_error_strerror(&ze);
+    zip_error_fini(&ze);
+    return "the archive cannot be read: " + why;
+  }
+  struct Closer {
+    zip_t* za;
+    ~Closer() { zip_discard(za); }
+  } closer{za};
+  zip_int64_t count = zip_get_num_entries(za, 0);
+  if (count != 1)
+    return "the archive holds " + std::to_string(count) + " entries; only \"" + expected +
+           "\" is accepted";
+  zip_stat_t st;
+  if (zip_stat_index(za, 0, 0, &st) != 0 || !(st.valid & ZIP_STAT_NAME) ||
+      !(st.valid & ZIP_STAT_SIZE))
+    return "the archive's entry cannot be read";
+  std::string why = check_store_entry(st.name, st.size, expected, max_size);
+  if (!why.empty()) return why;
+  if ((st.valid & ZIP_STAT_ENCRYPTION_METHOD) && st.encryption_method != ZIP_EM_NONE)
+    return "the archive's entry is encrypted";
+  std::ofstream out(dest, std::ios::binary | std::ios::trunc);
+  if (!out) return "cannot write " + dest.string();
+  uint64_t written = 0;
+  bool too_big = false;
+  bool ok = read_entry_index(
+      za, 0,
+      [&](const char* p, size_t n) {
+        // The sizes in the archive's directory may lie; the bytes do not.
+        written += n;
+        if (written > max_size || written > st.size) {
+          too_big = true;
+          return false;
+        }
+        out.write(p, static_cast<std::streamsize>(n));
+        return static_cast<bool>(out);
+      },
+      &why);
+  out.close();
+  if (too_big) return "\"" + expected + "\" unpacks to more than its stated size";
+  if (!ok) return "\"" + expected + "\" is damaged: " + (why.empty() ? "read error" : why);
+  if (!out) return "cannot write " + dest.string();
+  if (written != st.size) return "\"" + expected + "\" is shorter than its stated size";
+  return "";
 }
 
 int unzip_to_folder(const fs::path& zip, const fs::path& folder, std::string* message) {

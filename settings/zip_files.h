@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace arven {
@@ -183,6 +185,20 @@ class CGUnzipFiles {
 // failure is shown to the user with the zip's last message; returns the
 // result code.
 int zip_single_file(Ui& ui, const std::string& file, const std::string& zip);
+
+// The check of a country store archive's entry: its name must be exactly
+// the expected store file (no folder, no other file) and its unpacked size
+// at most `max_size`. Returns "" when it passes, otherwise the reason.
+std::string check_store_entry(std::string_view name, uint64_t size, std::string_view expected,
+                              uint64_t max_size);
+
+// Unpacks the one entry of a country store archive into `dest` after
+// check_store_entry; the archive must hold nothing else. The CRC is
+// checked, and no more than the stated size (and `max_size`) is written.
+// Returns "" on success, otherwise the reason; `dest` may then hold part
+// of the entry, and the caller removes it.
+std::string extract_store_entry(const std::filesystem::path& zip, const std::string& expected,
+                                const std::filesystem::path& dest, uint64_t max_size);
 
 // Extracts a whole archive into a folder (created when missing), folders
 // kept and existing files replaced: what the downloader installs with.

@@ -1,5 +1,6 @@
 #include "shell/admin_views.h"
 
+#include "prep/packaging.h"
 #include "prep/prepro_dialog.h"
 #include "reports/page_kit.h"
 
@@ -72,6 +73,12 @@ json prepro_controls() {
   return c;
 }
 
+// The version typed into the console, for "Publish software version".
+std::string& publish_version() {
+  static std::string v;
+  return v;
+}
+
 }  // namespace
 
 void register_admin_windows(WebUi& ui) {
@@ -83,10 +90,31 @@ void register_admin_windows(WebUi& ui) {
                  "<p>Data preparation for the country stores: fill each store from the master "
                  "stores, generate the impact rows of every operation for every NUTS area, "
                  "stamp the version and publish the archive.</p>"},
-                {"buttons", {{{"id", "prepro"}, {"text", "Data Pre-processor"}}}}};
+                {"inputs",
+                 {{{"id", "version"},
+                   {"label", "Software version to publish:"},
+                   {"value", publish_version()},
+                   {"placeholder", "1.1.9"}}}},
+                {"buttons",
+                 {{{"id", "prepro"}, {"text", "Data Pre-processor"}},
+                  {{"id", "publish"}, {"text", "Publish software version"}}}}};
   };
   console.command = [&ui](const Params& p) {
-    if (param_text(p, "button") == "prepro") ui.show_window("admin/prepro");
+    std::string button = param_text(p, "button");
+    if (button == "prepro") {
+      ui.show_window("admin/prepro");
+    } else if (p.count("input") && p.at("input") == "version") {
+      publish_version() = param_text(p, "value");
+    } else if (button == "publish") {
+      try {
+        publish_software_version(publish_version());
+        ui.message_box("Software version " + publish_version() + " written to " +
+                           software_version_file_path().string(),
+                       "Publish", MsgButtons::Ok, MsgIcon::Information);
+      } catch (const std::exception& e) {
+        ui.message_box(e.what(), "Publish", MsgButtons::Ok, MsgIcon::Exclamation);
+      }
+    }
   };
   ui.register_window("admin", console);
 

@@ -279,7 +279,8 @@ TEST_F(RegionsTest, ToolbarOpensTheOtherWindowsAndTheMapPage) {
   EXPECT_EQ(regions().chosen_code, "DK02");
   regions_toolbar_command(ui_, "Hotspot");
   regions_toolbar_command(ui_, "AddCountry");
-  EXPECT_EQ(ui_.log, (Strings{"modal:rvc:0", "modal:rvc:1", "modal:settings:5"}));
+  EXPECT_EQ(ui_.log, (Strings{"modal:rvc:0", "modal:rvc:1", "message:Cannot proceed",
+                              "message:Cannot proceed", "modal:settings:5"}));
   EXPECT_EQ(texts(0)[static_cast<size_t>(regions().lists[0].selected)], "IE - Éire/Ireland");
 
   save_setting("Settings", kMapServerKey, "https://maps.example.org/");

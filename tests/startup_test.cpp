@@ -43,16 +43,14 @@ class StartupTest : public ::testing::Test {
 
 TEST_F(StartupTest, NoStoreShowsTheMessageAndTheUpdateTabLeavingRestartFlag) {
   save_setting("Settings", "Restart_Flag", "1");
-  int checks = 0;
-  StartupHooks hooks;
-  hooks.check_for_updates = [&](Ui&) { ++checks; };
-  Main(ui, hooks);
-  ASSERT_EQ(ui.messages.size(), 1u);
+  Main(ui, {});
+  ASSERT_EQ(ui.messages.size(), 3u);
   EXPECT_EQ(ui.messages[0].title, "No Databases Installed");
   EXPECT_EQ(ui.messages[0].text, kNoDatabasesText);
   EXPECT_EQ(ui.messages[0].icon, MsgIcon::Stop);
+  // The update check ran: no server is configured.
+  EXPECT_EQ(ui.messages[1].title, "Cannot proceed");
   EXPECT_EQ(ui.log.back(), "modal:settings:5");
-  EXPECT_EQ(checks, 1);
   EXPECT_EQ(get_setting("Settings", "Restart_Flag", ""), "1");
   // The first-run pieces are put in place.
   EXPECT_TRUE(std::filesystem::is_directory(dir / "docs/My ARVEN Files"));
@@ -82,8 +80,10 @@ TEST_F(StartupTest, StoreOfAnotherDbVersionIsInvisible) {
   Main(ui, {});
   EXPECT_EQ(session().country_installed[13], 0);
   EXPECT_TRUE(session().ops_db_path.empty());
-  ASSERT_EQ(ui.messages.size(), 1u);  // only the no-databases message, nothing about DK
+  // The no-databases message, then the update check's; nothing about DK.
+  ASSERT_EQ(ui.messages.size(), 3u);
   EXPECT_EQ(ui.messages[0].title, "No Databases Installed");
+  for (size_t i = 1; i < ui.messages.size(); ++i) EXPECT_EQ(ui.messages[i].title, "Cannot proceed");
 }
 
 TEST_F(StartupTest, SplashMainPageAndRestartFlagInOrder) {
@@ -100,10 +100,12 @@ TEST_F(StartupTest, SplashMainPageAndRestartFlagInOrder) {
     order.push_back("page");
     session().update_state = 1;
   };
-  hooks.check_for_updates = [&](Ui&) { order.push_back("check"); };
   Main(ui, hooks);
-  EXPECT_EQ(order, (std::vector<std::string>{"init:2", "page", "check"}));
-  EXPECT_EQ(ui.log, (std::vector<std::string>{"modal:about:0", "window:main", "modal:settings:5"}));
+  EXPECT_EQ(order, (std::vector<std::string>{"init:2", "page"}));
+  // The update tab, its check first (no server configured).
+  EXPECT_EQ(ui.log,
+            (std::vector<std::string>{"modal:about:0", "window:main", "message:Cannot proceed",
+                                      "message:Cannot proceed", "modal:settings:5"}));
   EXPECT_EQ(get_setting("Settings", "Restart_Flag", ""), "0");
 
   // Consumed: the next start goes straight to the main page, and without

@@ -191,15 +191,19 @@
   // and `row` (0-based among the rows).
   function renderTable(t) {
     const hidden = new Set(t.hidden || []);
-    const cells = (tag, values) => values.map((v, i) => (hidden.has(i) ? null : el(tag, { text: v })));
+    const cells = (tag, values) => values.map((v, i) => (hidden.has(i) ? null : el(tag, { text: v, 'data-col': i })));
     const thead = el('thead', {}, [el('tr', {}, cells('th', t.header || []))]);
     const tbody = el('tbody');
     (t.rows || []).forEach((r, i) => {
       const tr = el('tr', { id: 'table-' + t.id + '-row-' + i, class: i === t.selected ? 'selected' : null },
         cells('td', r));
-      tr.addEventListener('click', () => {
+      // `colours`: a background per row, or null for the window's own.
+      const colour = (t.colours || [])[i];
+      if (colour) tr.style.background = colour;
+      tr.addEventListener('click', (e) => {
         markSelected(tbody, 'tr', tr);
-        post('command', { table: t.id, row: i });
+        const td = e.target.closest('td');
+        post('command', { table: t.id, row: i, col: td ? +td.dataset.col : -1 });
       });
       tbody.appendChild(tr);
     });
@@ -391,6 +395,24 @@
     }
   }
 
+  // Sliders: whole numbers from `min` to `max`; a change posts `slider`
+  // and `value`.
+  function renderSliders(target, sliders) {
+    if ((sliders || []).length && !$('slider-style')) {
+      document.head.appendChild(el('style', { id: 'slider-style', text:
+        'label.slider{display:flex;align-items:center;gap:8px;margin:6px 12px}' +
+        'label.slider input{width:220px}label.slider .slider-value{min-width:3em}' }));
+    }
+    for (const sl of sliders || []) {
+      const shown = el('span', { class: 'slider-value', id: 'slider-' + sl.id + '-value', text: String(sl.value) });
+      const input = el('input', { type: 'range', id: 'slider-' + sl.id, min: sl.min, max: sl.max, step: 1,
+        value: sl.value, 'aria-label': sl.label || sl.id });
+      input.addEventListener('input', () => { shown.textContent = input.value; });
+      input.addEventListener('change', () => post('command', { slider: sl.id, value: input.value }));
+      target.appendChild(el('label', { class: 'slider' }, [document.createTextNode((sl.label || '') + ' '), input, shown]));
+    }
+  }
+
   function renderButtons(target, buttons) {
     const row = el('div', { class: 'buttons' });
     for (const b of buttons || []) {
@@ -445,6 +467,7 @@
       tb.appendChild(el('fieldset', { class: 'radio-group' }, [el('legend', { text: r.label || '' }), renderRadios(r)]));
     }
     renderCheckboxes(tb, c.checkboxes);
+    renderSliders(tb, c.sliders);
     renderButtons(tb, c.buttons);
     for (const b of tb.querySelectorAll('.listbox, .table-scroll')) {
       const k = kept[b.id || 'table'];
@@ -533,6 +556,7 @@
     }
     if (s.ended) {
       document.body.replaceChildren(el('p', { class: 'ended', text: 'ARVEN has ended. You may close this page.' }));
+      waitForRestart();
       return;
     }
     if (printed !== null && s.print !== printed) $('page').contentWindow.print();
@@ -569,6 +593,19 @@
   const client = Array.from(crypto.getRandomValues(new Uint8Array(12)), (b) => b.toString(16).padStart(2, '0')).join('');
   const pause = (ms) => new Promise((res) => setTimeout(res, ms));
 
+  // After an update the downloader starts ARVEN again on the same address
+  // and token: the page then comes back by itself (for two minutes).
+  async function waitForRestart() {
+    const until = Date.now() + 120000;
+    while (Date.now() < until) {
+      await new Promise((res) => setTimeout(res, 1000));
+      try {
+        const r = await fetch('/main/state.json', { credentials: 'same-origin', cache: 'no-store' });
+        if (r.ok && !(await r.json()).ended) { location.href = '/main/'; return; }
+      } catch (e) { /* not back yet */ }
+    }
+  }
+
   async function loop() {
     while (true) {
       try {
@@ -584,6 +621,9 @@
         // next poll waits a moment, so that no page polls in a tight loop.
         if (unchanged) await pause(250);
       } catch (e) {
+        // The program may come back as a new run (after an update), whose
+        // versions start again from 1.
+        version = 0;
         await pause(1000);
       }
     }

@@ -1,0 +1,105 @@
+// Updates in a browser: a newer country store published on a real static
+// HTTP server is offered, the downloader installs it, and the program,
+// started again by the downloader, shows the new version.
+import { test } from 'node:test';
+import assert from 'node:assert/strict';
+import { execFileSync, spawn } from 'node:child_process';
+import crypto from 'node:crypto';
+import fs from 'node:fs';
+import path from 'node:path';
+import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, pageText, screenshotPath } from './lib.mjs';
+
+const STORES = ['new_arven_operations_DK.mdb', 'new_arven_operations_LU.mdb'];
+const missing = !STORES.every((s) => fs.existsSync(path.join(APP_SOURCE, 'dbases', s))) &&
+  `the demo stores are missing from ${path.join(APP_SOURCE, 'dbases')}`;
+
+// python3 -m http.server on 127.0.0.1 and a free port, serving `folder`.
+function staticServer(folder) {
+  return new Promise((resolve, reject) => {
+    const child = spawn('python3', ['-u', '-m', 'http.server', '0', '--bind', '127.0.0.1', '--directory', folder],
+      { stdio: ['ignore', 'pipe', 'ignore'] });
+    let out = '';
+    child.stdout.on('data', (d) => {
+      out += d;
+      const m = out.match(/port (\d+)/);
+      if (m) resolve({ child, address: 'http://127.0.0.1:' + m[1] });
+    });
+    child.on('exit', (code) => reject(new Error('the static server ended with ' + code + ': ' + out)));
+  });
+}
+
+// The Luxembourg store with a later Version date, published as the
+// pre-processor publishes: archive, checksum and version file.
+function publishNewerStore(dir, downloads) {
+  const store = path.join(dir, 'new_arven_operations_LU.mdb');
+  fs.copyFileSync(path.join(APP_SOURCE, 'dbases', 'new_arven_operations_LU.mdb'), store);
+  execFileSync('sqlite3', [store, `UPDATE "Version" SET "Version" = '2030-01-15 00:00:00'`]);
+  fs.mkdirSync(downloads, { recursive: true });
+  const zip = path.join(downloads, 'arven_db_LU.zip');
+  execFileSync('zip', ['-q', '-j', zip, store]);
+  const digest = crypto.createHash('sha256').update(fs.readFileSync(zip)).digest('hex');
+  fs.writeFileSync(zip + '.sha256', `${digest}  arven_db_LU.zip\n`);
+  fs.writeFileSync(path.join(downloads, 'arven_db_version_LU.csv'), '15/01/2030\n');
+  fs.writeFileSync(path.join(downloads, 'arven_version118.csv'), '1.1.8');
+}
+
+async function waitForServer(url, ms) {
+  const end = Date.now() + ms;
+  while (Date.now() < end) {
+    try {
+      if ((await fetch(url)).status < 500) return;
+    } catch { /* not listening yet */ }
+    await new Promise((r) => setTimeout(r, 200));
+  }
+  throw new Error('the program did not come back at ' + url);
+}
+
+test('a newer store is offered, downloaded, installed, and shown after the restart', { skip: missing }, async () => {
+  const sandbox = makeSandbox({ withStores: STORES });
+  const www = path.join(sandbox.dir, 'www');
+  publishNewerStore(sandbox.dir, path.join(www, 'downloads'));
+  const server = await staticServer(www);
+  const config = path.join(sandbox.home, '.config', 'arven');
+  fs.mkdirSync(config, { recursive: true });
+  fs.writeFileSync(path.join(config, 'ARVEN.ini'), `[Settings]\nUpdate_Server=${server.address}\nShowSplash=0\n`);
+  const program = await startProgram(sandbox, 'arven', [], { detached: true });
+  const browser = await launchBrowser();
+  try {
+    const page = await browser.newPage({ viewport: { width: 1200, height: 800 } });
+    await page.goto(program.url);
+    // The start-up check found the newer store: the welcome page says so.
+    await pageText(page, 'Updates are available');
+    await page.frameLocator('#page').locator('a', { hasText: 'Updates are available' }).click();
+    const lu = page.locator('#table-updates tbody tr', { hasText: 'Luxembourg (LU)' });
+    await lu.locator('td', { hasText: 'YES' }).waitFor();
+    assert.match(await lu.innerText(), /Database: Luxembourg \(LU\)\s+\S+\s+YES\s+15\/01\/2030\s+Download\s+29/);
+    // The row offered is coloured (the page may be redrawn meanwhile: ask the page itself).
+    await page.waitForFunction(() => [...document.querySelectorAll('#table-updates tbody tr')].some((tr) =>
+      tr.textContent.includes('Luxembourg') && getComputedStyle(tr).backgroundColor === 'rgb(255, 128, 128)'));
+    await page.locator('#download-label', { hasText: "Click 'download' column to download an update" }).waitFor();
+    await page.screenshot({ path: screenshotPath('updates-offered') });
+
+    // Download: the program ends, the downloader installs and starts it again.
+    await lu.locator('td[data-col="4"]').click();
+    await answer(page, 'Update software', 'Yes');
+    await waitForServer(program.url, 30000);
+
+    // The page finds the program again by itself (whether or not it saw the
+    // end: the restart can be quicker than its next look).
+    await pageText(page, 'Check for updates.', 30000);
+    await page.frameLocator('#page').locator('a', { hasText: 'Check for updates.' }).click();
+    const row = page.locator('#table-updates tbody tr', { hasText: 'Luxembourg (LU)' });
+    await row.locator('td', { hasText: 'NO' }).waitFor();
+    assert.match(await row.innerText(), /Database: Luxembourg \(LU\)\s+15\/01\/2030\s+NO/);
+    await page.screenshot({ path: screenshotPath('updates-installed') });
+    const installed = execFileSync('sqlite3', [path.join(sandbox.app, 'dbases', 'new_arven_operations_LU.mdb'),
+      'SELECT "Version" FROM "Version"']).toString().trim();
+    assert.equal(installed, '2030-01-15 00:00:00');
+  } finally {
+    await browser.close();
+    // The program's group holds the downloader and the program it started again.
+    try { process.kill(-program.child.pid, 'SIGTERM'); } catch { /* already gone */ }
+    server.child.kill();
+    fs.rmSync(sandbox.dir, { recursive: true, force: true });
+  }
+});
