@@ -3,14 +3,28 @@
 # and npm packages), builds, and prepares the program folder build/app with
 # its assets and the demo master stores. Quick when everything is in place.
 #
-#   scripts/setup.sh [--with-browser]    (--with-browser: the browser tests' Chromium)
+#   scripts/setup.sh [--with-browser] [--with-checks | --checks-only]
+#
+# --with-browser: the browser tests' Chromium. --with-checks: also the
+# checked build in build-check (clang, address and undefined-behaviour
+# sanitizers, the fuzz targets); --checks-only: that build alone.
 set -euo pipefail
 
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 BUILD="$ROOT/build"
+CHECK="$ROOT/build-check"
 APP="$BUILD/app"
 WITH_BROWSER=0
-[ "${1:-}" = "--with-browser" ] && WITH_BROWSER=1
+WITH_CHECKS=0
+CHECKS_ONLY=0
+for arg in "$@"; do
+  case "$arg" in
+    --with-browser) WITH_BROWSER=1 ;;
+    --with-checks) WITH_CHECKS=1 ;;
+    --checks-only) WITH_CHECKS=1 CHECKS_ONLY=1 ;;
+    *) echo "setup.sh: unknown option $arg" >&2; exit 2 ;;
+  esac
+done
 
 log() { printf '[setup] %s\n' "$*"; }
 
@@ -19,6 +33,7 @@ packages=(cmake g++ make pkg-config clang-format libsqlite3-dev libcpp-httplib-d
   libcurl4-openssl-dev libssl-dev libfmt-dev nlohmann-json3-dev libpugixml-dev libxlsxwriter-dev libgtest-dev libbenchmark-dev
   sqlite3 zip unzip ca-certificates xdg-utils python3)
 [ "$WITH_BROWSER" = 1 ] && packages+=(chromium fonts-dejavu-core)
+[ "$WITH_CHECKS" = 1 ] && packages+=(clang libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
@@ -40,6 +55,22 @@ if [ ! -f "$stamp" ] || ! cmp -s "$ROOT/package-lock.json" "$stamp"; then
   log "installing npm packages"
   (cd "$ROOT" && npm ci --no-audit --no-fund --loglevel=error)
   cp "$ROOT/package-lock.json" "$stamp"
+fi
+
+# ---- checked build ----------------------------------------------------------------
+if [ "$WITH_CHECKS" = 1 ]; then
+  if [ ! -f "$CHECK/CMakeCache.txt" ]; then
+    CC=clang CXX=clang++ cmake -S "$ROOT" -B "$CHECK" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+      -DARVEN_SANITIZE=ON -DARVEN_FUZZ=ON -DARVEN_BENCH=OFF >/dev/null
+  fi
+  log "building the checked build (sanitizers, fuzz targets)"
+  if ! cmake --build "$CHECK" -j"$(nproc)" >"$CHECK/build.log" 2>&1; then
+    cat "$CHECK/build.log"
+    log "checked build failed"
+    exit 1
+  fi
+  grep -E 'warning|error' "$CHECK/build.log" || true
+  [ "$CHECKS_ONLY" = 1 ] && exit 0
 fi
 
 # ---- build ----------------------------------------------------------------------
