@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "core/numbers.h"
 #include "core/session.h"
+#include "core/utf8.h"
 #include "engine/catalogue.h"
 #include "engine/explorer_state.h"
 #include "reports/explorer_window.h"
+#include "reports/operation_reports.h"
 #include "reports/page_commands.h"
 #include "stores/db.h"
 #include "support/store_fixture.h"
@@ -249,6 +254,30 @@ TEST_F(ExplorerTest, NoFileAsksBeforeChoosingAndTheExplorerRefusesToCloseWhileWo
   EXPECT_EQ(ui_.messages.back().title, "ARVEN Software Working");
   explorer_state().update_running = false;
   EXPECT_TRUE(explorer_query_close(ui_));
+}
+
+}  // namespace
+}  // namespace arven
+
+namespace arven {
+namespace {
+
+// A name stored in another encoding (Latin-1 "é") reaches the pages as
+// valid UTF-8, with the replacement character where the byte stood.
+TEST_F(ExplorerTest, NamesInAnotherEncodingGiveValidPages) {
+  operation(14, 1, "Haie \xe9paisse", true);
+  open_file();
+  addto_oplist(ui_, 14);
+  Db(Db::open(session().current_file))
+      .exec("UPDATE Operations SET \"Operation Name\" = ? WHERE \"Operation ID\" = 14",
+            {Value(std::string("Haie \xe9paisse"))});
+  show_myops(ui_);
+  catalogue().chosen.select(0);
+  myops_list_html(ui_);
+  std::ifstream in(std::filesystem::path(session().app_folder) / "oplist.htm");
+  const std::string page((std::istreambuf_iterator<char>(in)), {});
+  EXPECT_TRUE(is_valid_utf8(page));
+  EXPECT_NE(page.find("Haie \xEF\xBF\xBDpaisse"), std::string::npos);
 }
 
 }  // namespace
