@@ -13,6 +13,7 @@
 
 #include "core/numbers.h"
 #include "core/session.h"
+#include "core/utf8.h"
 
 namespace arven {
 
@@ -20,10 +21,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A cell as it is exported: plain text, "null" (no value) as empty.
+// A cell as it is exported: plain text, "null" (no value) as empty, and
+// valid UTF-8 whatever encoding a store gave a name.
 std::string export_text(const std::string& cell) {
   if (cell == "null") return "";
-  return html_unescape(cell);
+  return valid_utf8(html_unescape(cell));
 }
 
 std::string csv_field(const std::string& text) {
