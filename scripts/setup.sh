@@ -57,33 +57,27 @@ if [ ! -f "$stamp" ] || ! cmp -s "$ROOT/package-lock.json" "$stamp"; then
   cp "$ROOT/package-lock.json" "$stamp"
 fi
 
-# ---- checked build ----------------------------------------------------------------
-if [ "$WITH_CHECKS" = 1 ]; then
-  if [ ! -f "$CHECK/CMakeCache.txt" ]; then
-    CC=clang CXX=clang++ cmake -S "$ROOT" -B "$CHECK" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-      -DARVEN_SANITIZE=ON -DARVEN_FUZZ=ON -DARVEN_BENCH=OFF >/dev/null
-  fi
-  log "building the checked build (sanitizers, fuzz targets)"
-  if ! cmake --build "$CHECK" -j"$(nproc)" >"$CHECK/build.log" 2>&1; then
-    cat "$CHECK/build.log"
-    log "checked build failed"
+# ---- builds ------------------------------------------------------------------------
+# build_in DIR LABEL [CMAKE OPTIONS...]: configures DIR once, then builds it.
+build_in() {
+  local dir="$1" label="$2"
+  shift 2
+  [ -f "$dir/CMakeCache.txt" ] || cmake -S "$ROOT" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
+  log "building $label"
+  if ! cmake --build "$dir" -j"$(nproc)" >"$dir/build.log" 2>&1; then
+    cat "$dir/build.log"
+    log "$label: build failed"
     exit 1
   fi
-  grep -E 'warning|error' "$CHECK/build.log" || true
+  grep -E 'warning|error' "$dir/build.log" || true
+}
+
+if [ "$WITH_CHECKS" = 1 ]; then
+  CC=clang CXX=clang++ build_in "$CHECK" "the checked build (sanitizers, fuzz targets)" \
+    -DARVEN_SANITIZE=ON -DARVEN_FUZZ=ON -DARVEN_BENCH=OFF
   [ "$CHECKS_ONLY" = 1 ] && exit 0
 fi
-
-# ---- build ----------------------------------------------------------------------
-if [ ! -f "$BUILD/CMakeCache.txt" ]; then
-  cmake -S "$ROOT" -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-fi
-log "building"
-if ! cmake --build "$BUILD" -j"$(nproc)" >"$BUILD/build.log" 2>&1; then
-  cat "$BUILD/build.log"
-  log "build failed"
-  exit 1
-fi
-grep -E 'warning|error' "$BUILD/build.log" || true
+build_in "$BUILD" "the program"
 
 # ---- program folder ---------------------------------------------------------------
 mkdir -p "$APP/dbases" "$APP/javascript" "$APP/graphics" "$APP/help"
