@@ -59,8 +59,10 @@ constexpr size_t kLongestFileName = 255 - 8;
 std::string file_name_fault(const std::string& name) {
   const bool control =
       std::any_of(name.begin(), name.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; });
-  if (name == "." || name == ".." || name.find_first_of("/\\") != std::string::npos || control)
-    return "The file name is not valid. A name may not contain / \\ or control characters.";
+  // A leading dot would hide the file from the chooser's own list.
+  if (name.empty() || name[0] == '.' || name.find_first_of("/\\") != std::string::npos || control)
+    return "The file name is not valid. A name may not begin with a dot or contain / \\ or "
+           "control characters.";
   if (name.size() > kLongestFileName)
     return "The file name is too long. Use at most " + std::to_string(kLongestFileName) +
            " characters.";

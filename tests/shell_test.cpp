@@ -456,8 +456,8 @@ TEST_F(ShellTest, FileChooserRefusesBadNamesAndAsksAgain) {
     return c.Post("/main/answer", page(), form)->status;
   };
   int last = 0;
-  for (const std::string& bad :
-       {std::string("two\r\nlines"), std::string(251, 'n'), std::string("../up")}) {
+  for (const std::string& bad : {std::string("two\r\nlines"), std::string(251, 'n'),
+                                 std::string("../up"), std::string(".hidden")}) {
     auto chooser = next_dialog(last);
     ASSERT_EQ(chooser["kind"], "file");
     EXPECT_EQ(answer(chooser, "Save", bad), 200);
