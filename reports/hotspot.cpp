@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,13 @@ void head(GridTable& grid, int cols) {
   grid = GridTable(cols);
   grid.add_row();
   grid.cell(0, 0) = "NUTS3";
+}
+
+// The progress bar by row; a large region moves it once per percent, since
+// every report republishes the windows.
+void report_row(Ui& ui, int row, int rows) {
+  if (row == 1 || row == rows || row * 100 / rows != (row - 1) * 100 / rows)
+    ui.progress(row, rows, "Compiling data...");
 }
 
 double cell_value(const std::string& text) {
@@ -139,12 +147,17 @@ bool hotspot_hub(Ui& ui, int64_t rvc_type) {
     }
   }
   const int n = static_cast<int>(rows.size());
+  std::map<int64_t, std::vector<int64_t>> areas_by_country;
+  for (const RunRow& row : rows) areas_by_country[row.country].push_back(row.area);
+  std::vector<int64_t> rvc_ids;
+  for (const RvcInfo& rvc : rvcs) rvc_ids.push_back(rvc.id);
+  for (const auto& [country, areas] : areas_by_country) stores.preload(country, 3, areas, rvc_ids);
 
   // List1: the region's largest "Max" of each RVC.
   std::vector<double> list1(rvcs.size(), 0.0);
   for (int r = 1; r <= n; ++r) {
     const RunRow& row = rows[static_cast<size_t>(r - 1)];
-    ui.progress(r, 2 * n, "Compiling data...");
+    report_row(ui, r, 2 * n);
     for (int c = 1; c < cols; ++c) {
       if (hotspot_cancel()) return false;
       const RvcInfo& rvc = rvcs[static_cast<size_t>(c - 1)];
@@ -161,7 +174,7 @@ bool hotspot_hub(Ui& ui, int64_t rvc_type) {
   const bool exclude_setting = s.hotspot_exclude_C0 == 1;
   for (int r = 1; r <= n; ++r) {
     const RunRow& row = rows[static_cast<size_t>(r - 1)];
-    ui.progress(n + r, 2 * n, "Compiling data...");
+    report_row(ui, n + r, 2 * n);
     for (int c = 1; c < cols; ++c) {
       const RvcInfo& rvc = rvcs[static_cast<size_t>(c - 1)];
       std::string& cell4 = b.MSFlexGrid4.cell(r, c);

@@ -74,7 +74,7 @@ RvcStores::Open* RvcStores::open(int64_t country) {
   if (country >= 1 && country <= kCountryCount &&
       s.country_installed[static_cast<size_t>(country)] != 0 &&
       !s.country_db_path[static_cast<size_t>(country)].empty())
-    o.reset(new Open{Db::open(s.country_db_path[static_cast<size_t>(country)]), {}, {}});
+    o.reset(new Open{Db::open(s.country_db_path[static_cast<size_t>(country)]), {}, {}, {}});
   return (open_[country] = std::move(o)).get();
 }
 
@@ -170,6 +170,11 @@ std::optional<RvcStores::Data> RvcStores::data(int64_t country, int level, int64
                                                int64_t rvc_id) {
   Open* o = open(country);
   if (!o || level < 0 || level > 3) return std::nullopt;
+  if (const Loaded* l = loaded(*o, level, area, rvc_id)) {
+    auto it = l->data.find({area, rvc_id});
+    if (it == l->data.end()) return std::nullopt;
+    return it->second;
+  }
   const std::string k = std::to_string(level);
   Rows& rows =
       read(*o,
@@ -185,6 +190,10 @@ std::vector<RvcStores::DistRow> RvcStores::dist(int64_t country, int level, int6
   std::vector<DistRow> out;
   Open* o = open(country);
   if (!o || level < 0 || level > 3) return out;
+  if (const Loaded* l = loaded(*o, level, area, rvc_id)) {
+    auto it = l->dist.find({area, rvc_id});
+    return it == l->dist.end() ? out : it->second;
+  }
   const std::string k = std::to_string(level);
   Rows& rows =
       read(*o,
@@ -193,6 +202,40 @@ std::vector<RvcStores::DistRow> RvcStores::dist(int64_t country, int level, int6
            {Value(area), Value(rvc_id)});
   while (rows.next()) out.push_back({rows.get(0).as_double(), rows.get(1).as_double()});
   return out;
+}
+
+const RvcStores::Loaded* RvcStores::loaded(Open& o, int level, int64_t area, int64_t rvc_id) const {
+  auto it = o.loaded.find(level);
+  if (it == o.loaded.end() || !it->second.wanted.count({area, rvc_id})) return nullptr;
+  return &it->second;
+}
+
+void RvcStores::preload(int64_t country, int level, const std::vector<int64_t>& areas,
+                        const std::vector<int64_t>& rvc_ids) {
+  Open* o = open(country);
+  if (!o || level < 0 || level > 3) return;
+  Loaded& l = o->loaded[level];
+  for (int64_t area : areas)
+    for (int64_t rvc_id : rvc_ids) l.wanted.insert({area, rvc_id});
+  const std::string k = std::to_string(level);
+  // Table order, as the keyed reads give: the first data row of a pair
+  // counts, and distribution rows keep their stored order.
+  auto data = o->db.query("SELECT \"NUTS" + k +
+                          "_ID\", \"RVC ID\", \"Average\", \"Min\", \"Max\" FROM \"NUTS" + k +
+                          "_RVC_Data\" ORDER BY rowid");
+  while (data.next()) {
+    AreaRvc key{data.get(0).as_int(), data.get(1).as_int()};
+    if (l.wanted.count(key) && !l.data.count(key))
+      l.data.emplace(key, Data{data.get(2), data.get(3), data.get(4)});
+  }
+  auto dist = o->db.query("SELECT \"NUTS" + k +
+                          "_ID\", \"RVC ID\", \"RVC Class\", \"Percent\" FROM \"NUTS" + k +
+                          "_RVC_Data_Dist\" ORDER BY rowid");
+  while (dist.next()) {
+    AreaRvc key{dist.get(0).as_int(), dist.get(1).as_int()};
+    if (l.wanted.count(key))
+      l.dist[key].push_back({dist.get(2).as_double(), dist.get(3).as_double()});
+  }
 }
 
 }  // namespace arven

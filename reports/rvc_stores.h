@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -78,13 +79,27 @@ class RvcStores {
     double rvc_class = 0, percent = 0;
   };
   std::vector<DistRow> dist(int64_t country, int level, int64_t area, int64_t rvc_id);
+  // Reads NUTS<level>_RVC_Data and _Dist of the country once, keeping the
+  // rows of these areas and RVCs, so that data() and dist() of a large
+  // region do not each scan the tables (they have no index). The results
+  // are those of the reads one by one.
+  void preload(int64_t country, int level, const std::vector<int64_t>& areas,
+               const std::vector<int64_t>& rvc_ids);
 
  private:
+  using AreaRvc = std::pair<int64_t, int64_t>;
+  struct Loaded {
+    std::set<AreaRvc> wanted;
+    std::map<AreaRvc, Data> data;
+    std::map<AreaRvc, std::vector<DistRow>> dist;
+  };
   struct Open {
     Db db;
     std::map<std::string, Statement> reads;
     std::map<int64_t, std::optional<RvcInfo>> rvcs;
+    std::map<int, Loaded> loaded;  // by level
   };
+  const Loaded* loaded(Open& o, int level, int64_t area, int64_t rvc_id) const;
   Open* open(int64_t country);
   Rows& read(Open& o, const std::string& sql, const std::vector<Value>& params);
   std::map<int64_t, std::unique_ptr<Open>> open_;

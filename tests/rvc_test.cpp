@@ -139,6 +139,26 @@ TEST_F(RvcTest, TablesTakeBareCountryKeysAndPrintMissingAsEmpty) {
   EXPECT_EQ(rvc_browser().MSFlexGrid2.cell(1, 0), "13");
 }
 
+TEST_F(RvcTest, PreloadedReadsAreThoseOfTheKeyedReads) {
+  RvcStores keyed, loaded;
+  loaded.preload(kDK, 3, {1, 2, 3}, {1, 2, 9});
+  for (int64_t area : {1, 2, 3})
+    for (int64_t rvc_id : {1, 2, 9}) {
+      auto a = keyed.data(kDK, 3, area, rvc_id), b = loaded.data(kDK, 3, area, rvc_id);
+      ASSERT_EQ(a.has_value(), b.has_value());
+      if (a) {
+        EXPECT_EQ(a->average.as_text(), b->average.as_text());
+        EXPECT_EQ(a->max.as_text(), b->max.as_text());
+      }
+      auto da = keyed.dist(kDK, 3, area, rvc_id), db = loaded.dist(kDK, 3, area, rvc_id);
+      ASSERT_EQ(da.size(), db.size());
+      for (size_t i = 0; i < da.size(); ++i) {
+        EXPECT_EQ(da[i].rvc_class, db[i].rvc_class);
+        EXPECT_EQ(da[i].percent, db[i].percent);
+      }
+    }
+}
+
 TEST_F(RvcTest, KeyHasFiftyColourCells) {
   PageFile out("key.htm");
   rvc_key(out, 1, 1);
