@@ -9,6 +9,7 @@
 #include "core/session.h"
 #include "reports/hotspot.h"
 #include "reports/rvc_browser.h"
+#include "silent_ui.h"
 #include "stores/db.h"
 #include "synthetic_country.h"
 
@@ -16,19 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A Ui that shows nothing; timers run at once.
-class QuietUi : public arven::Ui {
- public:
-  arven::Answer message_box(const std::string&, const std::string&, arven::MsgButtons,
-                            arven::MsgIcon) override {
-    return arven::Answer::Ok;
-  }
-  std::string file_dialog(const arven::FileDialogRequest&) override { return ""; }
-  void show_modal(const std::string&, int) override {}
-  void show_window(const std::string&) override {}
-  void navigate(const std::string&, const std::string&) override {}
-  void progress(int, int, const std::string&) override {}
-};
+using arven::bench::SilentUi;
 
 // The synthetic country SK (400 NUTS3 areas, 40 RVCs of which 9 of the
 // browser's type) installed as the country store, and an assessment whose
@@ -66,7 +55,7 @@ RvcCountry& country() {
 
 void BM_hotspot_report_400_areas(benchmark::State& state) {
   country();
-  QuietUi ui;
+  SilentUi ui;
   for (auto _ : state) {
     if (!arven::hotspot_hub(ui, arven::kBrowserRvcType)) state.SkipWithError("cancelled");
   }
@@ -77,7 +66,7 @@ BENCHMARK(BM_hotspot_report_400_areas)->Unit(benchmark::kMillisecond);
 
 void BM_rvc_index_page(benchmark::State& state) {
   country();
-  QuietUi ui;
+  SilentUi ui;
   for (auto _ : state) arven::top_index(ui);
 }
 BENCHMARK(BM_rvc_index_page)->Unit(benchmark::kMillisecond);
@@ -85,14 +74,14 @@ BENCHMARK(BM_rvc_index_page)->Unit(benchmark::kMillisecond);
 // The country's own page (its NUTS1 areas) and a NUTS2 page of ten NUTS3 areas.
 void BM_rvc_country_page(benchmark::State& state) {
   country();
-  QuietUi ui;
+  SilentUi ui;
   for (auto _ : state) arven::nuts_index(ui, "SK");
 }
 BENCHMARK(BM_rvc_country_page)->Unit(benchmark::kMillisecond);
 
 void BM_rvc_details_page(benchmark::State& state) {
   country();
-  QuietUi ui;
+  SilentUi ui;
   for (auto _ : state) arven::details(ui, "SK1");
 }
 BENCHMARK(BM_rvc_details_page)->Unit(benchmark::kMillisecond);

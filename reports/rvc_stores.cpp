@@ -94,40 +94,35 @@ Rows& RvcStores::read(Open& o, const std::string& sql, const std::vector<Value>&
   return it->second.query(params);
 }
 
-NutsArea RvcStores::area(int64_t country, int level, int64_t id) {
+NutsArea RvcStores::find_area(int64_t country, int level, bool by_code, const Value& key) {
   NutsArea a;
-  a.id = id;
+  if (by_code)
+    a.code = key.as_text();
+  else
+    a.id = key.as_int();
   Open* o = open(country);
   if (!o || level < 0 || level > 3) return a;
   const std::string k = std::to_string(level);
-  Rows& rows = read(*o,
-                    "SELECT \"NAME\", \"NUTS\" FROM \"NUTS" + k + "\" WHERE \"NUTS" + k +
-                        "_ID\" = ? ORDER BY rowid LIMIT 1",
-                    {Value(id)});
-  if (rows.next()) {
-    a.found = true;
-    a.name = rows.get(0).as_text();
-    a.code = rows.get(1).as_text();
-  }
-  return a;
-}
-
-NutsArea RvcStores::area_by_code(int64_t country, int level, const std::string& code) {
-  NutsArea a;
-  a.code = code;
-  Open* o = open(country);
-  if (!o || level < 0 || level > 3) return a;
-  const std::string k = std::to_string(level);
-  Rows& rows = read(*o,
-                    "SELECT \"NUTS" + k + "_ID\", \"NAME\" FROM \"NUTS" + k +
-                        "\" WHERE \"NUTS\" = ? ORDER BY rowid LIMIT 1",
-                    {Value(code)});
+  Rows& rows =
+      read(*o,
+           "SELECT \"NUTS" + k + "_ID\", \"NAME\", \"NUTS\" FROM \"NUTS" + k + "\" WHERE " +
+               quote_name(by_code ? "NUTS" : "NUTS" + k + "_ID") + " = ? ORDER BY rowid LIMIT 1",
+           {key});
   if (rows.next()) {
     a.found = true;
     a.id = rows.get(0).as_int();
     a.name = rows.get(1).as_text();
+    a.code = rows.get(2).as_text();
   }
   return a;
+}
+
+NutsArea RvcStores::area(int64_t country, int level, int64_t id) {
+  return find_area(country, level, false, Value(id));
+}
+
+NutsArea RvcStores::area_by_code(int64_t country, int level, const std::string& code) {
+  return find_area(country, level, true, Value(code));
 }
 
 std::vector<int64_t> RvcStores::areas_within(int64_t country, int level, int parent_level,

@@ -101,6 +101,7 @@ class RvcStores {
   };
   const Loaded* loaded(Open& o, int level, int64_t area, int64_t rvc_id) const;
   Open* open(int64_t country);
+  NutsArea find_area(int64_t country, int level, bool by_code, const Value& key);
   Rows& read(Open& o, const std::string& sql, const std::vector<Value>& params);
   std::map<int64_t, std::unique_ptr<Open>> open_;
 };
