@@ -32,6 +32,31 @@ bool ends_with(const std::string& text, std::string_view end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
+// A code from a link as valid UTF-8: each byte that starts no valid
+// sequence becomes U+FFFD, so the page name can go into the window's state.
+std::string valid_code(const std::string& text) {
+  std::string out;
+  for (size_t i = 0; i < text.size();) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    const size_t n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+    bool ok = n > 0 && i + n <= text.size() && !(n == 2 && c < 0xC2);
+    for (size_t k = 1; ok && k < n; ++k) ok = (static_cast<unsigned char>(text[i + k]) >> 6) == 2;
+    if (ok && n > 2) {  // no overlong forms, surrogates or values above U+10FFFF
+      const auto d = static_cast<unsigned char>(text[i + 1]);
+      ok = !(c == 0xE0 && d < 0xA0) && !(c == 0xED && d >= 0xA0) && !(c == 0xF0 && d < 0x90) &&
+           !(c == 0xF4 && d >= 0x90) && c <= 0xF4;
+    }
+    if (ok) {
+      out.append(text, i, n);
+      i += n;
+    } else {
+      out += "\xEF\xBF\xBD";
+      ++i;
+    }
+  }
+  return out;
+}
+
 // Selects the store of a code's country as the current RVC store.
 void select_country_store(int64_t country) {
   Session& s = session();
@@ -297,9 +322,9 @@ bool dispatch_rvc_navigation(Ui& ui, const std::string& target) {
   } else if (ends_with(t, "details.htm")) {
     std::string code = target.substr(0, target.size() - std::string_view("details.htm").size());
     if (ends_with(code, "_")) code.pop_back();
-    details_load(ui, code);
+    details_load(ui, valid_code(code));
   } else {
-    nuts_index(ui, target.substr(0, target.size() - (ends_with(t, ".htm") ? 4 : 3)));
+    nuts_index(ui, valid_code(target.substr(0, target.size() - (ends_with(t, ".htm") ? 4 : 3))));
   }
   return true;
 }

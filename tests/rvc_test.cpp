@@ -121,6 +121,11 @@ TEST_F(RvcTest, UnknownAndMalformedCodesStillGetTheirBreadcrumb) {
             std::string::npos);
   nuts_index(ui_, "Q<1");
   EXPECT_NE(page("Q<1.htm").find("<a href=Q%3C1.htm>NUTS1: Q&lt;1</a>"), std::string::npos);
+  // Bytes that are no UTF-8 would break the window's state: they are replaced.
+  EXPECT_TRUE(dispatch_rvc_navigation(ui_, "DK\xff.htm"));
+  EXPECT_EQ(ui_.log.back(), "navigate:rvc:DK\xEF\xBF\xBD.htm");
+  EXPECT_TRUE(dispatch_rvc_navigation(ui_, "\xed\xa0\x80\xc3\xa6.htm"));  // a surrogate, then æ
+  EXPECT_EQ(ui_.log.back(), "navigate:rvc:\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xc3\xa6.htm");
   details(ui_, "X");
   EXPECT_NE(page("X_details.htm").find("<small>Index </small>"), std::string::npos);
 }
