@@ -160,6 +160,7 @@ void rvc_browser_open(Ui& ui, int tab, const std::string& area_code) {
     hotspot_load(ui, kBrowserRvcType);
     return;
   }
+  rvc_browser().report_shown = false;  // browsing: no report tabs
   wait_page("working.htm", "Compiling index data...");
   ui.navigate(kWindow, "working.htm");
   ui.set_timer([&ui, area_code] {
