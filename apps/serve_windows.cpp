@@ -11,6 +11,7 @@
 #include "shell/main_views.h"
 #include "shell/opman_view.h"
 #include "shell/regions_view.h"
+#include "shell/rvc_view.h"
 #include "shell/server.h"
 #include "shell/settings_view.h"
 #include "shell/worker.h"
@@ -29,6 +30,7 @@ int serve_windows(const AppOptions& options, int admin_mode, const char* program
   shell::register_opman_window(ui);
   shell::register_explorer_window(ui);
   shell::register_settings_window(ui);
+  shell::register_rvc_window(ui);
   if (register_more) register_more(ui);
   worker.after_event = [&ui] { ui.refresh_controls(); };
   worker.on_failure = [&ui](const std::string& what) { ui.show_failure(what); };

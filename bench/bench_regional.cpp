@@ -16,6 +16,7 @@
 #include "reports/mac_curves.h"
 #include "reports/operation_reports.h"
 #include "reports/page_commands.h"
+#include "silent_ui.h"
 #include "stores/db.h"
 #include "stores/schema.h"
 
@@ -29,19 +30,7 @@ constexpr int kOperations = 100;
 constexpr int kActivities = 40;
 constexpr int kRowsPerArea = 8;
 
-// A Ui that answers Yes and shows nothing.
-class SilentUi : public arven::Ui {
- public:
-  arven::Answer message_box(const std::string&, const std::string&, arven::MsgButtons,
-                            arven::MsgIcon) override {
-    return arven::Answer::Yes;
-  }
-  std::string file_dialog(const arven::FileDialogRequest&) override { return ""; }
-  void show_modal(const std::string&, int) override {}
-  void show_window(const std::string&) override {}
-  void navigate(const std::string&, const std::string&) override {}
-  void progress(int, int, const std::string&) override {}
-};
+using arven::bench::SilentUi;
 
 // A synthetic country of 400 NUTS3 areas with eight impact rows per area and
 // operation for 100 operations (four plain GHG rows, one sequestration row,

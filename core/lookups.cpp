@@ -504,11 +504,22 @@ std::string rvc_gradient_colour(int64_t rvc_id, double value) {
   Db db = Db::open(rvc_path());
   auto row = find_row(db, "RVC_List", {"Euro max", "Euro min"}, {{"RVC ID", Value(rvc_id)}});
   if (!row) return kGradient.back();
-  double span = (*row)[0].as_double() - (*row)[1].as_double() + 1;
-  if (span == 0)
+  try {
+    return range_gradient_colour((*row)[1].as_double(), (*row)[0].as_double(), value);
+  } catch (const std::domain_error&) {
     db.fail("RVC " + std::to_string(rvc_id) +
             " has Euro max - Euro min + 1 = 0, so it has no colour scale");
+  }
+}
+
+std::string range_gradient_colour(double euro_min, double euro_max, double value) {
+  double span = euro_max - euro_min + 1;
+  if (span == 0) throw std::domain_error("an RVC range of Euro max - Euro min + 1 = 0");
   return gradient_entry(50 / span, value);
+}
+
+const std::array<const char*, 50>& gradient_scale() {
+  return kGradient;
 }
 
 std::string percent_gradient_colour(double percent) {
@@ -519,6 +530,10 @@ bool is_hotspot(int64_t rvc_id, double value, double regional_max) {
   double maximum = regional_max;
   if (session().hotspot_regional == 0)
     maximum = get_field(rvc_path(), "RVC_List", "Euro max", "RVC ID", rvc_id).as_double();
+  return hotspot_at(maximum, value);
+}
+
+bool hotspot_at(double maximum, double value) {
   if (maximum == 0) return false;
   double third = maximum / 3;
   double two_thirds = 2 * third;

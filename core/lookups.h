@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -156,6 +157,11 @@ int rvc_band_colour(int64_t rvc_id, double value);
 // The RVC value's colour "rrggbb" on the 50-step scale of the RVC's range;
 // "00ff13" (the lowest step) when the RVC has no row.
 std::string rvc_gradient_colour(int64_t rvc_id, double value);
+// rvc_gradient_colour for an RVC whose range is known; throws
+// std::domain_error when Euro max - Euro min + 1 is 0.
+std::string range_gradient_colour(double euro_min, double euro_max, double value);
+// The 50 colours of the scale, the highest value's first.
+const std::array<const char*, 50>& gradient_scale();
 // A percentage's colour on the same 50-step scale, for the range 0..100.
 std::string percent_gradient_colour(double percent);
 // Whether the value is a hotspot: above two thirds of the maximum, or above
@@ -163,5 +169,7 @@ std::string percent_gradient_colour(double percent);
 // Euro max, or `regional_max` when session().hotspot_regional is set; a
 // maximum of 0 is never a hotspot.
 bool is_hotspot(int64_t rvc_id, double value, double regional_max);
+// is_hotspot once the maximum is chosen.
+bool hotspot_at(double maximum, double value);
 
 }  // namespace arven

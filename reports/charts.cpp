@@ -1,8 +1,10 @@
 #include "reports/charts.h"
 
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 
+#include "core/numbers.h"
 #include "core/session.h"
 
 namespace arven {
@@ -77,12 +79,20 @@ void no_legend(PageFile& out) {
   block(out, "legend", {"enabled: false"});
 }
 
-// Cells [first, last] of row r joined by ", ", as they stand.
+// A cell as a number of the script: always with '.', whatever the locale's
+// decimal separator ("12,5" would be two array entries). "null", an empty
+// cell or text that is no number leave a gap.
+std::string script_number(std::string_view cell) {
+  auto value = cell == "null" ? std::nullopt : parse_number(cell);
+  return value ? number_to_text(*value) : "null";
+}
+
+// Cells [first, last] of row r joined by ", ", as script numbers.
 std::string joined_cells(const GridTable& grid, int r, int first) {
   std::string text;
   for (int c = first; c < grid.cols(); ++c) {
     if (c > first) text += ", ";
-    text += grid.cell(r, c);
+    text += script_number(grid.cell(r, c));
   }
   return text;
 }
@@ -283,7 +293,7 @@ void chart_regional_bar(PageFile& out, const GridTable& grid, const std::string&
   std::string values;
   for (int r = 1; r < grid.rows(); ++r) {
     if (r > 1) values += ", ";
-    values += grid.cell(r, chart_kind);
+    values += script_number(grid.cell(r, chart_kind));
   }
 
   open_script(out);
@@ -340,8 +350,8 @@ void chart_rvc_pie(PageFile& out, int64_t rvc_id, const std::string& short_name,
   std::string data;
   for (const PieBand& band : bands) {
     if (!data.empty()) data += ", ";
-    data += "{name: '" + js_text(band.name) + "', y: " + band.percent + ", color: '#" +
-            js_text(band.colour) + "'}";
+    data += "{name: '" + js_text(band.name) + "', y: " + script_number(band.percent) +
+            ", color: '#" + js_text(band.colour) + "'}";
   }
   open_script(out);
   block(out, "chart",

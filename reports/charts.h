@@ -15,8 +15,9 @@ namespace arven {
 //
 // Names (operations, measures, regions, RVCs, bands) are taken as plain
 // text, not yet HTML-escaped: the scripts escape them for HTML and for the
-// script's string literals themselves. Numbers go out as the cells hold them;
-// a cell "null" leaves a gap in the series.
+// script's string literals themselves. Numbers are read from the cells (in
+// either decimal form) and always written with '.'; a cell "null", an empty
+// cell or one that is no number leaves a gap in the series.
 
 // Columns of one row of a grid of time horizons (row 0 the horizons in
 // columns 1..n, `row` the values). `ghg` picks the unit: tCO2e or impact.

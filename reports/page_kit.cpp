@@ -1,5 +1,6 @@
 #include "reports/page_kit.h"
 
+#include <cctype>
 #include <cerrno>
 #include <ctime>
 #include <stdexcept>
@@ -12,6 +13,7 @@
 #include "core/session.h"
 #include "core/utf8.h"
 #include "core/version.h"
+#include "reports/rvc_stores.h"
 #include "settings/update_check.h"
 #include "stores/db.h"
 
@@ -502,6 +504,105 @@ void grid_table_sortable(const GridTable& grid, PageFile& out, int size, int sor
 void welcome_page(Ui& ui) {
   write_welcome_page(ui);
   ui.navigate("main", "welcome.htm");
+}
+
+// ---- RVC tables -------------------------------------------------------------
+
+namespace {
+
+constexpr std::string_view kWhite = " bgcolor=\"#FFFFFF\"";
+
+std::string bgcolor(std::string_view rrggbb) {
+  return " bgcolor=\"#" + std::string(rrggbb) + "\"";
+}
+
+std::string area_cell(RvcStores& stores, const std::string& key, int level) {
+  const RvcKey k = parse_rvc_key(key);
+  const NutsArea area = stores.area(k.country, level, k.area);
+  if (!area.found) return html_escape(key);
+  const std::string target = code_target(area.code);
+  return "<a href=" + target + ".htm>" + html_escape(area.name) + "</a>&nbsp;<a href=" + target +
+         "_details.htm>[Details]</a>";
+}
+
+void rvc_table(const GridTable& values, const GridTable& keys, PageFile& out, int size, int level,
+               bool percent) {
+  RvcStores stores;
+  out.line(kTableOpen);
+  for (int r = 0; r < values.rows(); ++r) {
+    out.line("<tr>");
+    const RvcKey key = r > 0 && r < keys.rows() ? parse_rvc_key(keys.cell(r, 0)) : RvcKey{};
+    for (int c = 0; c < values.cols(); ++c) {
+      const std::string& text = values.cell(r, c);
+      if (r == 0) {
+        out.line(cell_line(cell_text(text, true), size, kWhite));
+      } else if (c == 0) {
+        const std::string name = r < keys.rows() ? area_cell(stores, keys.cell(r, 0), level) : "";
+        out.line(cell_line(cell_text(name, false), size, kWhite));
+      } else if (auto value = parse_number(text)) {
+        const int64_t rvc_id = c < keys.cols() ? parse_rvc_key(keys.cell(0, c)).area : 0;
+        const std::string colour =
+            percent ? percent_gradient_colour(*value) : stores.colour(key.country, rvc_id, *value);
+        out.line(cell_line(text, size, bgcolor(colour)));
+      } else {
+        out.line(cell_line(cell_text(text, false), size, kWhite));
+      }
+    }
+    out.line("</tr>");
+  }
+  out.line("</table>");
+}
+
+}  // namespace
+
+std::string code_target(std::string_view code) {
+  static const char* const hex = "0123456789ABCDEF";
+  std::string out;
+  for (unsigned char ch : code) {
+    if (std::isalnum(ch) || ch == '-' || ch == '_') {
+      out += static_cast<char>(ch);
+    } else {
+      out += '%';
+      out += hex[ch >> 4];
+      out += hex[ch & 15];
+    }
+  }
+  return out;
+}
+
+void rvc_table_coloured(const GridTable& values, const GridTable& keys, PageFile& out, int size,
+                        int level) {
+  rvc_table(values, keys, out, size, level, false);
+}
+
+void rvc_table_percent(const GridTable& values, const GridTable& keys, PageFile& out, int size,
+                       int level) {
+  rvc_table(values, keys, out, size, level, true);
+}
+
+void rvc_key(PageFile& out, int size, int64_t rvc_type) {
+  GridTable list(3);
+  list.resize(1, 3);
+  list.cell(0, 0) = "Code";
+  list.cell(0, 1) = "Short name";
+  list.cell(0, 2) = "Description";
+  for (const RvcInfo& rvc : rvcs_of_type(Db::open(session().rvc_db_path), rvc_type)) {
+    const int r = list.rows();
+    list.resize(r + 1, 3);
+    list.cell(r, 0) = html_escape(rvc.letter);
+    list.cell(r, 1) = html_escape(rvc.short_name);
+    list.cell(r, 2) = html_escape(rvc.long_name);
+  }
+  out.line("<p>");
+  grid_table_plain(list, out, size);
+  out.line("<p><font face=\"Verdana\"><strong>Colour code key</strong></font></p>");
+  out.line(kTableOpen);
+  out.line("<tr>");
+  out.line(cell_line("Low", size));
+  for (const char* colour : gradient_scale()) out.line(cell_line("&nbsp;", size, bgcolor(colour)));
+  out.line(cell_line("High", size));
+  out.line("</tr>");
+  out.line("</table>");
 }
 
 void summary_page(Ui& ui) {

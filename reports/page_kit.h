@@ -112,6 +112,25 @@ void grid_table_adaptation(const GridTable& grid, PageFile& out, int size, int k
 void grid_table_sortable(const GridTable& grid, PageFile& out, int size, int sort_state,
                          int grid_number);
 
+// RVC tables. `values` holds what the cells print, row 0 the heads; `keys`
+// has the same shape with the "RVC ID" of each column in row 0 and each
+// row's area key ("<NUTS0_ID>:<area ID>", or a bare country index) in
+// column 0. Column 0 prints the area's name (NUTS<level>) linked to
+// "<code>.htm", then a "[Details]" link to "<code>_details.htm"; every cell
+// has a bgcolor: white for the heads, column 0 and empty cells, otherwise the
+// value's colour on the RVC's own scale (coloured) or on 0..100 (percent).
+// The key's country selects the store of each row.
+void rvc_table_coloured(const GridTable& values, const GridTable& keys, PageFile& out, int size,
+                        int level);
+void rvc_table_percent(const GridTable& values, const GridTable& keys, PageFile& out, int size,
+                       int level);
+// The RVCs of the type (RVC_List of session().rvc_db_path) with their codes
+// and names, and the colour key of 50 cells between "Low" and "High".
+void rvc_key(PageFile& out, int size, int64_t rvc_type);
+// A NUTS code as the target of a link: characters other than letters,
+// digits, '-' and '_' are percent-encoded.
+std::string code_target(std::string_view code);
+
 // The shell's main page: wait pages, then "summary_display.htm" for the open
 // assessment file, or the welcome page with none; shows the result in the
 // main window. Sets session().rvc_db_path to the country store of each

@@ -196,9 +196,27 @@ void register_explorer_window(WebUi& ui) {
   ui.register_window("explorer", h);
 
   // The second window: a page opened beside the explorer (detailed report,
-  // charts). Its links are the explorer's.
+  // charts), one window reused. Its links are the explorer's. Page Setup and
+  // Print Preview are the browser's print dialog, which has both.
   WindowHandlers report;
-  report.controls = [] { return json{{"title", "ARVEN Report"}, {"fill", true}}; };
+  report.controls = [] {
+    json items = json::array();
+    for (const auto& [id, text] : {std::pair{"mnuClose", "Close"},
+                                   {"mnuPageSetup", "Page Setup"},
+                                   {"mnuPrint", "Print"},
+                                   {"mnuPrintPreview", "Print Preview"}})
+      items.push_back({{"id", id}, {"text", text}});
+    return json{{"title", "ARVEN Report"},
+                {"fill", true},
+                {"menus", json::array({{{"text", "File"}, {"items", items}}})}};
+  };
+  report.command = [&ui](const Params& p) {
+    const std::string menu = param_text(p, "menu");
+    if (menu == "mnuClose")
+      ui.close_window("report");
+    else if (menu == "mnuPageSetup" || menu == "mnuPrint" || menu == "mnuPrintPreview")
+      ui.print_page("report");
+  };
   report.navigate = [&ui](const std::string& target) { dispatch_navigation(ui, target); };
   ui.register_window("report", report);
 }

@@ -297,7 +297,10 @@ struct Server::Impl {
     // encoded) path after the window prefix decides.
     std::string raw = req.target.substr(0, req.target.find('?'));
     raw = raw.size() > window.size() + 2 ? raw.substr(window.size() + 2) : "";
-    if (auto file = resolve_static(folder, raw)) {
+    auto target = url_decode(raw);
+    // The window may take a link to one of its pages as a command.
+    const bool serve = !target || ui.serves_file(window, *target);
+    if (auto file = serve ? resolve_static(folder, raw) : std::nullopt) {
       std::ifstream in(*file, std::ios::binary);
       std::string body((std::istreambuf_iterator<char>(in)), {});
       res.set_header("Cache-Control", "no-store");
@@ -311,7 +314,6 @@ struct Server::Impl {
       res.set_content(body, mime);
       return;
     }
-    auto target = url_decode(raw);
     // A page command is a single word with a suffix; nothing else is run.
     if (target && !target->empty() && target->size() < 256 &&
         target->find('/') == std::string::npos && target->find('.') != std::string::npos) {

@@ -136,6 +136,23 @@ bool WebUi::has_window(const std::string& name) const {
   return windows_.count(name) > 0;
 }
 
+int WebUi::window_tab(const std::string& name) const {
+  std::lock_guard lock(mutex_);
+  auto it = windows_.find(name);
+  return it == windows_.end() ? 0 : it->second.tab;
+}
+
+bool WebUi::serves_file(const std::string& window, const std::string& target) const {
+  std::function<bool(const std::string&)> filter;
+  {
+    std::lock_guard lock(mutex_);
+    auto it = windows_.find(window);
+    if (it == windows_.end() || it->second.page == target) return true;  // the page on show
+    filter = it->second.handlers.serves_file;
+  }
+  return !filter || filter(target);
+}
+
 void WebUi::changed() {
   ++version_;
   cv_.notify_all();
@@ -229,12 +246,15 @@ void WebUi::show_modal(const std::string& window, int tab) {
                 MsgIcon::Information);
     return;
   }
+  {
+    std::lock_guard lock(mutex_);
+    windows_[window].tab = tab;
+  }
   run_load(window);
   {
     std::lock_guard lock(mutex_);
     auto& w = windows_[window];
     w.open = true;
-    w.tab = tab;
     modal_stack_.push_back(window);
     changed();
   }
@@ -443,6 +463,7 @@ void WebUi::post_command(const std::string& window, Params params) {
 }
 
 void WebUi::post_navigation(const std::string& window, const std::string& target) {
+  if (run_immediate(window, {{"navigate", target}})) return;
   post_to(window, [target](const WindowHandlers& h) {
     if (h.navigate) h.navigate(target);
   });

@@ -41,6 +41,10 @@ struct WindowHandlers {
   // what must get through while the worker is busy (a halt request): true
   // when it handled the request, which is then not queued.
   std::function<bool(const Params&)> immediate;
+  // Runs on the server's thread for a link of the window's page that names
+  // a file of the report folder: false makes it a page command all the same
+  // (a page the window always writes afresh). Without it files are served.
+  std::function<bool(const std::string& target)> serves_file;
 };
 
 // A question on screen: a message box or a file chooser.
@@ -65,6 +69,12 @@ class WebUi : public Ui {
 
   void register_window(const std::string& name, WindowHandlers handlers);
   bool has_window(const std::string& name) const;
+  // The tab a window was last shown on (show_modal's `tab`), set before its
+  // load handler runs.
+  int window_tab(const std::string& name) const;
+  // Whether a link of the window's page that names a file is served: the
+  // page on show always is, others as the window's serves_file says.
+  bool serves_file(const std::string& window, const std::string& target) const;
 
   // ---- Ui, called on the worker ----
   Answer message_box(const std::string& text, const std::string& title, MsgButtons buttons,
@@ -97,7 +107,9 @@ class WebUi : public Ui {
   // Answers the open dialog; false when `id` is not the open one or the
   // answer does not fit it.
   bool answer(int id, const std::string& button, const std::string& file_name = "");
-  // Queues a window's command, page command or close on the worker.
+  // Queues a window's command, page command or close on the worker; the
+  // window's `immediate` handler sees each first (a page command as
+  // {"navigate": target}).
   void post_command(const std::string& window, Params params);
   void post_navigation(const std::string& window, const std::string& target);
   void post_close(const std::string& window);

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "core/numbers.h"
 #include "core/session.h"
 #include "tests/support/temp_dir.h"
 
@@ -253,6 +254,21 @@ TEST_F(ChartsTest, ImpactColumns) {
   EXPECT_EQ(line_starting(text, "data: ["), "data: [0.1, 0.2, 0.3, 0.4]");
   EXPECT_NE(text.find("title: {\ntext: 'Impact',"), std::string::npos);
   EXPECT_NE(text.find("this.y +' impact';"), std::string::npos);
+}
+
+TEST_F(ChartsTest, NumbersAreWrittenWithAPointUnderACommaLocale) {
+  set_decimal_separator(",");
+  GridTable g = regional_grid();
+  g.cell(1, 2) = "-12,5";
+  g.cell(2, 2) = "3,5";
+  std::string text = script([&](PageFile& out) { chart_regional_bar(out, g, "Op", 1, 2); });
+  EXPECT_EQ(line_starting(text, "data: ["), "data: [-12.5, 3.5]");
+  g.cell(2, 2) = "";  // a missing figure leaves a gap, never ", ]"
+  text = script([&](PageFile& out) { chart_regional_bar(out, g, "Op", 1, 2); });
+  EXPECT_EQ(line_starting(text, "data: ["), "data: [-12.5, null]");
+  text = script([&](PageFile& out) { chart_rvc_pie(out, 1, "P", {{"Low", "12,5", "00FF00"}}); });
+  EXPECT_NE(text.find("{name: 'Low', y: 12.5, color: '#00FF00'}"), std::string::npos);
+  set_decimal_separator(".");
 }
 
 TEST_F(ChartsTest, RvcPie) {

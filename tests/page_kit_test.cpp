@@ -13,6 +13,7 @@
 #include "core/version.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "tests/support/golden.h"
 #include "tests/support/scripted_ui.h"
 #include "tests/support/temp_dir.h"
 
@@ -29,20 +30,7 @@ std::string read_file(const fs::path& path) {
   return text.str();
 }
 
-// Compares a page with tests/golden/<name>; ARVEN_UPDATE_GOLDEN=1 rewrites
-// the golden instead. The program version is kept out of the goldens.
-void expect_golden(const std::string& name, std::string actual) {
-  actual = replace_all(actual, "Beta Version " + version_text(), "Beta Version @VERSION@");
-  fs::path golden = fs::path(ARVEN_SOURCE_DIR) / "tests" / "golden" / name;
-  const char* update = std::getenv("ARVEN_UPDATE_GOLDEN");
-  if (update && std::string(update) == "1") {
-    fs::create_directories(golden.parent_path());
-    std::ofstream(golden, std::ios::binary) << actual;
-    return;
-  }
-  ASSERT_TRUE(fs::exists(golden)) << golden << " is missing";
-  EXPECT_EQ(read_file(golden), actual) << "differs from " << golden;
-}
+using testing::expect_golden;
 
 // A grid whose cells name their place: "h<c>" in the head, "r<r>c<c>" below.
 GridTable named_grid(int rows, int cols) {

@@ -138,6 +138,36 @@ TEST_F(ShellTest, CommandsAndPageCommandsReachTheWorker) {
   EXPECT_EQ(c.Get("/admin/prepro/summary.htm", auth())->body, "<html>summary</html>");
 }
 
+TEST_F(ShellTest, AWindowTakesLinksToItsPagesAndCancelsAtOnce) {
+  std::atomic<bool> cancelled{false};
+  std::vector<std::string> rvc_targets;
+  WindowHandlers h;
+  h.serves_file = [](const std::string& t) { return t != "summary.htm"; };
+  h.immediate = [&](const Params& p) {
+    const bool cancel = p.count("navigate") && p.at("navigate") == "hot.hcn";
+    if (cancel) cancelled = true;
+    return cancel;
+  };
+  h.navigate = [&](const std::string& t) { rvc_targets.push_back(t); };
+  ui.register_window("rvc", h);
+  auto c = client();
+
+  // With the worker busy, the cancel link gets through at once.
+  std::promise<void> release;
+  worker.post([&] { release.get_future().wait(); });
+  EXPECT_EQ(c.Get("/rvc/hot.hcn", auth())->status, 204);
+  EXPECT_TRUE(cancelled);
+  release.set_value();
+
+  // A file the window writes afresh is a command, unless it is on show.
+  EXPECT_EQ(c.Get("/rvc/summary.htm", auth())->status, 204);
+  settle();
+  EXPECT_EQ(rvc_targets, std::vector<std::string>{"summary.htm"});
+  worker.post([&] { ui.navigate("rvc", "summary.htm"); });
+  settle();
+  EXPECT_EQ(c.Get("/rvc/summary.htm?n=1", auth())->body, "<html>summary</html>");
+}
+
 TEST_F(ShellTest, MessageBoxWaitsForTheBrowsersAnswer) {
   std::promise<Answer> result;
   worker.post([&] {

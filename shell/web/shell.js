@@ -12,6 +12,8 @@
   let lastControls = '';
   let printed = null;
   let opened = null;
+  let beside = false;  // shown open beside the others (a report window)
+  let closed = false;
 
   function post(action, params) {
     const body = new URLSearchParams(params || {});
@@ -537,10 +539,22 @@
     // One browser tab shows the main window or the modal window on top of
     // it; a window opened beside them (a report) keeps its own tab.
     const stacked = win === 'main' || (s.modal_stack || []).includes(win);
-    if ((stacked && s.top !== win) || (!stacked && !s.open)) {
+    if (!stacked && s.open) beside = true;
+    if ((stacked && s.top !== win) || (!stacked && !s.open && !beside)) {
       location.href = '/' + (s.top || 'main') + '/';
       return;
     }
+    if (!stacked && !s.open) {
+      // A window beside the others that was closed: its tab goes, never
+      // becoming a second copy of the window on top.
+      if (!closed) {
+        closed = true;
+        document.body.replaceChildren(el('p', { class: 'ended', text: 'This window is closed. You may close this page.' }));
+        window.close();
+      }
+      return;
+    }
+    if (closed) { location.reload(); return; }  // opened again
     const c = s.controls || {};
     const key = JSON.stringify(c);
     if (key !== lastControls) {
@@ -570,7 +584,9 @@
         a.click();
         a.remove();
       } else {
-        window.open(/^https?:/.test(t) || t.startsWith('/') ? t : base + t, '_blank');
+        // A window of the program ("/report/") has one browser tab, reused.
+        const name = t.startsWith('/') ? 'arven' + t.replace(/\//g, '-') : '_blank';
+        window.open(/^https?:/.test(t) || t.startsWith('/') ? t : base + t, name);
       }
     }
     opened = s.opened.count;

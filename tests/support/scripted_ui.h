@@ -46,6 +46,7 @@ class ScriptedUi : public Ui {
     log.push_back("modal:" + window + ":" + std::to_string(tab));
   }
   void show_window(const std::string& window) override { log.push_back("window:" + window); }
+  void close_window(const std::string& window) override { log.push_back("close:" + window); }
   void navigate(const std::string& window, const std::string& page) override {
     log.push_back("navigate:" + window + ":" + page);
   }
