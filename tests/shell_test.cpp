@@ -150,17 +150,19 @@ TEST_F(ShellTest, AWindowTakesLinksToItsPagesAndCancelsAtOnce) {
   };
   h.navigate = [&](const std::string& t) { rvc_targets.push_back(t); };
   ui.register_window("rvc", h);
+  worker.post([&] { ui.show_window("rvc"); });
+  settle();
   auto c = client();
 
   // With the worker busy, the cancel link gets through at once.
   std::promise<void> release;
   worker.post([&] { release.get_future().wait(); });
-  EXPECT_EQ(c.Get("/rvc/hot.hcn", auth())->status, 204);
+  EXPECT_EQ(c.Get("/rvc/hot.hcn", page())->status, 204);
   EXPECT_TRUE(cancelled);
   release.set_value();
 
   // A file the window writes afresh is a command, unless it is on show.
-  EXPECT_EQ(c.Get("/rvc/summary.htm", auth())->status, 204);
+  EXPECT_EQ(c.Get("/rvc/summary.htm", page())->status, 204);
   settle();
   EXPECT_EQ(rvc_targets, std::vector<std::string>{"summary.htm"});
   worker.post([&] { ui.navigate("rvc", "summary.htm"); });
