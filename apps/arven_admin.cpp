@@ -126,30 +126,7 @@ int rvc_import(const arven::AppOptions& options) {
   Flags f(options.args, {"--rvc"}, {"--all", "--excel"});
   auto rvc = chosen_rvc(f);
   admin_session(options);
-  bool excel = f.has("--excel");
-  fs::path source = excel ? rvc_import_workbook_path() : rvc_import_store_path();
-  std::vector<int64_t> ids = rvc ? std::vector<int64_t>{*rvc} : rvcs_with_classes();
-  // One RVC reads Export_Output; the import of all reads Export_Output_<RVC ID>
-  // of each RVC, and an RVC without one keeps its table.
-  std::set<std::string> present;
-  if (!rvc) {
-    if (excel)
-      for (const auto& sheet : read_xlsx_file(source)) present.insert(sheet.name);
-    else
-      for (const auto& t : Db::open(source).table_names()) present.insert(t);
-  }
-  for (int64_t id : ids) {
-    std::string name = export_table_name(rvc ? std::nullopt : std::optional<int64_t>(id));
-    std::string table = rvc_nuts3_table(id);
-    if (!rvc && !present.count(name)) {
-      std::cout << table << ": " << name << " not provided, table kept\n";
-      continue;
-    }
-    auto r = excel ? nuts3_import_excel(id, source, name) : nuts3_import(id, source, name);
-    std::cout << table << ": " << r.rows << " rows for " << r.areas << " areas";
-    if (r.skipped) std::cout << ", " << r.skipped << " rows of the export skipped";
-    std::cout << "\n";
-  }
+  for (const auto& line : rvc_import_run(rvc, f.has("--excel"))) std::cout << line << "\n";
   std::cout << "Done\n";
   return 0;
 }

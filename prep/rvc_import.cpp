@@ -288,6 +288,33 @@ RvcImportResult nuts3_import_excel(int64_t rvc_id, const fs::path& workbook,
   return result;
 }
 
+std::vector<std::string> rvc_import_run(std::optional<int64_t> rvc_id, bool excel, Ui* ui) {
+  fs::path source = excel ? rvc_import_workbook_path() : rvc_import_store_path();
+  std::vector<int64_t> ids = rvc_id ? std::vector<int64_t>{*rvc_id} : rvcs_with_classes();
+  std::set<std::string> present;
+  if (!rvc_id) {
+    if (excel)
+      for (const auto& sheet : read_xlsx_file(source)) present.insert(sheet.name);
+    else
+      for (const auto& t : Db::open(source).table_names()) present.insert(t);
+  }
+  std::vector<std::string> lines;
+  for (int64_t id : ids) {
+    std::string name = export_table_name(rvc_id ? std::nullopt : std::optional<int64_t>(id));
+    std::string table = rvc_nuts3_table(id);
+    if (!rvc_id && !present.count(name)) {
+      lines.push_back(table + ": " + name + " not provided, table kept");
+      continue;
+    }
+    auto r = excel ? nuts3_import_excel(id, source, name, ui) : nuts3_import(id, source, name, ui);
+    std::string line =
+        table + ": " + std::to_string(r.rows) + " rows for " + std::to_string(r.areas) + " areas";
+    if (r.skipped) line += ", " + std::to_string(r.skipped) + " rows of the export skipped";
+    lines.push_back(line);
+  }
+  return lines;
+}
+
 std::vector<ListItem> nutslist(int level) {
   check_level(level);
   Db rvc = Db::open(session().rvc_db_path);

@@ -55,6 +55,14 @@ RvcImportResult nuts3_import(int64_t rvc_id, const std::filesystem::path& import
 RvcImportResult nuts3_import_excel(int64_t rvc_id, const std::filesystem::path& workbook,
                                    const std::string& sheet, Ui* ui = nullptr);
 
+// The import as the dialog and the batch form run it: one RVC from
+// Export_Output, or (rvc_id empty) every RVC of rvcs_with_classes() from its
+// own Export_Output_<RVC ID>, an RVC without one being reported "not
+// provided, table kept". From the import store, or the workbook when `excel`.
+// Returns one line per RVC for the person to read.
+std::vector<std::string> rvc_import_run(std::optional<int64_t> rvc_id, bool excel,
+                                        Ui* ui = nullptr);
+
 // The areas of NUTS<level> whose EU-27 is not "N": NUTS + " - " + NAME, the
 // area's id as data.
 std::vector<ListItem> nutslist(int level);

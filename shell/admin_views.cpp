@@ -3,6 +3,7 @@
 #include "prep/packaging.h"
 #include "prep/prepro_dialog.h"
 #include "reports/page_kit.h"
+#include "shell/rvc_import_view.h"
 
 namespace arven::shell {
 
@@ -70,6 +71,13 @@ json prepro_controls() {
                   {{"id", "howmany"}, {"text", "How many need updating?"}},
                   {{"id", "copydbs"}, {"text", "Copy DBs"}},
                   {{"id", "basefile"}, {"text", "New Basefile"}}};
+  // The all-country store: its buttons work from the store named here.
+  c["inputs"].push_back({{"id", "store"},
+                         {"label", "Store for the all-country buttons:"},
+                         {"value", d.store},
+                         {"placeholder", "new_arven_operations_DK.mdb"}});
+  for (const auto& [id, text] : prepro_all_country_buttons())
+    c["buttons"].push_back({{"id", id}, {"text", text}});
   return c;
 }
 
@@ -99,9 +107,18 @@ void register_admin_windows(WebUi& ui) {
                  {{{"id", "prepro"}, {"text", "Data Pre-processor"}},
                   {{"id", "publish"}, {"text", "Publish software version"}}}}};
   };
+  // The RVC import and the backups bring their own entries.
+  auto console_controls = console.controls;
+  console.controls = [console_controls] {
+    json c = console_controls();
+    for (const auto& [id, text] : rvc_import_console_entries())
+      c["buttons"].push_back({{"id", id}, {"text", text}});
+    return c;
+  };
   console.command = [&ui](const Params& p) {
     std::string button = param_text(p, "button");
-    if (button == "prepro") {
+    if (rvc_import_console_click(ui, button)) {
+    } else if (button == "prepro") {
       ui.show_window("admin/prepro");
     } else if (p.count("input") && p.at("input") == "version") {
       publish_version() = param_text(p, "value");
@@ -140,6 +157,8 @@ void register_admin_windows(WebUi& ui) {
       if (list == "operations") prepro_toggle_operation(index);
       if (list == "level" && index >= 0 && index <= 3) d.level = index;
       if (list == "mode" && index >= 0 && index < 6) d.mode = static_cast<RunMode>(index);
+    } else if (param_text(p, "input") == "store") {
+      d.store = param_text(p, "value");
     } else if (p.count("input")) {
       prepro_search(ui, param_text(p, "value"));
     } else if (p.count("check")) {
@@ -156,9 +175,12 @@ void register_admin_windows(WebUi& ui) {
       prepro_copy_dbs(ui);
     } else if (button == "basefile") {
       prepro_new_basefile(ui);
+    } else {
+      prepro_all_country(ui, button);
     }
   };
   ui.register_window("admin/prepro", prepro);
+  register_rvc_import_windows(ui);
 }
 
 }  // namespace arven::shell
