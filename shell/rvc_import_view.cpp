@@ -62,6 +62,7 @@ json backup_controls() {
   return {
       {"title", "Master Store Backups"},
       {"no_page", true},
+      {"fill", true},
       {"html", "<p>Backups of arven_operations.mdb and arven_rvcs.mdb in " +
                    html_escape(backups_folder().string()) + ".</p>"},
       {"lists", {list_json("backups", "Backups, newest first", items)}},
