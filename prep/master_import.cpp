@@ -188,6 +188,11 @@ class StoreUnderConstruction {
   explicit StoreUnderConstruction(const std::filesystem::path& final_path)
       : final_(final_path), temp_(final_path) {
     temp_ += ".tmp." + std::to_string(::getpid());
+    // What an import that was killed left behind.
+    std::error_code ec;
+    const std::string prefix = final_path.filename().string() + ".tmp.";
+    for (const auto& e : std::filesystem::directory_iterator(final_path.parent_path(), ec))
+      if (e.path().filename().string().rfind(prefix, 0) == 0) std::filesystem::remove(e.path(), ec);
   }
   ~StoreUnderConstruction() {
     std::error_code ec;

@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -223,6 +225,47 @@ TEST(MasterImport, FailuresLeaveTheOldStoresUntouched) {
   // Nothing is left beside the stores.
   for (const auto& e : fs::directory_iterator(dir.path()))
     EXPECT_EQ(e.path().filename().string().find(".tmp"), std::string::npos) << e.path();
+}
+
+// A kill -9 of the admin program while it builds the new stores leaves the
+// old ones byte for byte; the next import clears what the killed one left.
+TEST(MasterImport, KillDuringImportLeavesTheOldStores) {
+  TempDir dir("import_kill");
+  const fs::path dbases = dir.path() / "dbases", csv = dir.path() / "csv";
+  fs::create_directories(dbases);
+  fs::copy(fs::path(ARVEN_SOURCE_DIR) / "data" / "demo", csv);
+  {
+    // A large table so that the import takes a while.
+    std::ofstream big(csv / "NUTS3_RVC_Data_Dist.csv", std::ios::app);
+    for (int i = 0; i < 300000; ++i) big << (i % 20 + 1) << "," << 500 + i / 1000 << ",1,1\n";
+  }
+  const fs::path ops = dbases / "arven_operations.mdb", rvc = dbases / "arven_rvcs.mdb";
+  write_file(ops, "old operations");
+  write_file(rvc, "old rvcs");
+  pid_t child = fork();
+  if (child == 0) {
+    std::string app = dir.path().string(), from = csv.string();
+    execl(ARVEN_BINARY_DIR "/arven-admin", "arven-admin", "import-masters", "--from", from.c_str(),
+          "--app-dir", app.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  const fs::path temp = rvc.string() + ".tmp." + std::to_string(child);
+  bool seen = false;
+  for (int i = 0; i < 20000 && !seen; ++i) {
+    seen = fs::exists(temp);
+    if (!seen) usleep(1000);
+  }
+  usleep(50000);
+  kill(child, SIGKILL);
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(seen) << "the import was not seen building " << temp;
+  ASSERT_TRUE(WIFSIGNALED(status)) << "the import ended before the kill";
+  EXPECT_EQ(read_file(ops), "old operations");
+  EXPECT_EQ(read_file(rvc), "old rvcs");
+  import_master_csv(csv, ops, rvc);
+  EXPECT_FALSE(fs::exists(temp));
+  EXPECT_TRUE(Db::open(rvc).has_table("NUTS3"));
 }
 
 // The demo data, imported once into a temporary folder.
