@@ -3,6 +3,7 @@
 #include "prep/packaging.h"
 #include "prep/prepro_dialog.h"
 #include "reports/page_kit.h"
+#include "shell/control_json.h"
 #include "shell/rvc_import_view.h"
 
 namespace arven::shell {
@@ -10,14 +11,6 @@ namespace arven::shell {
 using nlohmann::json;
 
 namespace {
-
-json list_json(const std::string& id, const std::string& label,
-               const std::vector<std::pair<std::string, bool>>& items) {
-  json out = json::array();
-  for (const auto& [text, selected] : items)
-    out.push_back({{"text", text}, {"selected", selected}});
-  return {{"id", id}, {"label", label}, {"items", out}};
-}
 
 std::string progress_line(const std::string& label, int value, int max) {
   return "<p>" + html_escape(label) + "</p><progress value=\"" + std::to_string(value) +

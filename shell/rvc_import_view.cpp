@@ -3,20 +3,13 @@
 #include "prep/master_backup.h"
 #include "prep/rvc_import_dialog.h"
 #include "reports/page_kit.h"
+#include "shell/control_json.h"
 
 namespace arven::shell {
 
 using nlohmann::json;
 
 namespace {
-
-json list_json(const std::string& id, const std::string& label,
-               const std::vector<std::pair<std::string, bool>>& items) {
-  json out = json::array();
-  for (const auto& [text, selected] : items)
-    out.push_back({{"text", text}, {"selected", selected}});
-  return {{"id", id}, {"label", label}, {"items", out}};
-}
 
 std::string results_html(const std::vector<std::string>& lines) {
   std::string html = "<ul class=\"results\">";
