@@ -71,3 +71,33 @@ test('an RVC export is imported and aggregated from the dialog, and a backup res
     program.child.kill();
   }
 });
+
+test('the all-country store window runs Code Gen', async (t) => {
+  const masters = ['arven_operations.mdb', 'arven_rvcs.mdb'];
+  if (!masters.every((m) => fs.existsSync(path.join(APP_SOURCE, 'dbases', m)))) {
+    t.skip('the demo master stores are missing: run scripts/setup.sh');
+    return;
+  }
+  const sandbox = makeSandbox({ withStores: masters });
+  const program = await startProgram(sandbox, 'arven-admin');
+  const browser = await launchBrowser();
+  try {
+    const page = await browser.newPage({ viewport: { width: 1200, height: 800 } });
+    await passAboutBox(page, program.url);
+    await page.goto(program.base + '/admin/');
+    await page.click('#button-prepro');
+    await page.goto(program.base + '/admin/prepro/');
+    await page.click('#button-allcountry');
+    await page.goto(program.base + '/admin/allcountry/');
+    await page.locator('#list-actions-item-0.selected').waitFor();
+    assert.equal(await page.locator('#list-actions-item-0').textContent(), 'Code Gen');
+    await page.click('#button-run');
+    await answer(page, 'Code Gen', 'OK');
+    await page.screenshot({ path: screenshotPath('all_country') });
+    const code = fs.readFileSync(path.join(sandbox.app, 'dbases/prepro/gencode.txt'), 'utf8');
+    assert.match(code, /"NUTS3_OPS_LU"/);
+  } finally {
+    await browser.close();
+    program.child.kill();
+  }
+});

@@ -3,6 +3,7 @@
 #include "prep/packaging.h"
 #include "prep/prepro_dialog.h"
 #include "reports/page_kit.h"
+#include "shell/all_country_view.h"
 #include "shell/control_json.h"
 #include "shell/rvc_import_view.h"
 
@@ -64,13 +65,8 @@ json prepro_controls() {
                   {{"id", "howmany"}, {"text", "How many need updating?"}},
                   {{"id", "copydbs"}, {"text", "Copy DBs"}},
                   {{"id", "basefile"}, {"text", "New Basefile"}}};
-  // The all-country store: its buttons work from the store named here.
-  c["inputs"].push_back({{"id", "store"},
-                         {"label", "Store for the all-country buttons:"},
-                         {"value", d.store},
-                         {"placeholder", "new_arven_operations_DK.mdb"}});
-  for (const auto& [id, text] : prepro_all_country_buttons())
-    c["buttons"].push_back({{"id", id}, {"text", text}});
+  // The all-country store has a window of its own.
+  c["buttons"].push_back({{"id", "allcountry"}, {"text", "All-country store..."}});
   return c;
 }
 
@@ -150,8 +146,6 @@ void register_admin_windows(WebUi& ui) {
       if (list == "operations") prepro_toggle_operation(index);
       if (list == "level" && index >= 0 && index <= 3) d.level = index;
       if (list == "mode" && index >= 0 && index < 6) d.mode = static_cast<RunMode>(index);
-    } else if (param_text(p, "input") == "store") {
-      d.store = param_text(p, "value");
     } else if (p.count("input")) {
       prepro_search(ui, param_text(p, "value"));
     } else if (p.count("check")) {
@@ -168,12 +162,13 @@ void register_admin_windows(WebUi& ui) {
       prepro_copy_dbs(ui);
     } else if (button == "basefile") {
       prepro_new_basefile(ui);
-    } else {
-      prepro_all_country(ui, button);
+    } else if (button == "allcountry") {
+      ui.show_window("admin/allcountry");
     }
   };
   ui.register_window("admin/prepro", prepro);
   register_rvc_import_windows(ui);
+  register_all_country_window(ui);
 }
 
 }  // namespace arven::shell
