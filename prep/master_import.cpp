@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include "prep/csv.h"
 #include "stores/db.h"
 #include "stores/schema.h"
@@ -158,8 +160,11 @@ void load_table(Db& db, const TableDef& table, const std::filesystem::path& file
               "expected " + std::to_string(cols.size()) + " fields, found " +
                   std::to_string(rec.fields.size()));
     }
-    for (size_t i = 0; i < cols.size(); ++i)
+    for (size_t i = 0; i < cols.size(); ++i) {
+      if (rec.fields[i].find('\0') != std::string::npos)
+        fail_at(file, rec.lines[i], i + 1, cols[i]->name, "the field holds a NUL byte");
       values[i] = typed_value(rec.fields[i], *cols[i], file, rec.lines[i], i + 1);
+    }
     db.insert(table.name, names, values);
   }
 }
@@ -169,10 +174,40 @@ void load_store(Db& db, const std::vector<TableDef>& tables, const std::filesyst
   for (const TableDef& table : tables) {
     std::filesystem::path file = csv_dir / (table.name + ".csv");
     std::error_code ec;
-    if (std::filesystem::is_regular_file(file, ec)) load_table(db, table, file);
+    if (!std::filesystem::is_regular_file(file, ec))
+      throw std::runtime_error(file.string() + ": the file is missing; every table of the store " +
+                               "needs one (a header row alone gives an empty table)");
+    load_table(db, table, file);
   }
   tx.commit();
 }
+
+// A store being built beside its final path, removed unless renamed.
+class StoreUnderConstruction {
+ public:
+  explicit StoreUnderConstruction(const std::filesystem::path& final_path)
+      : final_(final_path), temp_(final_path) {
+    temp_ += ".tmp." + std::to_string(::getpid());
+    // What an import that was killed left behind.
+    std::error_code ec;
+    const std::string prefix = final_path.filename().string() + ".tmp.";
+    for (const auto& e : std::filesystem::directory_iterator(final_path.parent_path(), ec))
+      if (e.path().filename().string().rfind(prefix, 0) == 0) std::filesystem::remove(e.path(), ec);
+  }
+  ~StoreUnderConstruction() {
+    std::error_code ec;
+    if (!renamed_) std::filesystem::remove(temp_, ec);
+  }
+  const std::filesystem::path& temp() const { return temp_; }
+  void rename_into_place() {
+    std::filesystem::rename(temp_, final_);
+    renamed_ = true;
+  }
+
+ private:
+  std::filesystem::path final_, temp_;
+  bool renamed_ = false;
+};
 
 }  // namespace
 
@@ -181,10 +216,19 @@ void import_master_csv(const std::filesystem::path& csv_dir, const std::filesyst
   std::error_code ec;
   if (!std::filesystem::is_directory(csv_dir, ec))
     throw std::runtime_error(csv_dir.string() + ": the folder of master data does not exist");
-  Db ops = create_operations_master(ops_store);
-  load_store(ops, operations_master_tables(), csv_dir);
-  Db rvc = create_rvcs_master(rvc_store);
-  load_store(rvc, rvcs_master_tables(), csv_dir);
+  // Both stores are built under temporary names and replace the old ones
+  // only when both loaded: a fault anywhere leaves the old stores as they were.
+  StoreUnderConstruction ops_new(ops_store), rvc_new(rvc_store);
+  {
+    Db ops = create_operations_master(ops_new.temp());
+    load_store(ops, operations_master_tables(), csv_dir);
+    Db rvc = create_rvcs_master(rvc_new.temp());
+    load_store(rvc, rvcs_master_tables(), csv_dir);
+  }
+  std::filesystem::create_directories(ops_store.parent_path(), ec);
+  std::filesystem::create_directories(rvc_store.parent_path(), ec);
+  ops_new.rename_into_place();
+  rvc_new.rename_into_place();
 }
 
 }  // namespace arven

@@ -235,16 +235,6 @@ void replace_text_file(const fs::path& path, const std::string& text) {
   fs::rename(tmp, path);
 }
 
-// Copies a store file so that the destination is whole or as it was.
-void copy_store_file(const fs::path& from, const fs::path& to) {
-  std::error_code ec;
-  if (!fs::is_regular_file(from, ec)) throw StoreError(from, "the file does not exist");
-  fs::create_directories(to.parent_path(), ec);
-  fs::path tmp = with_suffix(to, ".tmp");
-  fs::copy_file(from, tmp, fs::copy_options::overwrite_existing);
-  fs::rename(tmp, to);
-}
-
 // Replaces a table of the target by the source's: its definition with its
 // indexes, then every row. False, with the reason, when that fails.
 bool copy_table_across(const fs::path& source, const fs::path& target, const std::string& table,
@@ -322,6 +312,42 @@ std::vector<std::string> member_codes_in_table_order() {
 }  // namespace
 
 // ---- files ----
+
+void copy_store_file(const fs::path& from, const fs::path& to) {
+  std::error_code ec;
+  if (!fs::is_regular_file(from, ec)) throw StoreError(from, "the file does not exist");
+  fs::create_directories(to.parent_path(), ec);
+  fs::path tmp = with_suffix(to, ".tmp");
+  fs::copy_file(from, tmp, fs::copy_options::overwrite_existing);
+  fs::rename(tmp, to);
+}
+
+bool store_is_whole(const fs::path& store) {
+  std::error_code ec;
+  if (!fs::is_regular_file(store, ec) || fs::file_size(store, ec) == 0) return false;
+  try {
+    Db db = Db::open(store);
+    db.require_intact();
+    return db.has_table("Version");
+  } catch (const StoreError&) {
+    return false;
+  }
+}
+
+int remove_stale_temporaries() {
+  int removed = 0;
+  for (const fs::path& dir : {prepro_folder(), prepro_folder() / "zipped"}) {
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(dir, ec)) {
+      std::string name = entry.path().filename().string();
+      bool temporary = (name.size() > 4 && name.compare(name.size() - 4, 4, ".tmp") == 0) ||
+                       name.find(".tmp.") != std::string::npos;
+      std::error_code rm;
+      if (temporary && entry.is_regular_file(rm) && fs::remove(entry.path(), rm)) ++removed;
+    }
+  }
+  return removed;
+}
 
 fs::path prepro_folder() {
   return session().app_folder / "dbases" / "prepro";
@@ -564,7 +590,11 @@ int publish_country_store(Ui& ui, const fs::path& target, const std::string& cou
 // ---- buttons ----
 
 void new_basefile() {
-  create_country_store_base(prepro_base_path());
+  fs::path tmp = with_suffix(prepro_base_path(), ".tmp");
+  std::error_code ec;
+  fs::create_directories(tmp.parent_path(), ec);
+  create_country_store_base(tmp);
+  fs::rename(tmp, prepro_base_path());
 }
 
 void copy_dbs(const fs::path& target) {

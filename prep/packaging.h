@@ -37,6 +37,16 @@ std::filesystem::path software_version_file_path();
 // folder. Throws std::invalid_argument for another form.
 void publish_software_version(const std::string& version);
 
+// Copies a store file under a temporary name beside the destination and
+// renames it into place: the destination is whole, or as it was.
+void copy_store_file(const std::filesystem::path& from, const std::filesystem::path& to);
+// True when the file is a store that opens, passes the integrity check and
+// has a Version table: one worth keeping as a backup.
+bool store_is_whole(const std::filesystem::path& store);
+// Removes what an interrupted copy or zip left in dbases/prepro and its
+// zipped folder (names ending ".tmp" or holding ".tmp."); returns how many.
+int remove_stale_temporaries();
+
 // ---- the row copy ----
 
 // Replaces every row of `table` in the target by the source's rows, copying

@@ -1,5 +1,8 @@
 #include "prep/prepro_dialog.h"
 
+#include <algorithm>
+#include <stdexcept>
+
 #include "core/session.h"
 #include "prep/packaging.h"
 #include "stores/db.h"
@@ -112,6 +115,50 @@ void prepro_new_basefile(Ui& ui) {
     new_basefile();
     ui.message_box("Done", "New Basefile", MsgButtons::Ok, MsgIcon::Information);
   });
+}
+
+const std::vector<std::pair<std::string, std::string>>& prepro_all_country_buttons() {
+  static const std::vector<std::pair<std::string, std::string>> b = {
+      {"codegen", "Code Gen"},
+      {"copyprep", "Copy pre-process tables to new ARVEN DB"},
+      {"copydb", "Copy ARVEN DB"},
+      {"copyrdp", "Copy RDP Tables to New ARVEN DB"},
+      {"copyrvc", "Copy RVC Tables to New ARVEN DB"},
+      {"copyrvclist", "Copy RVC List and look up tables"},
+      {"delrdp", "Delete old tables (RDP)"},
+      {"delrvc", "Delete old tables (RVC)"},
+      {"delrvclist", "Delete old tables (RVC List)"},
+      {"datatrans", "Temp - data trans"},
+      {"impactmax", "Add new field to existing db"}};
+  return b;
+}
+
+bool prepro_all_country(Ui& ui, const std::string& id) {
+  const auto& all = prepro_all_country_buttons();
+  auto it = std::find_if(all.begin(), all.end(), [&](const auto& b) { return b.first == id; });
+  if (it == all.end()) return false;
+  reported(ui, [&] {
+    auto store = [&] {
+      const std::string& name = prepro_dialog().store;
+      if (name.empty()) throw std::runtime_error("Please name the store to work from first.");
+      std::filesystem::path p = name;
+      return p.is_absolute() ? p : prepro_folder() / p;
+    };
+    bool done = true;  // buttons without a message of their own end with "Done"
+    if (id == "codegen") code_gen();
+    if (id == "copyprep") copy_preprocess_tables(ui, store());
+    if (id == "copydb") copy_arven_db(store());
+    if (id == "copyrdp") copy_rdp_tables_to_all(ui);
+    if (id == "copyrvc") copy_rvc_tables_to_all(ui);
+    if (id == "copyrvclist") copy_rvc_list_tables_to_all(ui), done = false;
+    if (id == "delrdp") delete_old_tables(ui, store(), OldTables::Rdp), done = false;
+    if (id == "delrvc") delete_old_tables(ui, store(), OldTables::Rvc), done = false;
+    if (id == "delrvclist") delete_old_tables(ui, store(), OldTables::RvcList), done = false;
+    if (id == "datatrans") temp_data_trans(ui, store()), done = false;
+    if (id == "impactmax") add_impact_max_field();
+    if (done) ui.message_box("Done", it->second, MsgButtons::Ok, MsgIcon::Information);
+  });
+  return true;
 }
 
 std::string prepro_region_counts() {

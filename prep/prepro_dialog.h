@@ -21,6 +21,7 @@ struct PreproDialogState {
   bool existing_db = false;              // Check1 "Existing DB"
   bool dq_refs = false;                  // Check2 "DQ and Refs"
   std::string message;                   // the last problem, shown in the dialog
+  std::string store;  // the store the all-country buttons work from (a name in dbases/prepro)
   RunControl control;
 };
 
@@ -43,6 +44,11 @@ void prepro_how_many(Ui& ui);
 // Command9, "Copy DBs"; and "New Basefile".
 void prepro_copy_dbs(Ui& ui);
 void prepro_new_basefile(Ui& ui);
+// The all-country store buttons, by id and text, in the dialog's order.
+const std::vector<std::pair<std::string, std::string>>& prepro_all_country_buttons();
+// Runs one of them; those that need a store take the dialog's `store`.
+// Returns false for an id that is not one of them.
+bool prepro_all_country(Ui& ui, const std::string& id);
 // The "No. regions" line for the first selected country, or "".
 std::string prepro_region_counts();
 

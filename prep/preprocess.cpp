@@ -497,12 +497,12 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
   const RunParams& params = run.params;
   fs::path target = country_target_path(cc);
   if (!params.existing_db || !fs::exists(target)) {
-    std::error_code ec;
-    if (fs::exists(target))
-      fs::copy_file(target, prepro_folder() / ("backup_" + target.filename().string()),
-                    fs::copy_options::overwrite_existing);
+    // Both copies are atomic, and a target that is not a whole store (left
+    // by a killed copy) never overwrites the backup of the last good one.
+    if (store_is_whole(target))
+      copy_store_file(target, prepro_folder() / ("backup_" + target.filename().string()));
     if (!fs::exists(prepro_base_path())) new_basefile();
-    fs::copy_file(prepro_base_path(), target, fs::copy_options::overwrite_existing);
+    copy_store_file(prepro_base_path(), target);
   }
   fill_country_store(target, nuts0_id, params.dq_refs, &ui);
 
@@ -639,6 +639,7 @@ bool process_start2(Ui& ui, const RunParams& params, RunControl& control) {
     s.ops_db_path = prepro_ops_master_path().string();
     s.rvc_db_path = prepro_rvcs_master_path().string();
     try {
+      remove_stale_temporaries();
       if (!params.countries.empty()) {
         ImpactSource source = ImpactSource::load(s.ops_db_path, s.rvc_db_path);
         Db rvc = Db::open(s.rvc_db_path);

@@ -93,6 +93,26 @@ want="$(cat "$ROOT"/data/demo/*.csv "$BUILD/arven-admin" | sha1sum | cut -d' ' -
 if [ ! -f "$masters_stamp" ] || [ "$(cat "$masters_stamp")" != "$want" ]; then
   log "loading the demo master stores"
   "$BUILD/arven-admin" import-masters --app-dir "$APP" --from "$ROOT/data/demo"
+  # The GIS export of the demo RVCs, as the RVC import reads it: the area of
+  # each NUTS3 area in each class, one table Export_Output_<RVC ID> per RVC
+  # (and Export_Output, that of RVC 1, for an import of one RVC); then the
+  # import fills the per-RVC tables NUTS3_<RVC Short Name>.
+  rvcs="$APP/dbases/arven_rvcs.mdb"
+  export_store="$APP/dbases/rvcs/NUTS3_Import.mdb"
+  mkdir -p "$APP/dbases/rvcs"
+  rm -f "$export_store.tmp"
+  values=""
+  for c in $(seq 1 20); do
+    values+=", SUM(CASE WHEN d.\"RVC Class\" = $c THEN d.Percent * n.GIS_AREA / 100 ELSE 0 END) AS VALUE_$c"
+  done
+  sql="ATTACH '$rvcs' AS m;"
+  for id in $(sqlite3 "$rvcs" "SELECT \"RVC ID\" FROM RVC_List WHERE \"RVC Type\" <> 3 AND \"RVC ID\" IN (SELECT \"RVC ID\" FROM NUTS3_RVC_Data_Dist)"); do
+    sql+="CREATE TABLE Export_Output_$id AS SELECT n.NUTS AS NUTS $values FROM m.NUTS3 n JOIN m.NUTS3_RVC_Data_Dist d ON d.NUTS3_ID = n.NUTS3_ID AND d.\"RVC ID\" = $id GROUP BY n.NUTS3_ID ORDER BY n.rowid;"
+  done
+  sql+="CREATE TABLE Export_Output AS SELECT * FROM Export_Output_1;"
+  sqlite3 "$export_store.tmp" "$sql"
+  mv "$export_store.tmp" "$export_store"
+  "$BUILD/arven-admin" rvc-import --all --app-dir "$APP" | tail -1
   echo "$want" >"$masters_stamp"
   rm -f "$APP/dbases/.demo-stores"
 fi

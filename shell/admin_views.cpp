@@ -3,20 +3,15 @@
 #include "prep/packaging.h"
 #include "prep/prepro_dialog.h"
 #include "reports/page_kit.h"
+#include "shell/all_country_view.h"
+#include "shell/control_json.h"
+#include "shell/rvc_import_view.h"
 
 namespace arven::shell {
 
 using nlohmann::json;
 
 namespace {
-
-json list_json(const std::string& id, const std::string& label,
-               const std::vector<std::pair<std::string, bool>>& items) {
-  json out = json::array();
-  for (const auto& [text, selected] : items)
-    out.push_back({{"text", text}, {"selected", selected}});
-  return {{"id", id}, {"label", label}, {"items", out}};
-}
 
 std::string progress_line(const std::string& label, int value, int max) {
   return "<p>" + html_escape(label) + "</p><progress value=\"" + std::to_string(value) +
@@ -70,6 +65,8 @@ json prepro_controls() {
                   {{"id", "howmany"}, {"text", "How many need updating?"}},
                   {{"id", "copydbs"}, {"text", "Copy DBs"}},
                   {{"id", "basefile"}, {"text", "New Basefile"}}};
+  // The all-country store has a window of its own.
+  c["buttons"].push_back({{"id", "allcountry"}, {"text", "All-country store..."}});
   return c;
 }
 
@@ -99,9 +96,18 @@ void register_admin_windows(WebUi& ui) {
                  {{{"id", "prepro"}, {"text", "Data Pre-processor"}},
                   {{"id", "publish"}, {"text", "Publish software version"}}}}};
   };
+  // The RVC import and the backups bring their own entries.
+  auto console_controls = console.controls;
+  console.controls = [console_controls] {
+    json c = console_controls();
+    for (const auto& [id, text] : rvc_import_console_entries())
+      c["buttons"].push_back({{"id", id}, {"text", text}});
+    return c;
+  };
   console.command = [&ui](const Params& p) {
     std::string button = param_text(p, "button");
-    if (button == "prepro") {
+    if (rvc_import_console_click(ui, button)) {
+    } else if (button == "prepro") {
       ui.show_window("admin/prepro");
     } else if (p.count("input") && p.at("input") == "version") {
       publish_version() = param_text(p, "value");
@@ -156,9 +162,13 @@ void register_admin_windows(WebUi& ui) {
       prepro_copy_dbs(ui);
     } else if (button == "basefile") {
       prepro_new_basefile(ui);
+    } else if (button == "allcountry") {
+      ui.show_window("admin/allcountry");
     }
   };
   ui.register_window("admin/prepro", prepro);
+  register_rvc_import_windows(ui);
+  register_all_country_window(ui);
 }
 
 }  // namespace arven::shell

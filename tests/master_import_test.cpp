@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <random>
 #include <set>
@@ -112,8 +115,19 @@ class TempDir {
   fs::path path_;
 };
 
+std::string read_file(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
 void write_file(const fs::path& p, const std::string& text) {
   std::ofstream(p, std::ios::binary) << text;
+}
+
+// A file for every table of both stores, with a header row only.
+void write_header_files(const fs::path& csv) {
+  for (const auto* tables : {&operations_master_tables(), &rvcs_master_tables()})
+    for (const auto& t : *tables) write_file(csv / (t.name + ".csv"), t.columns[0].name + "\n");
 }
 
 TEST(MasterImport, TypesValuesAndNamesFileLineAndColumnOfBadInput) {
@@ -129,6 +143,7 @@ TEST(MasterImport, TypesValuesAndNamesFileLineAndColumnOfBadInput) {
     }
     return "";
   };
+  write_header_files(csv);
 
   // Columns may come in any order or be left out (null); types follow the table.
   write_file(csv / "Operations.csv",
@@ -164,11 +179,93 @@ TEST(MasterImport, TypesValuesAndNamesFileLineAndColumnOfBadInput) {
   write_file(csv / "Impact areas.csv", "Impact ID,Impact name\n4,\"bad \xC3(\"\n");
   EXPECT_NE(message().find("line 2, column 2 (\"Impact name\"): the text is not valid UTF-8"),
             std::string::npos);
-  fs::remove(csv / "Impact areas.csv");
+  write_file(csv / "Impact areas.csv", "Impact ID\n");
   write_file(csv / "NUTS0_RVC_Data.csv", "NUTS0_ID,RVC ID,Average\n13,1,1,5\n");
   EXPECT_NE(message().find("NUTS0_RVC_Data.csv: line 2, column 4"), std::string::npos);
   write_file(csv / "NUTS0_RVC_Data.csv", "NUTS0_ID,RVC ID,Average\n13,1,nan\n");
   EXPECT_NE(message().find("(\"Average\"): \"nan\" is not a number"), std::string::npos);
+}
+
+// A failed import leaves both stores byte for byte as they were, and says
+// which file, line and column stopped it.
+TEST(MasterImport, FailuresLeaveTheOldStoresUntouched) {
+  TempDir dir("import_keeps");
+  const fs::path csv = dir.path() / "csv";
+  fs::create_directories(csv);
+  write_header_files(csv);
+  auto ops = dir.path() / "ops.db", rvc = dir.path() / "rvc.db";
+  write_file(csv / "RVC_List.csv", "RVC ID,RVC Short Name\n1,Erosion\n");
+  import_master_csv(csv, ops, rvc);
+  const std::string ops_before = read_file(ops), rvc_before = read_file(rvc);
+  auto message = [&]() -> std::string {
+    try {
+      import_master_csv(csv, ops, rvc);
+    } catch (const std::runtime_error& e) {
+      EXPECT_EQ(read_file(ops), ops_before);
+      EXPECT_EQ(read_file(rvc), rvc_before);
+      return e.what();
+    }
+    ADD_FAILURE() << "the import went through";
+    return "";
+  };
+  // An unclosed quote in row 6 of the operations, then a fault on the RVC side
+  // (loaded after the operations store was built).
+  write_file(csv / "Operations.csv",
+             "Operation ID,Operation Name\n1,a\n2,b\n3,c\n4,d\n5,\"open\n6,f\n");
+  EXPECT_NE(message().find("Operations.csv: line 6, column 2: a quoted field is not closed"),
+            std::string::npos);
+  write_file(csv / "Operations.csv", "Operation ID,Operation Name\n1,a\n");
+  write_file(csv / "NUTS3.csv", "NUTS3_ID,NUTS\nx,DK011\n");
+  EXPECT_NE(message().find("NUTS3.csv: line 2, column 1"), std::string::npos);
+  write_file(csv / "NUTS3.csv", std::string("NUTS3_ID,NUTS\n1,DK") + '\0' + "11\n");
+  EXPECT_NE(message().find("NUTS3.csv: line 2, column 2 (\"NUTS\"): the field holds a NUL byte"),
+            std::string::npos);
+  fs::remove(csv / "NUTS3.csv");
+  EXPECT_NE(message().find("NUTS3.csv: the file is missing"), std::string::npos);
+  // Nothing is left beside the stores.
+  for (const auto& e : fs::directory_iterator(dir.path()))
+    EXPECT_EQ(e.path().filename().string().find(".tmp"), std::string::npos) << e.path();
+}
+
+// A kill -9 of the admin program while it builds the new stores leaves the
+// old ones byte for byte; the next import clears what the killed one left.
+TEST(MasterImport, KillDuringImportLeavesTheOldStores) {
+  TempDir dir("import_kill");
+  const fs::path dbases = dir.path() / "dbases", csv = dir.path() / "csv";
+  fs::create_directories(dbases);
+  fs::copy(fs::path(ARVEN_SOURCE_DIR) / "data" / "demo", csv);
+  {
+    // A large table so that the import takes a while.
+    std::ofstream big(csv / "NUTS3_RVC_Data_Dist.csv", std::ios::app);
+    for (int i = 0; i < 300000; ++i) big << (i % 20 + 1) << "," << 500 + i / 1000 << ",1,1\n";
+  }
+  const fs::path ops = dbases / "arven_operations.mdb", rvc = dbases / "arven_rvcs.mdb";
+  write_file(ops, "old operations");
+  write_file(rvc, "old rvcs");
+  pid_t child = fork();
+  if (child == 0) {
+    std::string app = dir.path().string(), from = csv.string();
+    execl(ARVEN_BINARY_DIR "/arven-admin", "arven-admin", "import-masters", "--from", from.c_str(),
+          "--app-dir", app.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  const fs::path temp = rvc.string() + ".tmp." + std::to_string(child);
+  bool seen = false;
+  for (int i = 0; i < 20000 && !seen; ++i) {
+    seen = fs::exists(temp);
+    if (!seen) usleep(1000);
+  }
+  usleep(50000);
+  kill(child, SIGKILL);
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(seen) << "the import was not seen building " << temp;
+  ASSERT_TRUE(WIFSIGNALED(status)) << "the import ended before the kill";
+  EXPECT_EQ(read_file(ops), "old operations");
+  EXPECT_EQ(read_file(rvc), "old rvcs");
+  import_master_csv(csv, ops, rvc);
+  EXPECT_FALSE(fs::exists(temp));
+  EXPECT_TRUE(Db::open(rvc).has_table("NUTS3"));
 }
 
 // The demo data, imported once into a temporary folder.

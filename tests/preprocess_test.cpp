@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <set>
@@ -206,6 +207,43 @@ TEST_F(PreprocessTest, HaltStopsAfterTheAreaWithoutPublishing) {
   auto rows = target().query("SELECT count(*) FROM \"NUTS3_OPS\"");
   rows.next();
   EXPECT_EQ(rows.get(0).as_int(), 0);  // the run stopped before NUTS3
+}
+
+// A copy killed half way left a 0-byte target and temporaries: the next run
+// removes the temporaries and keeps the backup of the last whole target.
+TEST_F(PreprocessTest, DamagedTargetNeverReplacesTheBackupAndTemporariesGo) {
+  ASSERT_TRUE(run());
+  ASSERT_TRUE(run());
+  const auto backup = prepro_folder() / "backup_new_arven_operations_LU.mdb";
+  const std::string good = file_bytes(backup);
+  ASSERT_FALSE(good.empty());
+  std::ofstream(country_target_path("LU"), std::ios::trunc).close();
+  const auto stale = {prepro_folder() / "zipped" / "arven_db_LU.zip.tmp.Xy12ab",
+                      prepro_folder() / "new_arven_operations_LU.mdb.tmp"};
+  for (const auto& p : stale) std::ofstream(p) << "half";
+  ASSERT_TRUE(run());
+  EXPECT_EQ(file_bytes(backup), good);
+  for (const auto& p : stale) EXPECT_FALSE(std::filesystem::exists(p)) << p;
+  EXPECT_TRUE(store_is_whole(country_target_path("LU")));
+  EXPECT_EQ(ui.messages.back().text, "Done");
+}
+
+// The batch form's --operations selects within the list of all operations.
+TEST_F(PreprocessTest, BatchOperationsSelectWithinTheList) {
+  auto batch = [&](const std::string& mode) {
+    std::string cmd = std::string(ARVEN_BINARY_DIR) + "/arven-admin preprocess --app-dir '" +
+                      dir.path().string() + "' --countries LU --level 0 --mode " + mode +
+                      " --operations " + std::to_string(params.operations[1].id) + " >/dev/null";
+    EXPECT_EQ(std::system(cmd.c_str()), 0) << cmd;
+    std::set<int64_t> ops;
+    auto rows = target().query("SELECT DISTINCT \"Operation ID\" FROM \"NUTS0_OPS\"");
+    while (rows.next()) ops.insert(rows.get(0).as_int());
+    return ops;
+  };
+  EXPECT_EQ(batch("selected"), (std::set<int64_t>{params.operations[1].id}));
+  // Add new and update selected: the selected one and every one not yet there.
+  EXPECT_EQ(batch("new-and-selected").size(), params.operations.size());
+  EXPECT_EQ(batch("all").size(), params.operations.size());
 }
 
 }  // namespace
