@@ -14,6 +14,9 @@ namespace {
 constexpr size_t kMaxRows = 1048576;
 constexpr size_t kMaxColumns = 16384;
 constexpr zip_uint64_t kMaxPart = 256u << 20;
+// Cells a sheet may hold, counting the empty ones before a cell in its row:
+// a small part naming far-away cells must not claim gigabytes.
+constexpr size_t kMaxCells = 5'000'000;
 
 // The name of an element or attribute without its namespace prefix: writers
 // differ in the prefixes they use for the same namespace.
@@ -178,6 +181,7 @@ XlsxSheet read_sheet(const Archive& zip, const std::string& part, std::string na
   sheet.name = std::move(name);
   pugi::xml_node data = child(child(doc, "worksheet"), "sheetData");
   size_t next_row = 0;
+  size_t cells_held = 0;
   each_child(data, "row", [&](pugi::xml_node row_node) {
     size_t row = next_row;
     if (auto r = attribute(row_node, "r")) {
@@ -227,7 +231,12 @@ XlsxSheet read_sheet(const Archive& zip, const std::string& part, std::string na
       }
       if (r >= sheet.rows.size()) sheet.rows.resize(r + 1);
       auto& cells = sheet.rows[r];
-      if (col >= cells.size()) cells.resize(col + 1);
+      if (col >= cells.size()) {
+        cells_held += col + 1 - cells.size();
+        if (cells_held > kMaxCells)
+          throw XlsxError(part + ": more than 5,000,000 cells, counting the empty ones between");
+        cells.resize(col + 1);
+      }
       cells[col] = std::move(cell);
     });
   });

@@ -36,8 +36,9 @@ struct XlsxSheet {
 
 // Reads every worksheet of an .xlsx workbook, in the workbook's order.
 // Accepts any bytes: what is not a readable workbook throws XlsxError.
-// Sheets are capped at 1,048,576 rows and 16,384 columns, and parts at
-// 256 MiB unpacked.
+// Sheets are capped at 1,048,576 rows, 16,384 columns and 5,000,000 cells
+// (the empty ones before a cell in its row included), and parts at 256 MiB
+// unpacked.
 std::vector<XlsxSheet> read_xlsx(std::string_view bytes);
 std::vector<XlsxSheet> read_xlsx_file(const std::filesystem::path& path);
 

@@ -135,6 +135,11 @@ TEST(XlsxReader, ReadsWhatASpreadsheetProgramWrites) {
   broken["xl/worksheets/sheet1.xml"] =
       "<worksheet><sheetData><row><c t=\"s\"><v>7</v></c></row></sheetData></worksheet>";
   fails(broken, "shared string 7");
+  // A small part that names far-away cells does not claim gigabytes.
+  std::string far = "<worksheet><sheetData>";
+  for (int r = 1; r <= 400; ++r) far += "<row><c r=\"XFD" + std::to_string(r) + "\"/></row>";
+  broken["xl/worksheets/sheet1.xml"] = far + "</sheetData></worksheet>";
+  fails(broken, "more than 5,000,000 cells");
   broken = parts;
   broken.erase("xl/worksheets/sheet2.xml");
   fails(broken, "no part xl/worksheets/sheet2.xml");
