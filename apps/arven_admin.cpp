@@ -6,6 +6,8 @@
 //   arven-admin preprocess --countries DK,IE --level 3 --mode MODE [--operations 1,2,3]
 //                          [--existing-db] [--dq-refs] [--app-dir DIR]
 //                                                     a pre-processing run in batch
+//   arven-admin calculate-delta --all | --operation N --baseline B [--app-dir DIR]
+//                                                     recalculate activity deltas
 #include <algorithm>
 #include <iostream>
 
@@ -15,6 +17,7 @@
 #include "core/registry.h"
 #include "core/session.h"
 #include "core/startup.h"
+#include "prep/activity_delta.h"
 #include "prep/master_import.h"
 #include "prep/packaging.h"
 #include "prep/preprocess.h"
@@ -31,7 +34,8 @@ int usage(const std::string& problem) {
       << "       arven-admin publish-version X.Y.Z [--app-dir DIR]\n"
       << "       arven-admin preprocess --countries DK,IE --level 0-3 --mode MODE\n"
       << "                  [--operations 1,2,3] [--existing-db] [--dq-refs] [--app-dir DIR]\n"
-      << "         MODE: by-date, new, new-and-selected, existing, selected, all\n";
+      << "         MODE: by-date, new, new-and-selected, existing, selected, all\n"
+      << "       arven-admin calculate-delta --all | --operation N --baseline B [--app-dir DIR]\n";
   return 2;
 }
 
@@ -138,6 +142,48 @@ int preprocess(const arven::AppOptions& options) {
   return ok ? 0 : 1;
 }
 
+int64_t whole_number(const std::string& flag, const std::string& text) {
+  size_t used = 0;
+  long long n = 0;
+  try {
+    n = std::stoll(text, &used);
+  } catch (const std::exception&) {
+    used = 0;
+  }
+  if (used != text.size() || text.empty())
+    throw std::invalid_argument(flag + " needs a whole number, not \"" + text + "\"");
+  return n;
+}
+
+// The deltas of the "Operation Activity Details" dialog from the command
+// line: all listed operations against their first baseline, or one pair.
+int calculate_delta_batch(const arven::AppOptions& options) {
+  using namespace arven;
+  const auto& args = options.args;
+  Session& s = session();
+  s.admin_mode = 1;
+  s.app_folder = options.app_dir;
+  s.ops_db_path = (s.app_folder / "dbases" / "arven_operations.mdb").string();
+  s.rvc_db_path = (s.app_folder / "dbases" / "arven_rvcs.mdb").string();
+  if (args.size() == 2 && args[1] == "--all") {
+    ConsoleUi ui(std::cout);
+    int n = delta_calc_all(ui, delta_operation_list(""));
+    std::cout << "Deltas calculated for " << n << " operations\n";
+    return 0;
+  }
+  if (args.size() != 5 || args[1] != "--operation" || args[3] != "--baseline")
+    throw std::invalid_argument("calculate-delta needs --all, or --operation N --baseline B");
+  int64_t op = whole_number("--operation", args[2]), base = whole_number("--baseline", args[4]);
+  try {
+    calculate_delta(op, base);
+  } catch (const EditError& e) {
+    std::cerr << "arven-admin: " << e.what() << "\n";
+    return 1;
+  }
+  std::cout << "Delta calculated for operation " << op << " against baseline " << base << "\n";
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -173,6 +219,13 @@ int main(int argc, char** argv) {
     if (!args.empty() && args[0] == "preprocess") {
       try {
         return preprocess(options);
+      } catch (const std::invalid_argument& e) {
+        return usage(e.what());
+      }
+    }
+    if (!args.empty() && args[0] == "calculate-delta") {
+      try {
+        return calculate_delta_batch(options);
       } catch (const std::invalid_argument& e) {
         return usage(e.what());
       }

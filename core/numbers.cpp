@@ -127,6 +127,15 @@ std::string locale_decimal_separator() {
 }
 
 std::string number_to_cell(double x) {
+  std::string text = number_to_text(x);
+  if (decimal_separator() != ".") {
+    auto dot = text.find('.');
+    if (dot != std::string::npos) text.replace(dot, 1, decimal_separator());
+  }
+  return text;
+}
+
+std::string number_to_text(double x) {
   if (std::isnan(x)) return "NaN";
   if (std::isinf(x)) return x < 0 ? "-Infinity" : "Infinity";
   if (x == 0) return "0";
@@ -134,12 +143,7 @@ std::string number_to_cell(double x) {
   double ax = std::fabs(x);
   auto fmt = (ax >= 1e-5 && ax < 1e15) ? std::chars_format::fixed : std::chars_format::general;
   auto res = std::to_chars(buf, buf + sizeof buf, x, fmt);
-  std::string text(buf, res.ptr);
-  if (decimal_separator() != ".") {
-    auto dot = text.find('.');
-    if (dot != std::string::npos) text.replace(dot, 1, decimal_separator());
-  }
-  return text;
+  return std::string(buf, res.ptr);
 }
 
 std::optional<double> parse_number(std::string_view text) {

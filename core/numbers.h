@@ -34,6 +34,8 @@ std::string locale_decimal_separator();
 // Number to cell text: the shortest text that reads back to the same
 // double, with the session's decimal separator.
 std::string number_to_cell(double x);
+// The same with '.' whatever the locale: a number kept as text in a store.
+std::string number_to_text(double x);
 
 // Cell text to number: accepts '.' or the session's separator, leading and
 // trailing blanks, a sign and an exponent. nullopt when the text is not a
