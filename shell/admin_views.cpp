@@ -114,6 +114,7 @@ void register_admin_windows(WebUi& ui) {
     buttons.push_back({{"id", "publish"}, {"text", "Publish software version"}});
     return json{{"title", "ARVEN Admin Console"},
                 {"no_page", true},
+                {"fill", true},
                 {"html",
                  "<p>Maintain the master data (operations, activities, baselines, their details, "
                  "deltas and factors, and the RVCs), then fill each country store from the master "

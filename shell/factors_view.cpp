@@ -102,7 +102,7 @@ json controls() {
   } else {
     lists.push_back(list_control("rvc", "RVC", rvcs, rvc_sel));
     cols.assign(static_cast<size_t>(d.table.cols()), "number");
-    cols[0] = "readonly";
+    if (!cols.empty()) cols[0] = "readonly";
   }
   json buttons = {{{"id", "save"}, {"text", "Save"}}};
   if (factor_kind_by_class(d.kind))
