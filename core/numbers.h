@@ -36,6 +36,9 @@ std::string locale_decimal_separator();
 std::string number_to_cell(double x);
 // The same with '.' whatever the locale: a number kept as text in a store.
 std::string number_to_text(double x);
+// A number as a text column of a store receives it: at most 15 significant
+// digits, '.' as the decimal point, so 0.94 - 1 is kept as "-0.06".
+std::string number_to_store_text(double x);
 
 // Cell text to number: accepts '.' or the session's separator, leading and
 // trailing blanks, a sign and an exponent. nullopt when the text is not a

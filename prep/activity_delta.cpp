@@ -300,7 +300,7 @@ void calculate_delta(int64_t operation_id, int64_t baseline_id) {
         throw EditError("The details of " + where + " are not both numbers (\"" + o_text +
                         "\" and \"" + b_text + "\"). The delta was not changed.");
       double d = *o - *bv;
-      if (d != 0) out.push_back({activity, rvc, cls, number_to_text(d)});
+      if (d != 0) out.push_back({activity, rvc, cls, number_to_store_text(d)});
     }
   }
   Db db = ops_db();

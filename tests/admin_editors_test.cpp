@@ -7,6 +7,7 @@
 #include "prep/activity_delta.h"
 #include "prep/activity_factors.h"
 #include "prep/comp_man.h"
+#include "prep/master_import.h"
 #include "reports/charts.h"
 #include "stores/schema.h"
 #include "support/scripted_ui.h"
@@ -76,8 +77,8 @@ TEST_F(AdminEditors, DeltaKeepsOnlyDifferencesAndMarksClassByClassActivities) {
   const char* B = "Baseline_Activity_Details";
   detail(O, 1, 1, 0, 0, "5");  // unchanged: no row, never a 0
   detail(B, 1, 1, 0, 0, "5");
-  detail(O, 1, 2, 0, 0, "7.5");
-  detail(B, 1, 2, 0, 0, "2");
+  detail(O, 1, 2, 0, 0, "0.94");  // kept to 15 significant digits
+  detail(B, 1, 2, 0, 0, "1");
   detail(O, 1, 3, 0, 0, "Multi");
   detail(B, 1, 3, 0, 0, "Multi");
   for (int cls : {1, 2, 3}) {
@@ -89,7 +90,8 @@ TEST_F(AdminEditors, DeltaKeepsOnlyDifferencesAndMarksClassByClassActivities) {
   calculate_delta(1, 1);
   EXPECT_EQ(rows("SELECT \"Activity ID\", \"RVC ID\", \"RVC Class\", Delta FROM "
                  "Operation_Activity_Delta ORDER BY rowid"),
-            (std::vector<std::string>{"2|0|0|5.5", "3|0|0|Multi", "3|10|1|-10", "3|10|3|-10"}));
+            (std::vector<std::string>{"2|0|0|-0.0600000000000001", "3|0|0|Multi", "3|10|1|-10",
+                                      "3|10|3|-10"}));
   EXPECT_TRUE(touched(1));
   EXPECT_FALSE(touched(2));
 
@@ -109,6 +111,19 @@ TEST_F(AdminEditors, DeltaKeepsOnlyDifferencesAndMarksClassByClassActivities) {
                {2, 1, 1, "3"});
   calculate_delta(2, 1);
   EXPECT_TRUE(rows("SELECT * FROM Operation_Activity_Delta").empty());
+}
+
+TEST_F(AdminEditors, RecalculatingTheDemoDetailsGivesTheDemoDeltasBack) {
+  ops_.reset();
+  rvc_.reset();
+  import_master_csv(std::filesystem::path(ARVEN_SOURCE_DIR) / "data" / "demo",
+                    session().ops_db_path, session().rvc_db_path);
+  ops_.emplace(Db::open(session().ops_db_path));
+  const std::string all = "SELECT * FROM Operation_Activity_Delta ORDER BY 1, 2, 3, 4, 5";
+  auto before = rows(all);
+  ASSERT_GT(before.size(), 100u);
+  EXPECT_EQ(delta_calc_all(ui_, delta_operation_list("")), 47);
+  EXPECT_EQ(rows(all), before);
 }
 
 TEST_F(AdminEditors, BulkRunUsesTheFirstBaselineOnlyAfterItsQuestion) {
