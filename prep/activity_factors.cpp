@@ -101,12 +101,8 @@ GridTable factor_table(FactorKind kind) {
 
 GridTable factor_class_rows(FactorKind kind, int64_t rvc_id) {
   GridTable t = factor_table(kind);
-  Db db = Db::open(session().rvc_db_path);
-  auto rows =
-      db.query("SELECT * FROM " + q("RVC_List") + " WHERE " + q("RVC ID") + " = ?", {rvc_id});
-  if (!rows.next()) return t;
-  int64_t lo = rows.get("RVC min").as_int(), hi = rows.get("RVC max").as_int();
-  for (int64_t c = lo; c <= hi && c - lo < 1000; ++c) t.cell(t.add_row(), 0) = std::to_string(c);
+  GridTable classes = class_rows(rvc_id);
+  for (int r = 1; r < classes.rows(); ++r) t.cell(t.add_row(), 0) = classes.cell(r, 0);
   return t;
 }
 
