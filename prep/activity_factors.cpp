@@ -46,6 +46,13 @@ double number_cell(const GridTable& t, int r, std::string_view title, bool empty
   return *n;
 }
 
+// The class of a row as stored (a 32-bit float); an empty class, as rows
+// for the whole area have, stays empty.
+Value class_value(const GridTable& t, int r) {
+  if (t.cell(r, column_of(t, "RVC Class")).empty()) return Value();
+  return static_cast<double>(static_cast<float>(number_cell(t, r, "RVC Class", false)));
+}
+
 void delete_rows(Db& db, const char* table, int64_t activity_id) {
   db.exec("DELETE FROM " + q(table) + " WHERE " + q("Activity ID") + " = ?", {activity_id});
 }
@@ -162,12 +169,13 @@ GridTable get_yield_details(int64_t activity_id, int64_t& rvc_id) {
 void save_ghg_details(int64_t activity_id, int mitigation_type, int64_t rvc_id,
                       const GridTable& table) {
   struct Row {
-    double cls, tco2e;
+    Value cls;
+    double tco2e;
     Value equilibrium;
   };
   std::vector<Row> rows;
   for (int r = 1; r < table.rows(); ++r) {
-    Row row{number_cell(table, r, "RVC Class", false), number_cell(table, r, "tCO2e", true), {}};
+    Row row{class_value(table, r), number_cell(table, r, "tCO2e", true), {}};
     if (mitigation_type == 2) row.equilibrium = number_cell(table, r, "Equilibrium", false);
     rows.push_back(row);
   }
@@ -179,8 +187,7 @@ void save_ghg_details(int64_t activity_id, int mitigation_type, int64_t rvc_id,
     for (const Row& r : rows)
       db.insert(kMitigation,
                 {"Activity ID", "RVC ID", "RVC Value", "Mitigation Type", "tCO2e", "Equilibrium"},
-                {activity_id, rvc_id, static_cast<double>(static_cast<float>(r.cls)),
-                 mitigation_type, r.tco2e, r.equilibrium});
+                {activity_id, rvc_id, r.cls, mitigation_type, r.tco2e, r.equilibrium});
     tx.commit();
   }
   update_op_update_date(activity_id);
@@ -197,7 +204,7 @@ void save_yield_details(int64_t activity_id, int64_t rvc_id, const GridTable& ta
     delete_rows(db, kYield, activity_id);
     for (const auto& [cls, yield] : rows)
       db.insert(kYield, {"Activity ID", "RVC ID", "RVC Value", "Yield"},
-                {activity_id, rvc_id, static_cast<double>(static_cast<float>(cls)), yield});
+                {activity_id, rvc_id, cls, yield});
     tx.commit();
   }
   update_op_update_date(activity_id);

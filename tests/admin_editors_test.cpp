@@ -234,6 +234,12 @@ TEST_F(AdminEditors, FactorSavesReplaceRowsCheckFirstAndStampUsers) {
   es.cell(r, 2) = "0.5";
   save_es_details(3, es);  // no delta rows: marks nothing
   EXPECT_EQ(get_es_details(3).cell(1, 1), "Soil");
+
+  GridTable y = factor_table(FactorKind::yield);  // a whole-area row has no class
+  y.cell(y.add_row(), 1) = "1.5";
+  save_yield_details(3, 0, y);
+  EXPECT_EQ(rows("SELECT \"RVC Value\" IS NULL, Yield FROM Yield_Activity_Impact_Factors"),
+            std::vector<std::string>{"1|1.5"});
   EXPECT_EQ(display_act_info(3), "note 3");
 }
 
