@@ -194,10 +194,9 @@ void save_ghg_details(int64_t activity_id, int mitigation_type, int64_t rvc_id,
 }
 
 void save_yield_details(int64_t activity_id, int64_t rvc_id, const GridTable& table) {
-  std::vector<std::pair<double, double>> rows;
+  std::vector<std::pair<Value, double>> rows;
   for (int r = 1; r < table.rows(); ++r)
-    rows.push_back(
-        {number_cell(table, r, "RVC Class", false), number_cell(table, r, "Yield", true)});
+    rows.push_back({class_value(table, r), number_cell(table, r, "Yield", true)});
   {
     Db db = ops_db();
     Transaction tx(db);
