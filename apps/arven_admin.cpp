@@ -9,6 +9,8 @@
 //   arven-admin rvc-import | rvc-aggregate | backup | all-country ...
 //                                                     the RVC import, the aggregation, backups
 //                                                     of the master stores, the all-country store
+//   arven-admin calculate-delta --all | --operation N --baseline B [--app-dir DIR]
+//                                                     recalculate activity deltas
 #include <algorithm>
 #include <iostream>
 #include <map>
@@ -21,6 +23,7 @@
 #include "core/registry.h"
 #include "core/session.h"
 #include "core/startup.h"
+#include "prep/activity_delta.h"
 #include "prep/master_backup.h"
 #include "prep/master_import.h"
 #include "prep/packaging.h"
@@ -51,7 +54,8 @@ int usage(const std::string& problem) {
       << "       arven-admin all-country ACTION [--store FILE] [--group rdp|rvc|rvc-list]\n"
       << "         ACTION: code-gen, copy-preprocess-tables, copy-arven-db, copy-rdp-tables,\n"
       << "                 copy-rvc-tables, copy-rvc-list-tables, delete-old-tables,\n"
-      << "                 temp-data-trans, add-impact-max-field\n";
+      << "                 temp-data-trans, add-impact-max-field\n"
+      << "       arven-admin calculate-delta --all | --operation N --baseline B [--app-dir DIR]\n";
   return 2;
 }
 
@@ -287,6 +291,36 @@ int preprocess(const arven::AppOptions& options) {
   return ok ? 0 : 1;
 }
 
+// The deltas of the "Operation Activity Details" dialog from the command
+// line: all listed operations against their first baseline, or one pair.
+int calculate_delta_batch(const arven::AppOptions& options) {
+  using namespace arven;
+  const auto& args = options.args;
+  Session& s = session();
+  s.admin_mode = 1;
+  s.app_folder = options.app_dir;
+  s.ops_db_path = (s.app_folder / "dbases" / "arven_operations.mdb").string();
+  s.rvc_db_path = (s.app_folder / "dbases" / "arven_rvcs.mdb").string();
+  if (args.size() == 2 && args[1] == "--all") {
+    ConsoleUi ui(std::cout);
+    int n = delta_calc_all(ui, delta_operation_list(""));
+    std::cout << "Deltas calculated for " << n << " operations\n";
+    return 0;
+  }
+  if (args.size() != 5 || args[1] != "--operation" || args[3] != "--baseline")
+    throw std::invalid_argument("calculate-delta needs --all, or --operation N --baseline B");
+  int64_t op = whole_number(args[2], "an operation id"),
+          base = whole_number(args[4], "a baseline id");
+  try {
+    calculate_delta(op, base);
+  } catch (const EditError& e) {
+    std::cerr << "arven-admin: " << e.what() << "\n";
+    return 1;
+  }
+  std::cout << "Delta calculated for operation " << op << " against baseline " << base << "\n";
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -328,6 +362,13 @@ int main(int argc, char** argv) {
     if (!args.empty() && batch.count(args[0])) {
       try {
         return batch.at(args[0])(options);
+      } catch (const std::invalid_argument& e) {
+        return usage(e.what());
+      }
+    }
+    if (!args.empty() && args[0] == "calculate-delta") {
+      try {
+        return calculate_delta_batch(options);
       } catch (const std::invalid_argument& e) {
         return usage(e.what());
       }

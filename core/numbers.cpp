@@ -146,6 +146,17 @@ std::string number_to_text(double x) {
   return std::string(buf, res.ptr);
 }
 
+std::string number_to_store_text(double x) {
+  if (!std::isfinite(x)) return number_to_text(x);
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%.15g", x);
+  std::string text = buf;
+  // The C locale's point, whatever LC_NUMERIC says.
+  for (char& c : text)
+    if (c == ',') c = '.';
+  return text == "-0" ? "0" : text;
+}
+
 std::optional<double> parse_number(std::string_view text) {
   auto b = text.find_first_not_of(" \t\r\n");
   if (b == std::string_view::npos) return std::nullopt;

@@ -36,6 +36,10 @@ std::string locale_decimal_separator();
 std::string number_to_cell(double x);
 // The same text with '.' whatever the locale: the form for scripts and data.
 std::string number_to_text(double x);
+// A number as a text column of a store receives it: at most 15 significant
+// digits, '.' as the decimal point, so 0.94 - 1 is kept as
+// "-0.0600000000000001", as the master stores hold such differences.
+std::string number_to_store_text(double x);
 
 // Cell text to number: accepts '.' or the session's separator, leading and
 // trailing blanks, a sign and an exponent. nullopt when the text is not a

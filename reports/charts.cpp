@@ -6,6 +6,7 @@
 
 #include "core/numbers.h"
 #include "core/session.h"
+#include "stores/db.h"
 
 namespace arven {
 namespace {
@@ -371,6 +372,58 @@ void chart_rvc_pie(PageFile& out, int64_t rvc_id, const std::string& short_name,
   if (!data.empty()) out.line(data);
   out.line("]");
   close_script(out);
+}
+
+void chart_country_budget(PageFile& out) {
+  static constexpr const char* kSeries[] = {"Axis 1",
+                                            "Axis 2",
+                                            "Axis 3",
+                                            "Axis 4",
+                                            "Technical assistance",
+                                            "Compliments to direct payments"};
+  Db db = Db::open(session().ops_db_path);
+  std::string categories;
+  std::vector<std::string> data(std::size(kSeries));
+  auto rows = db.query("SELECT * FROM " + quote_name("Countries"));
+  bool first = true;
+  while (rows.next()) {
+    categories += (first ? "'" : ", '") + js_text(rows.get("Country name").as_text()) + "'";
+    for (size_t i = 0; i < std::size(kSeries); ++i) {
+      Value v = rows.get(kSeries[i]);
+      data[i] += (first ? "" : ", ") +
+                 (v.is_empty() ? std::string("null") : number_to_text(v.as_double()));
+    }
+    first = false;
+  }
+  open_script(out);
+  block(out, "chart", {"renderTo: 'container',", "defaultSeriesType: 'bar'"});
+  block(out, "title", {"text: 'EU Member States RDP Budget'"});
+  block(out, "subtitle", {"text: '2007-2013'"});
+  block(out, "xAxis", {"categories: [" + categories + "]"});
+  block(out, "yAxis", {"min: 0,", "title: {", "text: 'Euros',", "}"});
+  tooltip(out, "Euros");
+  block(out, "legend", {"backgroundColor: '#FFFFFF',", "reversed: true"});
+  out.line("plotOptions: {");
+  block(out, "series", {"stacking: 'normal'"});
+  out.line("},");
+  out.line("series: [{");
+  for (size_t i = 0; i < std::size(kSeries); ++i) {
+    if (i) out.line("}, {");
+    out.line("name: '" + js_text(kSeries[i]) + "',");
+    out.line("data: [" + data[i] + "]");
+  }
+  close_script(out);
+}
+
+std::string country_budget_page() {
+  PageFile out("country_budget.htm");
+  page_header(out, 1);
+  chart_country_budget(out);
+  out.line("</head>");
+  out.line("<body>");
+  out.line(R"(<div id="container" style="width: 900px; height: 600px; margin: 0 auto"></div>)");
+  page_footer(out);
+  return "country_budget.htm";
 }
 
 }  // namespace arven

@@ -49,4 +49,11 @@ void chart_mac_example(PageFile& out);
 void chart_regional_bar(PageFile& out, const GridTable& grid, const std::string& operation_name,
                         int impact_kind, int chart_kind);
 
+// The stacked bars of the EU member states' RDP budget: one category per
+// row of Countries in the operations master (session().ops_db_path), one
+// series per budget column.
+void chart_country_budget(PageFile& out);
+// Writes "country_budget.htm" with that chart; returns the page's name.
+std::string country_budget_page();
+
 }  // namespace arven

@@ -3,6 +3,7 @@
 #include "prep/packaging.h"
 #include "prep/prepro_dialog.h"
 #include "reports/page_kit.h"
+#include "shell/admin_controls.h"
 #include "shell/all_country_view.h"
 #include "shell/control_json.h"
 #include "shell/rvc_import_view.h"
@@ -78,13 +79,44 @@ std::string& publish_version() {
 
 }  // namespace
 
+namespace {
+
+// The console's tools, in the order it lists them: each opens its window.
+// A new tool is one more entry here.
+struct AdminTool {
+  const char* id;
+  const char* text;
+  const char* window;
+};
+const std::vector<AdminTool>& admin_tools() {
+  static const std::vector<AdminTool> tools = {
+      {"prepro", "Data Pre-processor", "admin/prepro"},
+      {"details", "Operation Activity Details", "admin/details"},
+      {"factors", "Activity Factors", "admin/factors"},
+      {"compman", "Comp Man", "admin/compman"},
+      {"rvcman", "RVC Manager", "admin/rvcman"},
+      {"budget", "EU Member States RDP Budget", "admin/budget"},
+      {"rvcimport", "RVC Data Import", "admin/rvcimport"},
+      {"backups", "Master Store Backups", "admin/backups"},
+  };
+  return tools;
+}
+
+}  // namespace
+
 void register_admin_windows(WebUi& ui) {
   WindowHandlers console;
   console.controls = [] {
+    json buttons = json::array();
+    for (const auto& tool : admin_tools())
+      buttons.push_back({{"id", tool.id}, {"text", tool.text}});
+    buttons.push_back({{"id", "publish"}, {"text", "Publish software version"}});
     return json{{"title", "ARVEN Admin Console"},
                 {"no_page", true},
+                {"fill", true},
                 {"html",
-                 "<p>Data preparation for the country stores: fill each store from the master "
+                 "<p>Maintain the master data (operations, activities, baselines, their details, "
+                 "deltas and factors, and the RVCs), then fill each country store from the master "
                  "stores, generate the impact rows of every operation for every NUTS area, "
                  "stamp the version and publish the archive.</p>"},
                 {"inputs",
@@ -92,24 +124,16 @@ void register_admin_windows(WebUi& ui) {
                    {"label", "Software version to publish:"},
                    {"value", publish_version()},
                    {"placeholder", "1.1.9"}}}},
-                {"buttons",
-                 {{{"id", "prepro"}, {"text", "Data Pre-processor"}},
-                  {{"id", "publish"}, {"text", "Publish software version"}}}}};
-  };
-  // The RVC import and the backups bring their own entries.
-  auto console_controls = console.controls;
-  console.controls = [console_controls] {
-    json c = console_controls();
-    for (const auto& [id, text] : rvc_import_console_entries())
-      c["buttons"].push_back({{"id", id}, {"text", text}});
-    return c;
+                {"buttons", buttons}};
   };
   console.command = [&ui](const Params& p) {
     std::string button = param_text(p, "button");
-    if (rvc_import_console_click(ui, button)) {
-    } else if (button == "prepro") {
-      ui.show_window("admin/prepro");
-    } else if (p.count("input") && p.at("input") == "version") {
+    for (const auto& tool : admin_tools())
+      if (button == tool.id) {
+        ui.show_window(tool.window);
+        return;
+      }
+    if (p.count("input") && p.at("input") == "version") {
       publish_version() = param_text(p, "value");
     } else if (button == "publish") {
       try {
@@ -169,6 +193,9 @@ void register_admin_windows(WebUi& ui) {
   ui.register_window("admin/prepro", prepro);
   register_rvc_import_windows(ui);
   register_all_country_window(ui);
+  register_details_window(ui);
+  register_factors_window(ui);
+  register_compman_windows(ui);
 }
 
 }  // namespace arven::shell

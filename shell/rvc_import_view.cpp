@@ -65,20 +65,6 @@ json backup_controls() {
 
 }  // namespace
 
-std::vector<std::pair<std::string, std::string>> rvc_import_console_entries() {
-  return {{"rvcimport", "RVC Data Import"}, {"backups", "Master Store Backups"}};
-}
-
-bool rvc_import_console_click(WebUi& ui, const std::string& button) {
-  if (button == "rvcimport")
-    ui.show_window("admin/rvcimport");
-  else if (button == "backups")
-    ui.show_window("admin/backups");
-  else
-    return false;
-  return true;
-}
-
 void register_rvc_import_windows(WebUi& ui) {
   WindowHandlers rvc;
   rvc.load = [&ui] { rvc_dialog_load(ui); };

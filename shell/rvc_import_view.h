@@ -8,8 +8,4 @@ namespace arven::shell {
 // "Master Store Backups" (/admin/backups/).
 void register_rvc_import_windows(WebUi& ui);
 
-// The console's entries that open them: {button id, text}, and the click.
-std::vector<std::pair<std::string, std::string>> rvc_import_console_entries();
-bool rvc_import_console_click(WebUi& ui, const std::string& button);
-
 }  // namespace arven::shell

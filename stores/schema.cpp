@@ -162,6 +162,14 @@ std::vector<TableDef> make_operations_master_tables() {
         {"Operation Type Name", T, 255}}},
       {"Scoped_Out_Operations_Measures", {{"Operation ID", L}, {"Measure ID", L}}},
       {"xPPL_List", {{"Operation ID", L}, {"Operation Name", T, 255}}},
+      {"Countries",
+       {{"Country name", T, 255},
+        {"Axis 1", D},
+        {"Axis 2", D},
+        {"Axis 3", D},
+        {"Axis 4", D},
+        {"Technical assistance", D},
+        {"Compliments to direct payments", D}}},
   };
   t.insert(t.end(), rest.begin(), rest.end());
   return t;
@@ -264,8 +272,8 @@ const std::vector<TableDef>& rvcs_master_tables() {
 }
 
 const std::vector<std::string>& master_only_tables() {
-  static const std::vector<std::string> t = {"Scoped_Out_Operations",
-                                             "Scoped_Out_Operations_Measures", "xPPL_List"};
+  static const std::vector<std::string> t = {
+      "Scoped_Out_Operations", "Scoped_Out_Operations_Measures", "xPPL_List", "Countries"};
   return t;
 }
 

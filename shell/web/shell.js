@@ -589,6 +589,22 @@
         window.open(/^https?:/.test(t) || t.startsWith('/') ? t : base + t, name);
       }
     }
+    // A window opened at start, before this page drew (the admin console):
+    // the browser lets a page open another only on a click, so it is
+    // offered as a link when the attempt is refused.
+    // Once per browser tab: the main page is drawn anew after every modal window.
+    if (opened === null && win === 'main' && s.opened.count > 0 && /^\/[a-z\/]+\/$/.test(s.opened.target) &&
+        !sessionStorage.getItem('arven-start-window')) {
+      const t = s.opened.target;
+      sessionStorage.setItem('arven-start-window', t);
+      if (!window.open(t, '_blank') && !$('start-window')) {
+        const bar = el('div', { class: 'start-window', id: 'start-window' }, [
+          el('a', { href: t, target: '_blank', id: 'start-window-link',
+            text: t === '/admin/' ? 'Open the ARVEN Admin Console' : 'Open ' + t,
+            onclick: () => bar.remove() })]);
+        document.body.prepend(bar);
+      }
+    }
     opened = s.opened.count;
     if (s.nav !== nav) {
       nav = s.nav;

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "core/grid_table.h"
+#include "core/lookups.h"
+#include "shell/web_ui.h"
+
+namespace arven::shell {
+
+// Controls that the admin editors share, as the page draws them.
+
+// A list box of items; `selected` marks entries (by index).
+nlohmann::json list_control(const std::string& id, const std::string& label,
+                            const std::vector<std::string>& texts,
+                            const std::vector<bool>& selected);
+// An editable grid from a table: `kinds` per column ("text", "number",
+// "toggle", "readonly").
+nlohmann::json grid_control(const std::string& id, const GridTable& table,
+                            const std::vector<std::string>& kinds, const std::string& empty);
+// A read-only table.
+nlohmann::json table_control(const std::string& id, const std::string& label,
+                             const GridTable& table, const std::string& empty);
+// One text box per field, ids "f:<field>".
+nlohmann::json field_inputs(const std::vector<std::string>& fields,
+                            const std::function<std::string(const std::string&)>& value);
+
+// Runs an editor's action; a refused edit or a store failure becomes a
+// message under `title`, and the action ends with nothing changed.
+void guarded(Ui& ui, const std::string& title, const std::function<void()>& action);
+
+// Registers the admin editors: "Operation Activity Details" (admin/details),
+// "Activity Factors" (admin/factors), "Comp Man" (admin/compman), the "RVC
+// Manager" (admin/rvcman) and the EU budget chart (admin/budget).
+void register_details_window(WebUi& ui);
+void register_factors_window(WebUi& ui);
+void register_compman_windows(WebUi& ui);
+
+}  // namespace arven::shell
