@@ -194,6 +194,29 @@ TEST_F(PageKitTest, SortableTables) {
   }
 }
 
+TEST_F(PageKitTest, ListFiguresShowTheDecimalsOfTheirColumn) {
+  GridTable list(5);
+  list.add_row();
+  list.add_row();
+  const char* heads[] = {"Operation ID", "Operation name", "Regional impact (tCO2e) / ha",
+                         "Regional impact (tCO2e) (total)", "Data Quality"};
+  const char* cells[] = {"4", "Hedges 1999", "32.268022495309246", "-488578391.4", "3"};
+  for (int c = 0; c < 5; ++c) list.cell(0, c) = heads[c], list.cell(1, c) = cells[c];
+  const std::string html = page([&](PageFile& out) { grid_table_sortable(list, out, 1, 1, 3); });
+  EXPECT_NE(html.find(">32.268<"), std::string::npos) << html;
+  EXPECT_NE(html.find(">-488,578,391<"), std::string::npos) << html;
+  EXPECT_NE(html.find("Hedges 1999"), std::string::npos);  // names are not figures
+  EXPECT_EQ(list.cell(1, 2), "32.268022495309246");        // the cell keeps its precision
+
+  EXPECT_EQ(display_places("Cost (€) / tCO2e"), 2);
+  EXPECT_EQ(display_places("Risk reduction/ha"), 3);
+  EXPECT_EQ(display_places("Regional risk reduction total"), 1);
+  EXPECT_EQ(display_places("tCO2e"), 0);
+  EXPECT_EQ(display_figure("-0.0562", -1), "-0.056");
+  EXPECT_EQ(display_figure("1234.5", -1), "1,234.5");
+  EXPECT_EQ(display_figure("&nbsp;", 2), "&nbsp;");
+}
+
 TEST_F(PageKitTest, WelcomeAndNoOperationsPages) {
   session().recent_files[1] = "/home/ann/Documents/My ARVEN Files/Hedges & buffers 2024.arv";
   session().recent_files[3] = "/tmp/<b>.arv";
