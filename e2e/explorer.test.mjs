@@ -82,7 +82,7 @@ test('an assessment goes from a new file to ranked operation reports', { skip: m
     const after = await totals();
     assert.notEqual(after, before, 'the figures follow the new uptake');
     // Twice the uptake doubles the 250-year total, give or take the rounding.
-    const last = (row) => Number(row.trim().split(/\s+/).pop());
+    const last = (row) => Number(row.trim().split(/\s+/).pop().replace(/,/g, ''));
     assert.ok(Math.abs(last(after) / last(before) - 2) < 0.01, `${before} -> ${after}`);
     await page.waitForTimeout(1500);  // the chart's animation
     await page.screenshot({ path: screenshotPath('explorer-after-recalculation') });

@@ -419,16 +419,11 @@ bool show_stale_cache_page(Ui& ui) {
 
 // ---- recalculation ------------------------------------------------------------------
 
-ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks) {
+ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) {
   ExplorerState& ex = explorer_state();
   ex.update_running = true;
   ImpactStatus status = ImpactStatus::done;
   try {
-    ui.progress(0, 1, "Updating regional impact data...");
-    reset_summary_tables();
-    wait_page("summary.htm", "Updating regional impact data. Please wait...");
-    ui.navigate("explorer", "summary.htm");
-
     ImpactContext ctx;
     Db& db = ctx.assessment();
     std::vector<std::pair<int64_t, std::string>> operations;
@@ -439,7 +434,7 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks) {
                         params);
       while (q.next()) operations.emplace_back(q.get(0).as_int(), q.get(1).as_text());
     };
-    if (ex.recalc_list.empty()) {
+    if (ex.recalc_list.empty() && !confirmed) {
       const Answer answer = ui.message_box(
           "Are you sure you want to recalculate the data for all the operations you have "
           "selected?",
@@ -448,11 +443,18 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks) {
         read_operations("", {});
       else
         status = ImpactStatus::declined;
+    } else if (ex.recalc_list.empty()) {
+      read_operations("", {});
     } else {
       for (int64_t id : ex.recalc_list) read_operations(" WHERE \"Operation ID\" = ?", {Value(id)});
     }
 
     if (status == ImpactStatus::done) {
+      // The wait page comes after the question, so nothing waits behind it.
+      ui.progress(0, 1, "Updating regional impact data...");
+      reset_summary_tables();
+      wait_page("summary.htm", "Updating regional impact data. Please wait...");
+      ui.navigate("explorer", "summary.htm");
       Transaction tx(db);
       ctx.in_transaction = true;
       const int count = static_cast<int>(operations.size());
@@ -484,7 +486,8 @@ bool data_update_link(Ui& ui, std::string_view target, const ImpactCacheHooks& h
   auto slash = target.find_last_of("/\\");
   if (slash != std::string_view::npos) target.remove_prefix(slash + 1);
   if (target == "data_update.yes") {
-    data_update(ui, hooks);
+    // The link is the answer to the stale-data question: no second one.
+    data_update(ui, hooks, true);
     return true;
   }
   if (target == "data_update.xno") {
