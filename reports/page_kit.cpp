@@ -69,6 +69,12 @@ std::string figure_cell(const GridTable& grid, int r, int c, int size) {
 // take their column's when it is true.
 void plain_rows(const GridTable& grid, PageFile& out, int size, int end, bool by_head) {
   for (int r = 0; r < grid.rows(); ++r) {
+    // A row by horizon shows all its figures with the decimals of its most
+    // precise cell, so -238 stands as -238.0 beside -4.5.
+    int row_places = 0;
+    for (int c = 1; c < end && !by_head && r > 0; ++c)
+      if (parse_number(grid.cell(r, c)))
+        row_places = std::max(row_places, cell_places(grid.cell(r, c)));
     out.line("<tr>");
     for (int c = 0; c < end; ++c) {
       if (r == 0 || c == 0)
@@ -76,7 +82,7 @@ void plain_rows(const GridTable& grid, PageFile& out, int size, int end, bool by
       else if (by_head)
         out.line(figure_cell(grid, r, c, size));
       else
-        out.line(cell_line(cell_text(display_figure(grid.cell(r, c), -1), false), size));
+        out.line(cell_line(cell_text(display_figure(grid.cell(r, c), row_places), false), size));
     }
     out.line("</tr>");
   }
@@ -391,22 +397,19 @@ void no_ops_selected_html(Ui& ui) {
 
 // ---- figures ----
 
+int cell_places(std::string_view cell) {
+  auto sep = cell.find_first_of(".,");
+  if (sep == std::string_view::npos) return 0;
+  auto digits = cell.substr(sep + 1);
+  if (digits.find_first_of("eE") != std::string_view::npos) return 3;
+  auto end = digits.find_first_not_of("0123456789");
+  return static_cast<int>(std::min<size_t>(3, end == std::string_view::npos ? digits.size() : end));
+}
+
 std::string display_figure(std::string_view cell, int places) {
   auto v = parse_number(cell);
   if (!v) return std::string(cell);
-  if (places < 0) {
-    // The decimals the cell has, read in its own text.
-    places = 0;
-    auto sep = cell.find_first_of(".,");
-    if (sep != std::string_view::npos) {
-      auto digits = cell.substr(sep + 1);
-      auto end = digits.find_first_not_of("0123456789");
-      if (digits.find_first_of("eE") != std::string_view::npos) return format_display(*v, 3);
-      places = static_cast<int>(
-          std::min<size_t>(3, end == std::string_view::npos ? digits.size() : end));
-    }
-  }
-  return format_display(*v, places);
+  return format_display(*v, places < 0 ? cell_places(cell) : places);
 }
 
 int display_places(std::string_view head) {

@@ -35,6 +35,8 @@ std::string html_escape(std::string_view text);
 // `places` decimals, or, when `places` is negative, with the decimals the
 // cell already has (at most three); any other text is left as it stands.
 std::string display_figure(std::string_view cell, int places);
+// The decimals written in a number cell's text, at most three.
+int cell_places(std::string_view cell);
 // Decimals shown for a column of figures, judged by its head: per hectare 3,
 // cost per unit 2, risk reductions, capacity and quality scores 1, other
 // totals 0.
