@@ -76,6 +76,7 @@ test('an assessment goes from a new file to ranked operation reports', { skip: m
     await page.click('#button-close');
     await answer(page, 'Recalculate', 'Yes');
     await page.locator('#tab-tab1-1').waitFor();
+    await page.locator('#progress-done', { hasText: 'Recalculation finished: 1 operation.' }).waitFor();
     await pageText(page, 'Remove Operation', 30000);
     await page.locator('#tree-chosen .tree-node', { hasText: 'Winter cover crops' }).click();
     await frame.locator('font', { hasText: 'Winter cover crops' }).first().waitFor();

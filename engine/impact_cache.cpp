@@ -423,6 +423,7 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) 
   ExplorerState& ex = explorer_state();
   ex.update_running = true;
   ImpactStatus status = ImpactStatus::done;
+  std::string finished;  // the word left in the status bar
   try {
     ImpactContext ctx;
     Db& db = ctx.assessment();
@@ -470,6 +471,8 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) 
       db.exec("UPDATE \"Version\" SET \"Regional data changed\" = 'No'");
       tx.commit();
       ex.recalc_list.clear();
+      finished = "Recalculation finished: " + std::to_string(count) +
+                 (count == 1 ? " operation." : " operations.");
     }
   } catch (const std::exception& e) {
     engine_detail::report_failure(ui, e);
@@ -477,7 +480,7 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) 
   }
   if (hooks.rebuild_lists) hooks.rebuild_lists(ui);
   ex.update_running = false;
-  ui.progress(0, 0, "");
+  ui.progress(0, 0, finished);
   if (hooks.after_update) hooks.after_update(ui);
   return status;
 }

@@ -579,6 +579,9 @@
     if (p.max > 0) {
       $('progress').appendChild(el('span', { text: p.label + ' ' }));
       $('progress').appendChild(el('progress', { value: p.value, max: p.max }));
+    } else if (p.label) {
+      // Work that has ended leaves a word of it (no bar).
+      $('progress').appendChild(el('span', { class: 'done', id: 'progress-done', text: p.label }));
     }
     document.body.classList.toggle('busy', !!s.busy);
     renderDialog(s.dialog);
