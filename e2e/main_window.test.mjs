@@ -61,6 +61,16 @@ test('a new file is created, summarised and reopened from the recent list', asyn
     assert.match(await recent.textContent(), /Sjælland\.arv$/);
     await recent.click();
     assert.match(await pageText(page, 'File:'), /Farmer O'Neill/);
+
+    // Closing the main window exits: it asks, keeps the open panel for the
+    // next start and ends the process.
+    const ended = new Promise((res) => program.child.once('exit', res));
+    await page.click('#close-window');
+    await answer(page, 'Exit', 'Yes');
+    await page.locator('.ended').waitFor();
+    await ended;
+    const after = fs.readFileSync(path.join(sandbox.home, '.config/arven/ARVEN.ini'), 'utf8');
+    assert.match(after, /Outlook_Frame=2/);
   } finally {
     await browser.close();
     program.child.kill();
