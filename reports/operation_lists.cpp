@@ -84,8 +84,8 @@ void load_my_operations_data() {
                             "Regional impact (tCO2e) (total)", "Data Quality"});
   head_list(w.MSFlexGrid4,
             {"Operation ID", "Operation name", "Regional risk reduction total", "Data Quality"});
-  head_list(w.MSFlexGrid12, {"Operation ID", "Operation name", "Regional impact / ha",
-                             "Regional impact (total)", "Data Quality"});
+  head_list(w.MSFlexGrid12, {"Operation ID", "Operation name", "Regional impact (€) / ha",
+                             "Regional impact (€) (total)", "Data Quality"});
   head_list(w.MSFlexGrid5, {"Operation ID", "Operation name", "Mitigation", "Adaptation",
                             "Production", "Combined", "Data Quality"});
 

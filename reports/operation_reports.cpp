@@ -106,7 +106,7 @@ OperationProperties read_properties(int64_t operation_id, int in_file) {
 
 std::string icon_link(const std::string& target, const char* image, const char* label) {
   return "<td align=\"center\" valign=\"top\"><a href=" + target + "><img src=\"" + image +
-         "\" width=\"48\" height=\"48\" border=\"0\" alt=\"" + label +
+         "\" width=\"48\" height=\"48\" border=\"0\" alt=\"" + label + "\" title=\"" + label +
          "\"></a><br><font face=\"Verdana\"><small><small>" + label +
          "</small></small></font></td>";
 }

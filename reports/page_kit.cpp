@@ -424,14 +424,18 @@ int display_places(std::string_view head) {
 
 std::string data_quality_bar(std::string_view score_text) {
   double score = score_text.empty() || score_text == "&nbsp;" ? 0 : cell_to_number(score_text);
-  return "<img src=graphics/bar" + std::to_string(bar_number(score)) + ".gif>";
+  // The tip says in words what the bar shows.
+  const std::string n = std::to_string(bar_number(score));
+  return "<img src=graphics/bar" + n + ".gif title=\"Data quality: " + n + " of 5\">";
 }
 
 std::string data_quality_bar_large(std::string_view score_text) {
   // Only the empty score counts as 0 here, "&nbsp;" does not: intended.
   double score = cell_to_number(score_text);
-  return "<img src=graphics/48bar" + std::to_string(bar_number(score)) +
-         ".gif alt=\"Data Quality Score: " + number_to_cell(round_half_even(score, 1)) + "/5\">";
+  const std::string text =
+      "Data Quality Score: " + number_to_cell(round_half_even(score, 1)) + "/5";
+  return "<img src=graphics/48bar" + std::to_string(bar_number(score)) + ".gif alt=\"" + text +
+         "\" title=\"" + text + "\">";
 }
 
 // ---- tables ----
@@ -550,6 +554,10 @@ void grid_table_sortable(const GridTable& grid, PageFile& out, int size, int sor
     out.line("</tr>");
   }
   out.line("</table>");
+  if (!regional && grid.rows() > 1)
+    out.line(
+        "<p><font face=\"Verdana\"><small><small>Data Quality: one bar (low) to five bars "
+        "(high).</small></small></font></p>");
 }
 
 // ---- the shell's pages ----

@@ -41,7 +41,7 @@ KindHeads heads_of(int kind) {
     case 2:
       return {"Risk reduction", "Risk reduction/ha"};
     case 4:
-      return {"Production", "Production/ha"};
+      return {"Production (€)", "Production (€)/ha"};
     default:
       return {"tCO2e", "tCO2e/ha"};
   }

@@ -100,15 +100,20 @@ TEST_F(PageKitTest, DataQualityBars) {
   const std::vector<std::pair<std::string, int>> small = {
       {"", 1}, {"&nbsp;", 1}, {"1", 1}, {"1.01", 2}, {"2", 2}, {"3", 3}, {"4", 4}, {"4.1", 5}};
   for (const auto& [score, bar] : small)
-    EXPECT_EQ(data_quality_bar(score), "<img src=graphics/bar" + std::to_string(bar) + ".gif>")
+    EXPECT_EQ(data_quality_bar(score), "<img src=graphics/bar" + std::to_string(bar) +
+                                           ".gif title=\"Data quality: " + std::to_string(bar) +
+                                           " of 5\">")
         << score;
   EXPECT_THROW(data_quality_bar("n/a"), NumberError);
-  EXPECT_EQ(data_quality_bar_large("3.25"),
-            R"(<img src=graphics/48bar4.gif alt="Data Quality Score: 3.2/5">)");
-  EXPECT_EQ(data_quality_bar_large("4.96"),
-            R"(<img src=graphics/48bar5.gif alt="Data Quality Score: 5/5">)");
-  EXPECT_EQ(data_quality_bar_large(""),
-            R"(<img src=graphics/48bar1.gif alt="Data Quality Score: 0/5">)");
+  EXPECT_EQ(
+      data_quality_bar_large("3.25"),
+      R"(<img src=graphics/48bar4.gif alt="Data Quality Score: 3.2/5" title="Data Quality Score: 3.2/5">)");
+  EXPECT_EQ(
+      data_quality_bar_large("4.96"),
+      R"(<img src=graphics/48bar5.gif alt="Data Quality Score: 5/5" title="Data Quality Score: 5/5">)");
+  EXPECT_EQ(
+      data_quality_bar_large(""),
+      R"(<img src=graphics/48bar1.gif alt="Data Quality Score: 0/5" title="Data Quality Score: 0/5">)");
   EXPECT_THROW(data_quality_bar_large("&nbsp;"), NumberError);  // only the small bar reads it
 }
 
