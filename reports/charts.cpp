@@ -1,5 +1,6 @@
 #include "reports/charts.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string_view>
 
@@ -106,6 +107,8 @@ struct MacKind {
 
 // Label step for a table of `n` columns less one.
 int label_step(int n, bool adapt) {
+  // A short curve gets about ten labels rather than one or two.
+  if (n < 100) return std::max(1, n / 10);
   if (adapt) {
     if (n <= 100) return 10;
     if (n <= 300) return 50;
