@@ -174,7 +174,8 @@ std::vector<Menu> main_menus() {
   std::vector<MenuEntry> recent;
   for (int i = 1; i <= 4; ++i) {
     const std::string& path = session().recent_files[static_cast<size_t>(i)];
-    recent.push_back({"mnuFileTemp" + std::to_string(i), shorten_path(path), !path.empty()});
+    recent.push_back(
+        {"mnuFileTemp" + std::to_string(i), shorten_path(path), !path.empty(), false, path});
     any_recent = any_recent || !path.empty();
   }
   file.entries.push_back({"sep1", "", any_recent, true});

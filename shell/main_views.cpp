@@ -14,8 +14,11 @@ namespace {
 json menu_json(const Menu& m) {
   json items = json::array();
   for (const auto& e : m.entries)
-    items.push_back(
-        {{"id", e.name}, {"text", e.text}, {"visible", e.visible}, {"separator", e.separator}});
+    items.push_back({{"id", e.name},
+                     {"text", e.text},
+                     {"visible", e.visible},
+                     {"separator", e.separator},
+                     {"tip", e.tip}});
   return {{"text", m.text}, {"items", items}};
 }
 

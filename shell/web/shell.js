@@ -40,7 +40,7 @@
         if (it.separator) { items.appendChild(el('hr')); continue; }
         items.appendChild(el('button', {
           class: 'menu-item', id: 'menu-' + it.id, disabled: it.enabled === false,
-          text: it.text, onclick: () => post('command', { menu: it.id }),
+          text: it.text, title: it.tip || null, onclick: () => post('command', { menu: it.id }),
         }));
       }
       bar.appendChild(el('div', { class: 'menu' }, [el('span', { class: 'menu-title', text: m.text,
