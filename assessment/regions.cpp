@@ -441,18 +441,28 @@ void GE_html(Ui& ui) {
         {"Risk to biodiversity (general)", "arven_bio"},
         {"Risk to biodiversity in Natura 2000 sites", "arven_n2k"},
         {"Landscape impact from soil erosion and forest fires", "arven_lan"}}}};
+  // Without a map server of the user's the layers are listed unlinked: the
+  // default address is this program's own port, which serves no maps.
+  const bool configured = !get_setting("Settings", kMapServerKey, "").empty();
   std::string server = html_escape(map_server());
   PageFile out("google_earth.htm");
   page_header(out, 0);
   out.line(
       "<p><font face=\"Arial\" size=\"4\"><strong>RVC Data Available in Google "
       "Earth</strong></font></p>");
+  if (!configured)
+    out.line(
+        "<p><font face=\"Verdana\"><small>No map server is configured, so these layers cannot "
+        "be opened. Set <code>Map_Server=http://HOST:PORT</code> in the [Settings] section of "
+        "ARVEN.ini to the server that publishes them.</small></font></p>");
   for (const Section& s : sections) {
     out.line("<p><font face=\"Arial\"><strong>" + std::string(s.title) + "</strong></font></p>");
     out.line("<ul>");
     for (const Layer& l : s.layers)
-      out.line("<li><font face=\"Verdana\"><small><a href=\"" + server + "/maps/" + l.file +
-               ".kmz\">" + l.text + "</a></small></font></li>");
+      out.line("<li><font face=\"Verdana\"><small>" +
+               (configured ? "<a href=\"" + server + "/maps/" + l.file + ".kmz\">" + l.text + "</a>"
+                           : std::string(l.text)) +
+               "</small></font></li>");
     out.line("</ul>");
   }
   page_footer(out);

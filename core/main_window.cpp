@@ -37,11 +37,20 @@ void recent_file_command(Ui& ui, int i) {
   build_main_page(ui);
 }
 
+// "Edit regional profile" with any file open, "Hotspot report" with one
+// that has a region.
+void sync_region_items() {
+  if (auto* edit = panel_item(3, 4)) edit->enabled = !session().current_file.empty();
+  if (session().current_file.empty()) {
+    if (auto* hot = panel_item(3, 5)) hot->enabled = false;
+  }
+  region_check();
+}
+
 void regional_profile(Ui& ui) {
   if (auto* item = panel_item(3, 3)) item->enabled = true;
   ui.show_modal("regions");
-  if (auto* edit = panel_item(3, 4)) edit->enabled = !session().current_file.empty();
-  region_check();
+  sync_region_items();
   build_main_page(ui);
 }
 
@@ -70,6 +79,9 @@ void run_pair(Ui& ui, int group, int tool) {
       break;
     case 23:
       ui.show_modal("explorer");
+      // The explorer may have opened or created a file: the Regional
+      // Profile items follow the file now open.
+      sync_region_items();
       if (session().current_file.empty()) {
         welcome_page(ui);  // writes and shows the welcome page
       } else {
@@ -162,7 +174,8 @@ std::vector<Menu> main_menus() {
   std::vector<MenuEntry> recent;
   for (int i = 1; i <= 4; ++i) {
     const std::string& path = session().recent_files[static_cast<size_t>(i)];
-    recent.push_back({"mnuFileTemp" + std::to_string(i), shorten_path(path), !path.empty()});
+    recent.push_back(
+        {"mnuFileTemp" + std::to_string(i), shorten_path(path), !path.empty(), false, path});
     any_recent = any_recent || !path.empty();
   }
   file.entries.push_back({"sep1", "", any_recent, true});

@@ -23,6 +23,8 @@ struct MenuEntry {
   std::string text;
   bool visible = true;
   bool separator = false;
+  // The whole text when `text` is cut short (a recent file's path).
+  std::string tip{};
 };
 
 struct Menu {

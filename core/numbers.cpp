@@ -110,6 +110,33 @@ std::string format_fixed_cell(double x, int places) {
   return text;
 }
 
+std::string format_display(double x, int places) {
+  std::string text = format_fixed(x, places);
+  if (!std::isfinite(x)) return text;
+  const bool negative = !text.empty() && text[0] == '-';
+  if (negative) text.erase(0, 1);
+  auto dot = text.find('.');
+  std::string whole = text.substr(0, dot);
+  std::string frac = dot == std::string::npos ? std::string() : text.substr(dot + 1);
+  const std::string& sep = decimal_separator();
+  const char group = sep == "," ? '.' : ',';
+  std::string grouped;
+  for (size_t i = 0; i < whole.size(); ++i) {
+    if (i > 0 && (whole.size() - i) % 3 == 0) grouped += group;
+    grouped += whole[i];
+  }
+  std::string out = negative ? "-" : "";
+  out += grouped;
+  if (!frac.empty()) out += sep + frac;
+  return out;
+}
+
+std::string format_money(double x, int places) {
+  std::string text = format_display(x, places);
+  if (!text.empty() && text[0] == '-') return "-€" + text.substr(1);
+  return "€" + text;
+}
+
 const std::string& decimal_separator() {
   return separator_storage();
 }

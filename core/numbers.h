@@ -24,6 +24,15 @@ double round_half_even(double x, int places);
 std::string format_fixed(double x, int places);
 std::string format_fixed_cell(double x, int places);
 
+// A figure as a page shows it: `places` fixed decimals (rounded as
+// format_fixed), digits grouped by three, the session's decimal separator.
+// The group mark is "," beside a "." separator and "." beside a ",".
+// Stored values, grid cells and exports keep full precision; only page text
+// goes through here.
+std::string format_display(double x, int places);
+// Money on a page: the sign before the currency, "-€5,559,857".
+std::string format_money(double x, int places);
+
 // The locale's decimal separator, as the session knows it (default ".").
 const std::string& decimal_separator();
 void set_decimal_separator(std::string sep);

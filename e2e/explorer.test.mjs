@@ -76,13 +76,14 @@ test('an assessment goes from a new file to ranked operation reports', { skip: m
     await page.click('#button-close');
     await answer(page, 'Recalculate', 'Yes');
     await page.locator('#tab-tab1-1').waitFor();
+    await page.locator('#progress-done', { hasText: 'Recalculation finished: 1 operation.' }).waitFor();
     await pageText(page, 'Remove Operation', 30000);
     await page.locator('#tree-chosen .tree-node', { hasText: 'Winter cover crops' }).click();
     await frame.locator('font', { hasText: 'Winter cover crops' }).first().waitFor();
     const after = await totals();
     assert.notEqual(after, before, 'the figures follow the new uptake');
     // Twice the uptake doubles the 250-year total, give or take the rounding.
-    const last = (row) => Number(row.trim().split(/\s+/).pop());
+    const last = (row) => Number(row.trim().split(/\s+/).pop().replace(/,/g, ''));
     assert.ok(Math.abs(last(after) / last(before) - 2) < 0.01, `${before} -> ${after}`);
     await page.waitForTimeout(1500);  // the chart's animation
     await page.screenshot({ path: screenshotPath('explorer-after-recalculation') });

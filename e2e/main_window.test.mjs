@@ -59,8 +59,20 @@ test('a new file is created, summarised and reopened from the recent list', asyn
     await page.hover('.menu-title >> text=File');
     const recent = page.locator('#menu-mnuFileTemp1');
     assert.match(await recent.textContent(), /Sjælland\.arv$/);
+    assert.equal(await recent.getAttribute('title'), file);  // the whole path as its tip
     await recent.click();
     assert.match(await pageText(page, 'File:'), /Farmer O'Neill/);
+
+    // Closing the main window exits: it asks, keeps the open panel for the
+    // next start and ends the process.
+    const ended = new Promise((res) => program.child.once('exit', res));
+    await page.click('#close-window');
+    await page.locator('#dialog .dialog-title', { hasText: 'Exit' }).waitFor();
+    await page.click('#answer-Yes');
+    // The page may or may not see the last state before the server stops.
+    await ended;
+    const after = fs.readFileSync(path.join(sandbox.home, '.config/arven/ARVEN.ini'), 'utf8');
+    assert.match(after, /Outlook_Frame=2/);
   } finally {
     await browser.close();
     program.child.kill();

@@ -419,16 +419,12 @@ bool show_stale_cache_page(Ui& ui) {
 
 // ---- recalculation ------------------------------------------------------------------
 
-ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks) {
+ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) {
   ExplorerState& ex = explorer_state();
   ex.update_running = true;
   ImpactStatus status = ImpactStatus::done;
+  std::string finished;  // the word left in the status bar
   try {
-    ui.progress(0, 1, "Updating regional impact data...");
-    reset_summary_tables();
-    wait_page("summary.htm", "Updating regional impact data. Please wait...");
-    ui.navigate("explorer", "summary.htm");
-
     ImpactContext ctx;
     Db& db = ctx.assessment();
     std::vector<std::pair<int64_t, std::string>> operations;
@@ -439,7 +435,7 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks) {
                         params);
       while (q.next()) operations.emplace_back(q.get(0).as_int(), q.get(1).as_text());
     };
-    if (ex.recalc_list.empty()) {
+    if (ex.recalc_list.empty() && !confirmed) {
       const Answer answer = ui.message_box(
           "Are you sure you want to recalculate the data for all the operations you have "
           "selected?",
@@ -448,11 +444,18 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks) {
         read_operations("", {});
       else
         status = ImpactStatus::declined;
+    } else if (ex.recalc_list.empty()) {
+      read_operations("", {});
     } else {
       for (int64_t id : ex.recalc_list) read_operations(" WHERE \"Operation ID\" = ?", {Value(id)});
     }
 
     if (status == ImpactStatus::done) {
+      // The wait page comes after the question, so nothing waits behind it.
+      ui.progress(0, 1, "Updating regional impact data...");
+      reset_summary_tables();
+      wait_page("summary.htm", "Updating regional impact data. Please wait...");
+      ui.navigate("explorer", "summary.htm");
       Transaction tx(db);
       ctx.in_transaction = true;
       const int count = static_cast<int>(operations.size());
@@ -468,6 +471,8 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks) {
       db.exec("UPDATE \"Version\" SET \"Regional data changed\" = 'No'");
       tx.commit();
       ex.recalc_list.clear();
+      finished = "Recalculation finished: " + std::to_string(count) +
+                 (count == 1 ? " operation." : " operations.");
     }
   } catch (const std::exception& e) {
     engine_detail::report_failure(ui, e);
@@ -475,7 +480,7 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks) {
   }
   if (hooks.rebuild_lists) hooks.rebuild_lists(ui);
   ex.update_running = false;
-  ui.progress(0, 0, "");
+  ui.progress(0, 0, finished);
   if (hooks.after_update) hooks.after_update(ui);
   return status;
 }
@@ -484,7 +489,8 @@ bool data_update_link(Ui& ui, std::string_view target, const ImpactCacheHooks& h
   auto slash = target.find_last_of("/\\");
   if (slash != std::string_view::npos) target.remove_prefix(slash + 1);
   if (target == "data_update.yes") {
-    data_update(ui, hooks);
+    // The link is the answer to the stale-data question: no second one.
+    data_update(ui, hooks, true);
     return true;
   }
   if (target == "data_update.xno") {

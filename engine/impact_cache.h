@@ -65,7 +65,9 @@ bool show_stale_cache_page(Ui& ui);
 // clears recalc_list and the file's "Regional data changed". The whole
 // recalculation is one transaction: a failure, shown to the user, leaves the
 // file as it was and recalc_list as it was. declined when the user said No.
-ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks = {});
+// `confirmed`: the user has already answered yes (the stale-data page), so
+// an empty list recalculates everything without asking again.
+ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks = {}, bool confirmed = false);
 
 // The links of the stale-data page: "data_update.yes" runs data_update,
 // "data_update.xno" shows the first operation with its stale figures (the

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <set>
 
 #include "assessment/assessment_file.h"
@@ -23,12 +24,12 @@ constexpr const char* kTitles[kOpColumnCount] = {"ID",
                                                  "Name",
                                                  "Scaling up",
                                                  "Value (percent or width)",
-                                                 "Uptake rate",
-                                                 "Cost (per ha per annum)",
-                                                 "Cost (single investment)",
+                                                 "Uptake rate (%)",
+                                                 "Cost (€ per ha per annum)",
+                                                 "Cost (€, single investment)",
                                                  "Sufficient TEA provided",
-                                                 "TEA Factor",
-                                                 "TEA Cost"};
+                                                 "TEA Factor (%)",
+                                                 "TEA Cost (€)"};
 
 // The Operations column behind each table column.
 constexpr const char* kStoreColumns[kOpColumnCount] = {
@@ -52,6 +53,8 @@ constexpr const char* kInvalidFileText = "This file is not a valid file from whi
 // The wording of this title is intended; users know the message by it.
 constexpr const char* kNoFileTitle = "Cannot import: not file selected";
 constexpr const char* kNoFileText = "Please select a file from which to import data.";
+constexpr const char* kUnsavedQuestion =
+    "The table has changes that are not saved. Save them before closing?";
 constexpr const char* kRecalcTitle = "Recalculate";
 constexpr const char* kRecalcQuestion = "Would you like to recalculate the results?";
 
@@ -217,11 +220,16 @@ bool operation_cell_click(int row, int col) {
 }
 
 bool valid_operation_number(std::string_view text) {
+  // The point is read as well as the locale's separator: both are common
+  // on keyboards, and neither can be a thousands mark in a cell.
   const std::string& sep = session().decimal_separator;
   bool digit = false, separator = false;
   for (size_t i = 0; i < text.size();) {
     if (std::isdigit(static_cast<unsigned char>(text[i]))) {
       digit = true;
+      ++i;
+    } else if (!separator && text[i] == '.') {
+      separator = true;
       ++i;
     } else if (!sep.empty() && !separator && text.substr(i, sep.size()) == sep) {
       separator = true;
@@ -233,21 +241,49 @@ bool valid_operation_number(std::string_view text) {
   return text.empty() || digit;
 }
 
+std::optional<double> operation_number_limit(int col) {
+  if (col == kOpColUptake || col == kOpColTeaFactor) return 100.0;
+  return std::nullopt;
+}
+
 bool operation_cell_edit(Ui& ui, int row, int col, const std::string& text) {
   OperationManagerState& st = state_storage();
   OperationCellKind kind = operation_column_kind(col);
   if (!data_row(st, row) || (kind != OperationCellKind::text && kind != OperationCellKind::number))
     return false;
-  if (kind == OperationCellKind::number && !valid_operation_number(text)) {
-    ui.message_box("The value of \"" + std::string(kTitles[col]) +
-                       "\" must be a number: digits with at most one decimal separator (" +
-                       session().decimal_separator + ").",
-                   kInvalidValueTitle, MsgButtons::Ok, MsgIcon::Exclamation);
-    return false;
+  std::string stored = text;
+  if (kind == OperationCellKind::number) {
+    const std::string& sep = session().decimal_separator;
+    std::string separators = sep == "." ? "\".\"" : "\"" + sep + "\" or \".\"";
+    if (!valid_operation_number(text)) {
+      ui.message_box("The value of \"" + std::string(kTitles[col]) +
+                         "\" must be a number: digits with at most one decimal separator (" +
+                         separators + ").",
+                     kInvalidValueTitle, MsgButtons::Ok, MsgIcon::Exclamation);
+      return false;
+    }
+    if (!text.empty()) {
+      // One cell form whichever separator was typed: the session's.
+      std::string dotted = text;
+      if (sep != "." && dotted.find(sep) != std::string::npos)
+        dotted.replace(dotted.find(sep), sep.size(), ".");
+      if (dotted.back() == '.') dotted.pop_back();
+      if (dotted.front() == '.') dotted.insert(0, "0");
+      const double value = std::stod(dotted);
+      if (auto limit = operation_number_limit(col); limit && value > *limit) {
+        ui.message_box("The value of \"" + std::string(kTitles[col]) +
+                           "\" must lie between 0 and " + number_to_cell(*limit) + ".",
+                       kInvalidValueTitle, MsgButtons::Ok, MsgIcon::Exclamation);
+        return false;
+      }
+      stored = dotted;
+      if (sep != "." && stored.find('.') != std::string::npos)
+        stored.replace(stored.find('.'), 1, sep);
+    }
   }
   std::string& cell = st.table.cell(row, col);
-  if (cell == text) return true;  // an editor closed without a change
-  cell = text;
+  if (cell == stored) return true;  // an editor closed without a change
+  cell = stored;
   mark(st, row);
   return true;
 }
@@ -303,7 +339,22 @@ bool save_changes(Ui& ui) {
   for (int64_t id : saved)
     if (std::find(list.begin(), list.end(), id) == list.end()) list.push_back(id);
   st.dirty = false;
+  std::fill(st.changed.begin(), st.changed.end(), false);
   return true;
+}
+
+bool operation_manager_query_close(Ui& ui) {
+  OperationManagerState& st = state_storage();
+  if (!st.dirty) return true;
+  Answer a =
+      ui.message_box(kUnsavedQuestion, kSaveTitle, MsgButtons::YesNoCancel, MsgIcon::Question);
+  if (a == Answer::Cancel) return false;
+  if (a == Answer::No) {
+    st.dirty = false;
+    return true;
+  }
+  // Yes: save_changes asks its own question; its No keeps the window open.
+  return save_changes(ui);
 }
 
 void choose_import_file(Ui& ui) {
@@ -388,7 +439,8 @@ void edit_operation_properties(Ui& ui, int64_t operation_id, const ImpactCacheHo
   if (shown) ui.show_modal("opman");
   s.operation_manager_open = false;
   s.edit_from_assessment = false;
-  if (!shown) return;
+  // Nothing saved, nothing to recalculate.
+  if (!shown || explorer_state().recalc_list.empty()) return;
 
   if (ui.message_box(kRecalcQuestion, kRecalcTitle, MsgButtons::YesNo, MsgIcon::Question) ==
       Answer::Yes)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -78,8 +79,17 @@ bool operation_cell_click(int row, int col);
 // message and not stored. Returns true when the text was stored.
 bool operation_cell_edit(Ui& ui, int row, int col, const std::string& text);
 
-// True when `text` may stand in a numeric cell (empty included).
+// True when `text` may stand in a numeric cell (empty included): digits
+// with at most one decimal separator, the locale's or the point.
 bool valid_operation_number(std::string_view text);
+// The highest value a numeric column takes (uptake and TEA factor are
+// percentages); nullopt for no limit. Every number column starts at 0.
+std::optional<double> operation_number_limit(int col);
+
+// The close of the manager's window: with unsaved edits, asks whether to
+// save them (Yes saves, No discards, Cancel keeps the window open). True
+// when the window may close.
+bool operation_manager_query_close(Ui& ui);
 
 // The save command: when dirty, asks for confirmation and writes the changed
 // rows to the open assessment file in one transaction, filling empty number

@@ -58,7 +58,7 @@ struct Tables {
 };
 
 void head_tables(Tables& t) {
-  head(t.ag, {"Measure ID", "Measure Name", "tCO2e", "Adaptive Capacity Impact", "Production",
+  head(t.ag, {"Measure ID", "Measure Name", "tCO2e", "Adaptive Capacity Impact", "Production (€)",
               "Data Quality"});
   head(t.ghg, {"Measure ID", "Measure Name", "tCO2e", "Total Cost (€)", "Cost (€) / tCO2e"});
   head(t.adapt, {"Measure ID", "Measure Name", "Risk reduction", "Total Cost (€)",

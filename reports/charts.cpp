@@ -1,5 +1,6 @@
 #include "reports/charts.h"
 
+#include <algorithm>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -47,6 +48,9 @@ std::string js_text(std::string_view text) {
 void open_script(PageFile& out) {
   out.line(R"(<script type="text/javascript" src="javascript/jquery.Min.js"></script>)");
   out.line(R"(<script type="text/javascript" src="javascript/highcharts.js"></script>)");
+  // Saving as PNG or SVG and printing the chart alone, made in the page.
+  out.line(R"(<script type="text/javascript" src="javascript/exporting.js"></script>)");
+  out.line(R"(<script type="text/javascript" src="javascript/offline-exporting.js"></script>)");
   out.line(R"(<script type="text/javascript">)");
   out.line("var chart;");
   out.line("$(document).ready(function() {");
@@ -75,6 +79,11 @@ void tooltip(PageFile& out, std::string_view unit) {
 
 void no_credits(PageFile& out) {
   block(out, "credits", {"enabled: false"});
+  // The chart's menu saves and prints in the page; nothing goes to a server.
+  block(
+      out, "exporting",
+      {"fallbackToExportServer: false,",
+       "buttons: { contextButton: { menuItems: ['printChart', 'downloadPNG', 'downloadSVG'] } }"});
 }
 void no_legend(PageFile& out) {
   block(out, "legend", {"enabled: false"});
@@ -109,6 +118,8 @@ struct MacKind {
 
 // Label step for a table of `n` columns less one.
 int label_step(int n, bool adapt) {
+  // A short curve gets about ten labels rather than one or two.
+  if (n < 100) return std::max(1, n / 10);
   if (adapt) {
     if (n <= 100) return 10;
     if (n <= 300) return 50;
@@ -191,6 +202,8 @@ void mac_chart(PageFile& out, const GridTable& grid, const MacKind& kind) {
   block(out, "yAxis", {"title: {", "text: '" + kind.unit + "',", "align: 'high'", "}"});
   tooltip(out, kind.unit);
   no_credits(out);
+  // Many items make a long legend: it pages instead of taking the plot's room.
+  block(out, "legend", {"maxHeight: 90"});
   out.line("series: [{");
   if (grid.cols() > kFirstCurveColumn) {
     for (int r = 1; r < grid.rows(); ++r) {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <system_error>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "core/numbers.h"
 #include "core/session.h"
 #include "core/utf8.h"
+#include "stores/db.h"
 
 namespace arven {
 
@@ -145,7 +147,36 @@ std::string excel_sheet_name(std::string_view name) {
   return clean.empty() ? std::string("Sheet1") : clean;
 }
 
-void write_xlsx(const GridTable& grid, const fs::path& file, const std::string& sheet_name) {
+ExportContext export_context() {
+  const Session& s = session();
+  ExportContext context;
+  context.emplace_back("File", s.current_file.empty() ? "(none)" : s.current_file);
+  std::string regions;
+  if (!s.current_file.empty()) {
+    try {
+      Db db = Db::open(s.current_file);
+      auto rows = db.query("SELECT \"NUTS Code\", \"NUTS Name\" FROM \"Regions\" ORDER BY rowid");
+      while (rows.next())
+        regions +=
+            (regions.empty() ? "" : "; ") + rows.get(0).as_text() + " " + rows.get(1).as_text();
+    } catch (const std::exception&) {
+      regions = "(the file could not be read)";
+    }
+  }
+  context.emplace_back("Regions", regions.empty() ? "(none)" : regions);
+  context.emplace_back("Time horizon (years)", std::to_string(s.ranking_TH));
+  context.emplace_back("Units", "as in each column's head; figures at full precision");
+  const std::time_t now = std::time(nullptr);
+  std::tm tm{};
+  localtime_r(&now, &tm);
+  char date[32];
+  std::strftime(date, sizeof date, "%Y-%m-%d %H:%M", &tm);
+  context.emplace_back("Exported", date);
+  return context;
+}
+
+void write_xlsx(const GridTable& grid, const fs::path& file, const std::string& sheet_name,
+                const ExportContext& context) {
   Workbook book(file);
   lxw_worksheet* sheet = workbook_add_worksheet(book.get(), excel_sheet_name(sheet_name).c_str());
   if (!sheet) throw ExportError(failure(file, "the sheet could not be added"));
@@ -174,6 +205,22 @@ void write_xlsx(const GridTable& grid, const fs::path& file, const std::string& 
     const auto col = static_cast<lxw_col_t>(c);
     check(worksheet_set_column(sheet, col, col, width, nullptr), file);
   }
+  // The context on a sheet of its own, so the table's sheet stays a table.
+  if (!context.empty()) {
+    const std::string about_name =
+        excel_sheet_name(sheet_name) == "About" ? "About this table" : "About";
+    lxw_worksheet* about = workbook_add_worksheet(book.get(), about_name.c_str());
+    if (!about) throw ExportError(failure(file, "the sheet could not be added"));
+    for (size_t i = 0; i < context.size(); ++i) {
+      const auto row = static_cast<lxw_row_t>(i);
+      check(worksheet_write_string(about, row, 0, valid_utf8(context[i].first).c_str(), bold),
+            file);
+      check(worksheet_write_string(about, row, 1, valid_utf8(context[i].second).c_str(), nullptr),
+            file);
+    }
+    check(worksheet_set_column(about, 0, 0, 22, nullptr), file);
+    check(worksheet_set_column(about, 1, 1, 80, nullptr), file);
+  }
   book.close();
 }
 
@@ -192,7 +239,7 @@ bool export_grid(Ui& ui, const GridTable& grid, const std::string& base_name, bo
     fs::create_directories(folder, ec);
     if (ec) throw ExportError(failure(file, ec.message()));
     if (xlsx) {
-      write_xlsx(grid, file, base_name);
+      write_xlsx(grid, file, base_name, export_context());
     } else {
       write_csv(grid, file);
     }

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "core/grid_table.h"
 #include "core/ui.h"
@@ -33,13 +35,20 @@ std::string html_unescape(std::string_view text);
 // by CRLF. Throws ExportError when the file cannot be written.
 void write_csv(const GridTable& grid, const std::filesystem::path& file);
 
+// What an exported table was made from: label and text pairs (the file,
+// its regions, the time horizon, where the units stand, the date).
+using ExportContext = std::vector<std::pair<std::string, std::string>>;
+// The context of the open assessment file, read from it; a file that
+// cannot be read gives what is known without it.
+ExportContext export_context();
+
 // An Excel workbook with one sheet named `sheet_name` (made valid by
 // excel_sheet_name): the head row bold, a cell that reads as a number
 // (parse_number, either decimal separator) as a number, empty and "null"
 // cells blank, everything else as text; columns sized to their text.
 // Throws ExportError when the file cannot be written.
 void write_xlsx(const GridTable& grid, const std::filesystem::path& file,
-                const std::string& sheet_name);
+                const std::string& sheet_name, const ExportContext& context = {});
 
 // A sheet name Excel accepts: []:*?/\ replaced by '_', apostrophes at
 // either end dropped, at most 31 characters (never splitting a UTF-8

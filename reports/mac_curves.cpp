@@ -259,7 +259,7 @@ ItemSums measure_rows(GridTable& curve, const GridTable& measures, bool adaptati
   return items;
 }
 
-void write_curve_page(const GridTable& curve, const HubKind& kind, int64_t scale) {
+void write_curve_page(const GridTable& curve, const HubKind& kind, int64_t scale, bool any_cost) {
   const ExplorerWindow& w = explorer_window();
   PageFile out("rep1.htm");
   page_header(out, 1);
@@ -278,6 +278,11 @@ void write_curve_page(const GridTable& curve, const HubKind& kind, int64_t scale
   out.line("<body>");
   const long width = std::lround(w.browser_width * 0.93);
   const long height = std::lround(w.browser_height * 0.9);
+  if (!any_cost)
+    out.line(
+        "<p><font face=\"Verdana\"><small>Every cost is zero, so the curve lies flat on the axis. "
+        "Enter the operations' costs (Edit Operation Properties) or choose another cost source "
+        "to see their cost per unit.</small></font></p>");
   out.line("<div id=\"container\" style=\"width: " + std::to_string(width) +
            "px; height: " + std::to_string(height) + "px; margin: 0 auto\"></div>");
   out.line(export_links_html(kind.items == Items::operations ? 20 : kind.adaptation ? 22 : 21));
@@ -329,7 +334,7 @@ void run_hub(Ui& ui, const HubKind& kind) {
       ui.navigate("explorer", w.open_page);
       return;
     }
-    write_curve_page(curve, kind, scale);
+    write_curve_page(curve, kind, scale, items.any_cost);
   } catch (const CostAreaFailed&) {
     // Already shown to the user.
     ui.navigate("explorer", w.open_page);

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -17,63 +18,19 @@
 #include "reports/explorer_window.h"
 #include "reports/export.h"
 #include "reports/page_kit.h"
+#include "reports/report_html.h"
 #include "stores/db.h"
 
 namespace arven {
 
 namespace {
 
-constexpr std::string_view kTableOpen =
-    R"(<table border="1" cellpadding="3" cellspacing="0" width="100%" bordercolor="#808080">)";
+using namespace report_html;
+
 constexpr const char* kBoundaryLabel = "Boundary feature (average field size)";
 constexpr const char* kNoData = "No data";
 
-// ---- small writers ----
-
-std::string paragraph(std::string_view text) {
-  return "<p><font face=\"Verdana\"><small>" + std::string(text) + "</small></font></p>";
-}
-
-// A page's heading: Arial size 4, bold.
-std::string big_heading(std::string_view text) {
-  return "<p><font face=\"Arial\" size=\"4\"><strong>" + std::string(text) + "</strong></font></p>";
-}
-
-// A section's or a list page's heading: Arial, bold.
-std::string section_heading(std::string_view text) {
-  return "<p><font face=\"Arial\"><strong>" + std::string(text) + "</strong></font></p>";
-}
-
-std::string cell(std::string_view content, std::string_view td_attrs = "") {
-  std::string body = content.empty() ? std::string("&nbsp;") : std::string(content);
-  return "<td valign=\"top\"" + std::string(td_attrs) + "><font face=\"Verdana\"><small>" + body +
-         "</small></font></td>";
-}
-
-std::string head_cell(std::string_view content, std::string_view td_attrs = "") {
-  return cell("<strong>" + std::string(content) + "</strong>", td_attrs);
-}
-
-void table_row(PageFile& out, std::initializer_list<std::string> cells) {
-  out.line("<tr>");
-  for (const std::string& c : cells) out.line(c);
-  out.line("</tr>");
-}
-
-std::string link(const std::string& target, std::string_view text) {
-  return "<a href=" + target + ">" + std::string(text) + "</a>";
-}
-
-std::string id_text(int64_t id) {
-  return std::to_string(id);
-}
-
 // ---- values of stores ----
-
-// A list cell of a stored figure: its cell text, "0" when the field is empty.
-std::string figure_cell(const Value& v) {
-  return v.is_empty() ? "0" : number_to_cell(v.as_double());
-}
 
 // A stored field as shown on a report: empty stays empty.
 std::string field_text(const Value& v) {
@@ -90,13 +47,6 @@ std::string technique_label(const Value& technique) {
     default:
       return "";
   }
-}
-
-void head_list(GridTable& grid, std::initializer_list<const char*> titles) {
-  grid.clear();
-  grid.resize(1, static_cast<int>(titles.size()));
-  int c = 0;
-  for (const char* t : titles) grid.cell(0, c++) = t;
 }
 
 // ---- operation report pieces ----
@@ -156,7 +106,7 @@ OperationProperties read_properties(int64_t operation_id, int in_file) {
 
 std::string icon_link(const std::string& target, const char* image, const char* label) {
   return "<td align=\"center\" valign=\"top\"><a href=" + target + "><img src=\"" + image +
-         "\" width=\"48\" height=\"48\" border=\"0\" alt=\"" + label +
+         "\" width=\"48\" height=\"48\" border=\"0\" alt=\"" + label + "\" title=\"" + label +
          "\"></a><br><font face=\"Verdana\"><small><small>" + label +
          "</small></small></font></td>";
 }
@@ -205,25 +155,71 @@ std::string summary_cell(const GridTable& summary, int row, int col) {
   return summary.cell(row, col);
 }
 
-std::string euro(std::string_view cell_text) {
+// A production figure in euro with the sign first; per hectare figures are
+// small and keep three decimals.
+std::string euro(std::string_view cell_text, int places) {
   auto v = parse_number(cell_text);
-  return "€" + format_fixed_cell(v ? *v : 0, 0);
+  return format_money(v ? *v : 0, places);
 }
 
 std::string quality_text(double q) {
   return number_to_cell(q);
 }
 
-void references_section(PageFile& out) {
+// The column of each activity table that holds its reference keys.
+int ghg_refs_column() {
+  return 18;
+}
+int adaptation_refs_column() {
+  return explorer_state().adaptation_shape == AdaptationShape::loaded ? 5 : 7;
+}
+int production_refs_column() {
+  return 17;
+}
+
+// The references of the operation's tables, each once, in the order they
+// are first met: the list's numbers [1], [2], ... are positions in it.
+std::vector<ListItem> report_references() {
   const ExplorerState& ex = explorer_state();
   std::vector<ListItem> refs;
   auto collect = [&refs](const GridTable& t, int col) {
     if (col >= t.cols()) return;
     for (int r = 1; r < t.rows(); ++r) add_refs_to_list(t.cell(r, col), refs, false);
   };
-  collect(ex.ghg_activity_table, 18);
-  collect(ex.adaptation_activity_table, ex.adaptation_shape == AdaptationShape::loaded ? 5 : 7);
-  collect(ex.production_activity_table, 17);
+  collect(ex.ghg_activity_table, ghg_refs_column());
+  collect(ex.adaptation_activity_table, adaptation_refs_column());
+  collect(ex.production_activity_table, production_refs_column());
+  return refs;
+}
+
+// A copy of an activity table whose reference keys are replaced by their
+// numbers in the reference list ("[1], [3]"), so the table and the list
+// agree.
+GridTable with_reference_numbers(const GridTable& table, int col,
+                                 const std::vector<ListItem>& refs) {
+  GridTable shown = table;
+  if (col >= shown.cols()) return shown;
+  for (int r = 1; r < shown.rows(); ++r) {
+    std::vector<ListItem> keys;
+    add_refs_to_list(shown.cell(r, col), keys, false);
+    std::string text;
+    for (const ListItem& key : keys) {
+      for (size_t n = 0; n < refs.size(); ++n) {
+        std::vector<ListItem> one = {refs[n]};
+        add_refs_to_list(key.text, one, false);
+        if (one.size() == 1) {  // the same key
+          text += (text.empty() ? "[" : ", [") + std::to_string(n + 1) + "]";
+          break;
+        }
+      }
+    }
+    shown.cell(r, col) = text;
+  }
+  return shown;
+}
+
+void references_section(PageFile& out) {
+  const std::vector<ListItem> refs = report_references();
   out.line(section_heading("References"));
   if (refs.empty()) {
     out.line(paragraph("None"));
@@ -295,7 +291,7 @@ void properties_sections(PageFile& out, int64_t id, int in_file) {
   row("Sufficient TEA provided", !p.tea_inc.is_empty() && p.tea_inc.as_int() == 1 ? "Yes" : "No");
   const std::string factor = field_text(p.tea_factor);
   row("TEA Reduction Factor", factor.empty() ? factor : factor + "%");
-  row("TEA Cost (€)", field_text(p.tea_cost));
+  row("TEA Cost (€)", display_figure(field_text(p.tea_cost), -1));
   out.line("</table>");
 
   out.line(section_heading("Operation properties"));
@@ -307,8 +303,8 @@ void properties_sections(PageFile& out, int64_t id, int in_file) {
   out.line(kTableOpen);
   row("Scaling up technique", technique_label(p.technique));
   row("Type of land to which this operation applies:", p.land_type);
-  row("Cost - annual area (per ha) (€)", field_text(p.cost));
-  row("Cost - single investment (€)", field_text(p.cost_single));
+  row("Cost - annual area (per ha) (€)", display_figure(field_text(p.cost), -1));
+  row("Cost - single investment (€)", display_figure(field_text(p.cost_single), -1));
   out.line("</table>");
 }
 
@@ -404,7 +400,7 @@ void ranges_sections(PageFile& out, const Db& store, int64_t id) {
     table_row(out, {head_cell("Activity/feature"), head_cell("Range (tCO2e/ha)")});
     for (const ActivityRange& r : ranges)
       table_row(out, {cell(html_escape(activity_name(r.activity_id).as_text())),
-                      cell(format_fixed_cell(r.min, 3) + " to " + format_fixed_cell(r.max, 3))});
+                      cell(format_display(r.min, 3) + " to " + format_display(r.max, 3))});
     out.line("</table>");
   }
 
@@ -448,219 +444,6 @@ void ranges_sections(PageFile& out, const Db& store, int64_t id) {
 }
 
 }  // namespace
-
-// ---- arithmetic ----
-
-double largest_magnitude(const std::vector<double>& values) {
-  // Walk with the maximum and minimum from 0: the scale is the maximum, or
-  // -minimum when that is larger.
-  double max = 0, min = 0;
-  for (double v : values) {
-    max = std::max(max, v);
-    min = std::min(min, v);
-  }
-  return (min >= 0 || -min <= max) ? max : -min;
-}
-
-OperationScores score_operation(const ScoreFigure& mitigation, const ScoreFigure& adaptation,
-                                const ScoreFigure& production, double mitigation_scale,
-                                double adaptation_scale, double production_scale, int miti_weight,
-                                int adapt_weight, int prod_weight) {
-  auto score = [](double scaled, double scale) -> int64_t {
-    if (scale == 0) return 0;
-    return static_cast<int64_t>(round_half_even(scaled / scale, 0));
-  };
-  OperationScores s;
-  s.mitigation = score(-100 * mitigation.value, mitigation_scale);
-  s.adaptation = score(100 * adaptation.value, adaptation_scale);
-  s.production = score(100 * production.value, production_scale);
-  const double m = miti_weight / 100.0, a = adapt_weight / 100.0, p = prod_weight / 100.0;
-  const double combined =
-      (m * static_cast<double>(s.mitigation) + a * static_cast<double>(s.adaptation) +
-       p * static_cast<double>(s.production)) /
-      3;
-  // Capped above only: there is no lower bound, intended.
-  s.combined = std::min<int64_t>(static_cast<int64_t>(round_half_even(combined, 0)), 100);
-  const double weights = m + a + p;
-  s.quality =
-      weights == 0
-          ? 0
-          : (m * mitigation.quality + a * adaptation.quality + p * production.quality) / weights;
-  return s;
-}
-
-// ---- lists ----
-
-void load_my_operations_data() {
-  ExplorerWindow& w = explorer_window();
-  const Session& s = session();
-  head_list(w.MSFlexGrid3, {"Operation ID", "Operation name", "Regional impact (tCO2e) / ha",
-                            "Regional impact (tCO2e) (total)", "Data Quality"});
-  head_list(w.MSFlexGrid4,
-            {"Operation ID", "Operation name", "Regional risk reduction total", "Data Quality"});
-  head_list(w.MSFlexGrid12, {"Operation ID", "Operation name", "Regional impact / ha",
-                             "Regional impact (total)", "Data Quality"});
-  head_list(w.MSFlexGrid5, {"Operation ID", "Operation name", "Mitigation", "Adaptation",
-                            "Production", "Combined", "Data Quality"});
-
-  Db db = Db::open(s.current_file);
-  std::vector<std::pair<int64_t, std::string>> operations;
-  std::map<int64_t, std::string> names;
-  {
-    auto q =
-        db.query("SELECT \"Operation ID\", \"Operation Name\" FROM \"Operations\" ORDER BY rowid");
-    while (q.next()) {
-      operations.emplace_back(q.get(0).as_int(), q.get(1).as_text());
-      names.emplace(operations.back().first, operations.back().second);
-    }
-  }
-  auto name_of = [&names](int64_t id) {
-    auto it = names.find(id);
-    return it == names.end() ? std::string() : html_escape(it->second);
-  };
-  // The field that is scored and scaled: by ranking mode for GHG and
-  // production, always the risk reduction for adaptation.
-  const char* field = w.ranking_mode == 2 ? "Regional impact ha" : "Regional impact total";
-  const char* adapt_field = "Regional risk reduction total";
-  const std::string select =
-      "SELECT \"Operation ID\", \"Impact type\", \"Regional impact ha\", \"Regional impact "
-      "total\", \"Regional risk reduction total\", \"Data_Quality\" FROM \"Operation-Impact "
-      "data\" ";
-
-  std::vector<double> mitigation_values, adaptation_values, production_values;
-  auto add_figures = [&](GridTable& grid, Rows& q) {
-    const int r = grid.add_row();
-    grid.cell(r, 0) = q.get("Operation ID").as_text();
-    grid.cell(r, 1) = name_of(q.get("Operation ID").as_int());
-    grid.cell(r, 2) = figure_cell(q.get("Regional impact ha"));
-    grid.cell(r, 3) = figure_cell(q.get("Regional impact total"));
-    grid.cell(r, 4) = figure_cell(q.get("Data_Quality"));
-  };
-  {
-    auto q = db.query(select + "WHERE \"Time horizon\" = ? ORDER BY rowid", {Value(s.ranking_TH)});
-    while (q.next()) {
-      const int64_t type = q.get("Impact type").as_int();
-      if (type == 1) {
-        add_figures(w.MSFlexGrid3, q);
-        mitigation_values.push_back(q.get(field).as_double());
-      } else if (type == 4) {
-        add_figures(w.MSFlexGrid12, q);
-        production_values.push_back(q.get(field).as_double());
-      }
-    }
-  }
-  {
-    // Adaptation has one time horizon only.
-    auto q = db.query(select + "WHERE \"Time horizon\" = 1 ORDER BY rowid");
-    while (q.next()) {
-      if (q.get("Impact type").as_int() != 2) continue;
-      GridTable& g = w.MSFlexGrid4;
-      const int r = g.add_row();
-      g.cell(r, 0) = q.get("Operation ID").as_text();
-      g.cell(r, 1) = name_of(q.get("Operation ID").as_int());
-      g.cell(r, 2) = figure_cell(q.get(adapt_field));
-      g.cell(r, 3) = figure_cell(q.get("Data_Quality"));
-      adaptation_values.push_back(q.get(adapt_field).as_double());
-    }
-  }
-  const double mitigation_scale = largest_magnitude(mitigation_values);
-  const double adaptation_scale = largest_magnitude(adaptation_values);
-  const double production_scale = largest_magnitude(production_values);
-
-  Statement horizon_row = db.prepare_statement(
-      select +
-      "WHERE \"Operation ID\" = ? AND \"Impact type\" = ? AND \"Time horizon\" = ? ORDER BY rowid "
-      "LIMIT 1");
-  Statement adaptation_row = db.prepare_statement(
-      select + "WHERE \"Operation ID\" = ? AND \"Impact type\" = 2 ORDER BY rowid LIMIT 1");
-  auto figure = [](Rows& q, const char* value_field) {
-    ScoreFigure f;
-    if (q.next()) {
-      f.value = q.get(value_field).as_double();
-      f.quality = q.get("Data_Quality").as_double();
-    }
-    return f;
-  };
-  for (const auto& [id, name] : operations) {
-    const ScoreFigure mitigation =
-        figure(horizon_row.query({Value(id), Value(1), Value(s.ranking_TH)}), field);
-    const ScoreFigure adaptation = figure(adaptation_row.query({Value(id)}), adapt_field);
-    const ScoreFigure production =
-        figure(horizon_row.query({Value(id), Value(4), Value(s.ranking_TH)}), field);
-    const OperationScores sc =
-        score_operation(mitigation, adaptation, production, mitigation_scale, adaptation_scale,
-                        production_scale, s.miti_weight, s.adapt_weight, s.prod_weight);
-    GridTable& g = w.MSFlexGrid5;
-    const int r = g.add_row();
-    g.cell(r, 0) = id_text(id);
-    g.cell(r, 1) = html_escape(name);
-    g.cell(r, 2) = std::to_string(sc.mitigation);
-    g.cell(r, 3) = std::to_string(sc.adaptation);
-    g.cell(r, 4) = std::to_string(sc.production);
-    g.cell(r, 5) = std::to_string(sc.combined);
-    g.cell(r, 6) = number_to_cell(sc.quality);
-  }
-}
-
-void my_operation_list_html() {
-  const ExplorerWindow& w = explorer_window();
-  const std::string horizon = std::to_string(session().ranking_TH);
-  const std::string horizon_note =
-      "Data shown are for the " + horizon +
-      " year time horizon (the time horizon used can be changed in the software settings).";
-  struct ListPage {
-    const char* file;
-    const char* heading;
-    std::string sentence;
-    const GridTable& grid;
-    int grid_number;
-    int state;
-  };
-  const ListPage pages[] = {
-      {"ranked.htm", "My Operations",
-       "Ranked by total regional impact using the " + horizon +
-           " year time horizon (the time horizon used can be changed in the software settings).",
-       w.MSFlexGrid5, 5, w.sort_grid5},
-      {"mitigation.htm", "Mitigation", horizon_note, w.MSFlexGrid3, 3, w.sort_grid3},
-      {"adaptation.htm", "Adaptation", "", w.MSFlexGrid4, 4, w.sort_grid4},
-      {"production.htm", "Production", horizon_note, w.MSFlexGrid12, 12, w.sort_grid12},
-  };
-  for (const ListPage& p : pages) {
-    PageFile out(p.file);
-    page_header(out, 0);
-    out.line(section_heading(p.heading));
-    if (!p.sentence.empty()) out.line(paragraph(p.sentence));
-    grid_table_sortable(p.grid, out, 1, p.state, p.grid_number);
-    out.line(export_links_html(p.grid_number));
-    page_footer(out);
-  }
-}
-
-void myops_list_html(Ui& ui) {
-  const Tree& tree = catalogue().chosen;
-  PageFile out("oplist.htm");
-  page_header(out, 0);
-  const bool has_selection =
-      tree.selected >= 0 && tree.selected < static_cast<int>(tree.nodes.size());
-  const std::string heading =
-      has_selection ? html_escape(tree.nodes[static_cast<size_t>(tree.selected)].text) : "";
-  out.line("<p><font face=\"Arial\" size=\"4\">" + heading + "</font></p>");
-  bool any = false;
-  for (int i = 0; i < static_cast<int>(tree.nodes.size()); ++i) {
-    if (!tree.is_operation(i)) continue;
-    if (!any) out.line(kTableOpen);
-    any = true;
-    const std::string id = id_text(tree.operation_id(i));
-    table_row(out, {cell(link(id + ".zzz", html_escape(tree.nodes[static_cast<size_t>(i)].text))),
-                    cell(link(id + ".yyy", "REMOVE"))});
-  }
-  if (any) {
-    out.line("</table>");
-    out.line(paragraph(link("remove.rem", "REMOVE ALL")));
-  }
-  page_footer(out);
-  ui.navigate("explorer", "oplist.htm");
-}
 
 // ---- the report of one operation ----
 
@@ -720,13 +503,14 @@ void operation_specific_html_hub(Ui& ui, int in_file, int kind) {
   };
   std::string ghg_range;
   if (auto range = horizon_range(ex.ghg_summary_table, 1))
-    ghg_range = number_to_cell(range->first) + " to " + number_to_cell(range->second) + " tCO2e";
+    ghg_range =
+        format_display(range->first, 0) + " to " + format_display(range->second, 0) + " tCO2e";
   summary_row("Mitigation (1 year to 250 years)", has_ghg && !ghg_range.empty(), ghg_range,
               ex.dq_ghg);
   summary_row("Adaptation (regional risk reduction)", has_adaptation,
-              format_fixed_cell(ex.risk_reduction_sum, 1), ex.dq_adaptation);
+              format_display(ex.risk_reduction_sum, 1), ex.dq_adaptation);
   summary_row("Production (total per annum)", has_production,
-              euro(summary_cell(ex.production_summary_table, 1, 1)), ex.dq_production);
+              euro(summary_cell(ex.production_summary_table, 1, 1), 0), ex.dq_production);
   out.line("</table>");
 
   // Mitigation.
@@ -743,9 +527,11 @@ void operation_specific_html_hub(Ui& ui, int in_file, int kind) {
     if (kind == 2) {
       out.line(paragraph("Detailed GHG emission and carbon sequestration data:"));
       out.line(paragraph("Total:"));
-      grid_table_detail(ex.ghg_activity_table, out, 1, 1);
+      const GridTable ghg =
+          with_reference_numbers(ex.ghg_activity_table, ghg_refs_column(), report_references());
+      grid_table_detail(ghg, out, 1, 1);
       out.line(paragraph("Per hectare:"));
-      grid_table_detail(ex.ghg_activity_table, out, 1, 2);
+      grid_table_detail(ghg, out, 1, 2);
     }
   } else {
     out.line(paragraph(kNoData));
@@ -765,7 +551,7 @@ void operation_specific_html_hub(Ui& ui, int in_file, int kind) {
           paragraph("To view how this risk reduction varies with different regions (within those "
                     "selected), click on 'Regional breakdown'."));
     out.line(kTableOpen);
-    table_row(out, {cell("Risk reduction:"), cell(format_fixed_cell(ex.risk_reduction_sum, 1))});
+    table_row(out, {cell("Risk reduction:"), cell(format_display(ex.risk_reduction_sum, 1))});
     if (kind == 2) table_row(out, {cell("&nbsp;"), cell(link(ids + ".rea", "Regional breakdown"))});
     out.line("</table>");
     if (kind == 1) {
@@ -777,8 +563,9 @@ void operation_specific_html_hub(Ui& ui, int in_file, int kind) {
                     "region(s) currently selected for different ecosystem services."));
       // A calculated table holds RVC keys and its quality in column 6, a
       // loaded one the risk statements and its quality in column 4.
-      grid_table_adaptation(ex.adaptation_activity_table, out, 1,
-                            ex.adaptation_shape == AdaptationShape::loaded ? 2 : 1);
+      grid_table_adaptation(with_reference_numbers(ex.adaptation_activity_table,
+                                                   adaptation_refs_column(), report_references()),
+                            out, 1, ex.adaptation_shape == AdaptationShape::loaded ? 2 : 1);
     }
   } else {
     out.line(paragraph(kNoData));
@@ -796,9 +583,9 @@ void operation_specific_html_hub(Ui& ui, int in_file, int kind) {
           "on 'Regional breakdown'."));
     out.line(kTableOpen);
     table_row(out, {cell("Production impact (total) per annum:"),
-                    cell(euro(summary_cell(ex.production_summary_table, 1, 1)))});
+                    cell(euro(summary_cell(ex.production_summary_table, 1, 1), 0))});
     table_row(out, {cell("Production impact per hectare per annum:"),
-                    cell(euro(summary_cell(ex.production_summary_table, 2, 1)))});
+                    cell(euro(summary_cell(ex.production_summary_table, 2, 1), 3))});
     if (kind == 2) table_row(out, {cell("&nbsp;"), cell(link(ids + ".rep", "Regional breakdown"))});
     out.line("</table>");
     if (kind == 2) {
@@ -807,9 +594,11 @@ void operation_specific_html_hub(Ui& ui, int in_file, int kind) {
       grid_table_horizons(ex.production_summary_table, out, 1, id, kind, 2);
       out.line(paragraph("Detailed production impact data:"));
       out.line(paragraph("Total:"));
-      grid_table_detail_plain(ex.production_activity_table, out, 1, 1);
+      const GridTable production = with_reference_numbers(
+          ex.production_activity_table, production_refs_column(), report_references());
+      grid_table_detail_plain(production, out, 1, 1);
       out.line(paragraph("Per hectare:"));
-      grid_table_detail_plain(ex.production_activity_table, out, 1, 2);
+      grid_table_detail_plain(production, out, 1, 2);
     }
   } else {
     out.line(paragraph(kNoData));

@@ -220,13 +220,15 @@ void go_to_operation(Ui& ui, int64_t id) {
 
 void go_to_measure(Ui& ui, int64_t id) {
   Catalogue& c = catalogue();
-  // The tree by measures is built aside first: a measure that is not in it
-  // leaves the tree on show as it was.
+  // Measure links come from the aggregation pages, which group by the
+  // post-2013 measures: the tree shows that classification. It is built
+  // aside first, so a measure that is not in it leaves the tree on show as
+  // it was.
   Tree by_measures;
-  const bool rebuild = c.chosen_view != TreeViewKind::measures;
+  const bool rebuild = c.chosen_view != TreeViewKind::new_measures;
   if (rebuild) {
     by_measures.remembered_text = c.chosen.remembered_text;
-    measures_tree(by_measures, 2);
+    new_measures_tree(by_measures, 2);
   }
   Tree& candidate = rebuild ? by_measures : c.chosen;
   int found = -1;
@@ -234,7 +236,7 @@ void go_to_measure(Ui& ui, int64_t id) {
     if (!candidate.is_operation(i) && candidate.group_id(i) == id) found = i;
   if (found < 0) return;
   if (rebuild) {
-    c.chosen_view = TreeViewKind::measures;
+    c.chosen_view = TreeViewKind::new_measures;
     c.chosen = std::move(by_measures);
   }
   Tree& tree = c.chosen;
@@ -616,11 +618,16 @@ void toolbar_click(Ui& ui, const std::string& key) {
       explorer_window().mac_panel = !explorer_window().mac_panel;
     } else if (key == "maccadapt") {
       if (!mac_curves_enabled()) return;
-      explorer_window().mac_panel = false;
-      if (explorer_window().tab2 == 6)
+      ExplorerWindow& w = explorer_window();
+      w.mac_panel = false;
+      // The Target choice decides, as it does for the panel's buttons: the
+      // page on show may be the aggregation left by an earlier measure curve.
+      if (w.mac_target == 2) {
+        tab2_click(ui, 6);
         mac_curve_adapt_measures_hub(ui);
-      else
+      } else {
         mac_curve_adapt_hub(ui);
+      }
     } else if (key == "CreateGHG" || key == "CreateAdapt") {
       if (!mac_curves_enabled()) return;
       ExplorerWindow& w = explorer_window();
@@ -696,7 +703,17 @@ ImpactCacheHooks explorer_cache_hooks() {
   h.after_update = [](Ui& ui) {
     Catalogue& c = catalogue();
     if (c.tab == 2) {
-      select_first_chosen(ui);
+      // The operation the user was on stays on show (after an edit of its
+      // properties, say); only without one does the first come up.
+      const int64_t current = explorer_window().current_operation;
+      const Tree& tree = c.chosen;
+      bool shown = false;
+      for (int i = 0; i < static_cast<int>(tree.nodes.size()) && !shown && current != 0; ++i)
+        shown = tree.is_operation(i) && tree.operation_id(i) == current;
+      if (shown)
+        go_to_operation(ui, current);
+      else
+        select_first_chosen(ui);
     } else if (c.catalogue.selected >= 0) {
       tree_node_click(ui, false, c.catalogue.selected);
     }

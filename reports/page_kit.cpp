@@ -1,5 +1,6 @@
 #include "reports/page_kit.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <ctime>
@@ -58,11 +59,33 @@ std::string grid_cell(const GridTable& grid, int r, int c, int size) {
   return cell_line(cell_text(grid.cell(r, c), r == 0), size);
 }
 
-// Rows 0.. of the grid, columns [0, end).
-void plain_rows(const GridTable& grid, PageFile& out, int size, int end) {
+// A body cell whose figure is shown with the decimals of its column's head.
+std::string figure_cell(const GridTable& grid, int r, int c, int size) {
+  if (r == 0) return grid_cell(grid, r, c, size);
+  return cell_line(
+      cell_text(display_figure(grid.cell(r, c), display_places(grid.cell(0, c))), false), size);
+}
+
+// Rows 0.. of the grid, columns [0, end). Figures keep the decimals of their
+// cells when `by_head` is false (tables by horizon, already rounded), and
+// take their column's when it is true.
+void plain_rows(const GridTable& grid, PageFile& out, int size, int end, bool by_head) {
   for (int r = 0; r < grid.rows(); ++r) {
+    // A row by horizon shows all its figures with the decimals of its most
+    // precise cell, so -238 stands as -238.0 beside -4.5.
+    int row_places = 0;
+    for (int c = 1; c < end && !by_head && r > 0; ++c)
+      if (parse_number(grid.cell(r, c)))
+        row_places = std::max(row_places, cell_places(grid.cell(r, c)));
     out.line("<tr>");
-    for (int c = 0; c < end; ++c) out.line(grid_cell(grid, r, c, size));
+    for (int c = 0; c < end; ++c) {
+      if (r == 0 || c == 0)
+        out.line(grid_cell(grid, r, c, size));
+      else if (by_head)
+        out.line(figure_cell(grid, r, c, size));
+      else
+        out.line(cell_line(cell_text(display_figure(grid.cell(r, c), row_places), false), size));
+    }
     out.line("</tr>");
   }
 }
@@ -138,6 +161,7 @@ void detail_table(const GridTable& grid, PageFile& out, int size, int mode, bool
         out.line(cell_line(data_quality_bar(text), size));
         continue;
       }
+      if (r > 0 && c > 1) text = display_figure(text, -1);
       if (marked && c == 1) text += " ¹";
       out.line(cell_line(cell_text(text, r == 0), size));
     }
@@ -231,8 +255,12 @@ void write_welcome_page(Ui& ui) {
     out.line("<ul>");
     for (int i = 1; i <= 4; ++i) {
       if (s.recent_files[i].empty()) continue;
-      out.line("<li><font face=\"Verdana\"><small><a href=file.ff" + std::to_string(i) + ">" +
-               html_escape(shorten_path(s.recent_files[i])) + "</a></small></font></li>");
+      // The whole path when it fits a line, and always in the link's tip.
+      const std::string& path = s.recent_files[i];
+      const std::string shown = path.size() <= 90 ? path : shorten_path(path);
+      out.line("<li><font face=\"Verdana\"><small><a href=file.ff" + std::to_string(i) +
+               " title=\"" + html_escape(path) + "\">" + html_escape(shown) +
+               "</a></small></font></li>");
     }
     out.line("</ul>");
   }
@@ -369,31 +397,60 @@ void no_ops_selected_html(Ui& ui) {
   ui.navigate("explorer", "summary.htm");
 }
 
+// ---- figures ----
+
+int cell_places(std::string_view cell) {
+  auto sep = cell.find_first_of(".,");
+  if (sep == std::string_view::npos) return 0;
+  auto digits = cell.substr(sep + 1);
+  if (digits.find_first_of("eE") != std::string_view::npos) return 3;
+  auto end = digits.find_first_not_of("0123456789");
+  return static_cast<int>(std::min<size_t>(3, end == std::string_view::npos ? digits.size() : end));
+}
+
+std::string display_figure(std::string_view cell, int places) {
+  auto v = parse_number(cell);
+  if (!v) return std::string(cell);
+  return format_display(*v, places < 0 ? cell_places(cell) : places);
+}
+
+int display_places(std::string_view head) {
+  auto has = [head](std::string_view part) { return head.find(part) != std::string_view::npos; };
+  if (has("/ha") || has("/ ha") || has("per ha") || has("hectare")) return 3;
+  if (has("€) /")) return 2;
+  if (has("isk reduction") || has("Adaptive Capacity") || has("Data Quality")) return 1;
+  return 0;
+}
+
 // ---- bars ----
 
 std::string data_quality_bar(std::string_view score_text) {
   double score = score_text.empty() || score_text == "&nbsp;" ? 0 : cell_to_number(score_text);
-  return "<img src=graphics/bar" + std::to_string(bar_number(score)) + ".gif>";
+  // The tip says in words what the bar shows.
+  const std::string n = std::to_string(bar_number(score));
+  return "<img src=graphics/bar" + n + ".gif title=\"Data quality: " + n + " of 5\">";
 }
 
 std::string data_quality_bar_large(std::string_view score_text) {
   // Only the empty score counts as 0 here, "&nbsp;" does not: intended.
   double score = cell_to_number(score_text);
-  return "<img src=graphics/48bar" + std::to_string(bar_number(score)) +
-         ".gif alt=\"Data Quality Score: " + number_to_cell(round_half_even(score, 1)) + "/5\">";
+  const std::string text =
+      "Data Quality Score: " + number_to_cell(round_half_even(score, 1)) + "/5";
+  return "<img src=graphics/48bar" + std::to_string(bar_number(score)) + ".gif alt=\"" + text +
+         "\" title=\"" + text + "\">";
 }
 
 // ---- tables ----
 
 void grid_table_plain(const GridTable& grid, PageFile& out, int size) {
   out.line(kTableOpen);
-  plain_rows(grid, out, size, grid.cols());
+  plain_rows(grid, out, size, grid.cols(), true);
   out.line("</table>");
 }
 
 void grid_table_plain_less3(const GridTable& grid, PageFile& out, int size) {
   out.line(kTableOpen);
-  plain_rows(grid, out, size, grid.cols() - 3);
+  plain_rows(grid, out, size, grid.cols() - 3, true);
   out.line("</table>");
 }
 
@@ -405,7 +462,7 @@ void grid_table_horizons(const GridTable& grid, PageFile& out, int size, int64_t
   out.line(
       cell_line(cell_text("Time horizon (years)", true), size, " colspan=\"7\" align=\"center\""));
   out.line("</tr>");
-  plain_rows(grid, out, size, grid.cols());
+  plain_rows(grid, out, size, grid.cols(), false);
   if (breakdown == 2 || mode == 2) {
     out.line("<tr>");
     out.line(cell_line("&nbsp;", size));
@@ -490,6 +547,8 @@ void grid_table_sortable(const GridTable& grid, PageFile& out, int size, int sor
                  std::string(close) + "</font></td>");
       } else if (c == last && !regional) {
         out.line(cell_line(data_quality_bar(text), size));
+      } else if (c >= 2) {
+        out.line(figure_cell(grid, r, c, size));
       } else {
         out.line(grid_cell(grid, r, c, size));
       }
@@ -497,6 +556,10 @@ void grid_table_sortable(const GridTable& grid, PageFile& out, int size, int sor
     out.line("</tr>");
   }
   out.line("</table>");
+  if (!regional && grid.rows() > 1)
+    out.line(
+        "<p><font face=\"Verdana\"><small><small>Data Quality: one bar (low) to five bars "
+        "(high).</small></small></font></p>");
 }
 
 // ---- the shell's pages ----

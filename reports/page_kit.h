@@ -31,6 +31,17 @@ namespace arven {
 // a quoted attribute.
 std::string html_escape(std::string_view text);
 
+// The page text of a grid cell: a number goes through format_display with
+// `places` decimals, or, when `places` is negative, with the decimals the
+// cell already has (at most three); any other text is left as it stands.
+std::string display_figure(std::string_view cell, int places);
+// The decimals written in a number cell's text, at most three.
+int cell_places(std::string_view cell);
+// Decimals shown for a column of figures, judged by its head: per hectare 3,
+// cost per unit 2, risk reductions, capacity and quality scores 1, other
+// totals 0.
+int display_places(std::string_view head);
+
 // One generated page: a file in session().app_folder, replaced when opened.
 // Lines end in "\n". A failure to open or write throws
 // std::filesystem::filesystem_error naming the file.

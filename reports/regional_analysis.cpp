@@ -41,7 +41,7 @@ KindHeads heads_of(int kind) {
     case 2:
       return {"Risk reduction", "Risk reduction/ha"};
     case 4:
-      return {"Production", "Production/ha"};
+      return {"Production (€)", "Production (€)/ha"};
     default:
       return {"tCO2e", "tCO2e/ha"};
   }
@@ -230,6 +230,10 @@ void reg_analysis_html(Ui& ui, int64_t operation_id, int impact_kind) {
            link(id + "." + chart_code + "2", "Per hectare") + "</small></font></p>");
   out.line(bold_line("Regional breakdown"));
   grid_table_sortable(escaped_for_page(w.RegGrid1), out, 1, w.sort_reggrid1, 6);
+  out.line(
+      "<p><font face=\"Verdana\"><small>The areas are scaled from NUTS3 figures and the region's "
+      "total from figures of the region's own level, so their sum may differ slightly from the "
+      "total.</small></font></p>");
   out.line(export_links_html(6));
   page_footer(out);
   ui.navigate("explorer", page);

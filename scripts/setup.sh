@@ -82,6 +82,8 @@ build_in "$BUILD" "the program"
 # ---- program folder ---------------------------------------------------------------
 mkdir -p "$APP/dbases" "$APP/javascript" "$APP/graphics" "$APP/help"
 cp -u "$ROOT/node_modules/highcharts/highcharts.js" "$APP/javascript/highcharts.js"
+cp -u "$ROOT/node_modules/highcharts/modules/exporting.js" "$APP/javascript/exporting.js"
+cp -u "$ROOT/node_modules/highcharts/modules/offline-exporting.js" "$APP/javascript/offline-exporting.js"
 cp -u "$ROOT/node_modules/jquery/dist/jquery.min.js" "$APP/javascript/jquery.Min.js"
 for dir in graphics help; do
   [ -d "$ROOT/$dir" ] && cp -ru "$ROOT/$dir/." "$APP/$dir/"

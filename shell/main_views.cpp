@@ -14,8 +14,11 @@ namespace {
 json menu_json(const Menu& m) {
   json items = json::array();
   for (const auto& e : m.entries)
-    items.push_back(
-        {{"id", e.name}, {"text", e.text}, {"visible", e.visible}, {"separator", e.separator}});
+    items.push_back({{"id", e.name},
+                     {"text", e.text},
+                     {"visible", e.visible},
+                     {"separator", e.separator},
+                     {"tip", e.tip}});
   return {{"text", m.text}, {"items", items}};
 }
 
@@ -69,6 +72,12 @@ void register_main_windows(WebUi& ui) {
     }
   };
   main.navigate = [&ui](const std::string& target) { dispatch_navigation_main(ui, target); };
+  // Closing the main window is the File menu's Exit: it asks, keeps the open
+  // panel for the next start and ends the program.
+  main.query_close = [&ui] {
+    exit_program(ui, 1);
+    return false;
+  };
   ui.register_window("main", main);
 
   WindowHandlers about;

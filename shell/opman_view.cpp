@@ -105,13 +105,12 @@ void register_opman_window(WebUi& ui) {
         choose_import_file(ui);
       else if (b == "import")
         import_data(ui);
-      else if (b == "close")
+      else if (b == "close" && operation_manager_query_close(ui))
         ui.close_window("opman");
     }
   };
-  // Closing keeps the table's unsaved edits out of the file: only the save
-  // command writes.
-  h.query_close = [] { return true; };
+  // Closing with unsaved edits asks whether to save them.
+  h.query_close = [&ui] { return operation_manager_query_close(ui); };
   ui.register_window("opman", h);
 }
 

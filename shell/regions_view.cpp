@@ -40,9 +40,18 @@ json regions_controls() {
   }
   json header = json::array();
   json rows = json::array();
+  // The table shows what the user reads: level, code, name and area in
+  // km²; the country and area keys stay in the state.
   for (int r = 0; r < st.table.rows(); ++r) {
     json row = json::array();
-    for (int col = 0; col < st.table.cols(); ++col) row.push_back(st.table.cell(r, col));
+    for (int col = 0; col < st.table.cols(); ++col) {
+      if (col == kRegionCountry || col == kRegionId) continue;
+      const std::string& text = st.table.cell(r, col);
+      if (col == kRegionArea)
+        row.push_back(r == 0 ? std::string("Area (km²)") : display_figure(text, 0));
+      else
+        row.push_back(text);
+    }
     if (r == 0)
       header = row;
     else

@@ -185,6 +185,14 @@ struct Server::Impl {
     http.Get("/shell/shell.css", [](const httplib::Request&, httplib::Response& res) {
       res.set_content(std::string(kShellCss), "text/css");
     });
+    // The browser asks every window for an icon: a small drawn one.
+    http.Get("/favicon.ico", [](const httplib::Request&, httplib::Response& res) {
+      res.set_content(
+          R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 16 16">)"
+          R"(<rect width="16" height="16" rx="3" fill="#2f5d3a"/>)"
+          R"(<path d="M4 13 8 3l4 10M5.6 9h4.8" stroke="#fff" stroke-width="1.8" fill="none"/></svg>)",
+          "image/svg+xml");
+    });
     http.Get(R"(/(.+))",
              [this](const httplib::Request& req, httplib::Response& res) { route_get(req, res); });
     // The body is read here rather than by the library, which would wait

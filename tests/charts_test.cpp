@@ -162,6 +162,9 @@ TEST_F(ChartsTest, LabelStepsByColumnCount) {
       EXPECT_EQ(cat.nulls[i], static_cast<int>(i) * step) << "cols " << cols;
     return step;
   };
+  // A short curve: about ten labels, at least one per column.
+  EXPECT_EQ(step_of(24, false), 2);
+  EXPECT_EQ(step_of(12, true), 1);
   // GHG: the table's columns less one, at most 300 / 600 / above.
   EXPECT_EQ(step_of(301, false), 10);
   EXPECT_EQ(step_of(302, false), 50);

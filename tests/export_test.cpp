@@ -78,6 +78,22 @@ TEST_F(ExportTest, CsvQuotesFieldsUnescapesEntitiesAndEndsLinesWithCrlf) {
   EXPECT_THROW(write_csv(sample_grid(), dir / "missing" / "t.csv"), ExportError);
 }
 
+TEST_F(ExportTest, XlsxCarriesItsContextOnASheetOfItsOwn) {
+  const ExportContext context = {{"File", "/docs/Sjælland & co.arv"}, {"Regions", "DK02 Sjælland"}};
+  write_xlsx(sample_grid(), dir / "c.xlsx", "Ranked list", context);
+  fs::path parts = unpack(dir / "c.xlsx");
+  const std::string book = read_file(parts / "xl" / "workbook.xml");
+  EXPECT_NE(book.find("name=\"About\""), std::string::npos) << book;
+  const std::string strings = read_file(parts / "xl" / "sharedStrings.xml");
+  EXPECT_NE(strings.find("/docs/Sjælland &amp; co.arv"), std::string::npos) << strings;
+  EXPECT_NE(strings.find("DK02 Sjælland"), std::string::npos);
+
+  session().current_file.clear();
+  const ExportContext none = export_context();
+  ASSERT_EQ(none.size(), 5u);
+  EXPECT_EQ(none[0], (std::pair<std::string, std::string>{"File", "(none)"}));
+}
+
 TEST_F(ExportTest, XlsxHoldsNumbersAsNumbersAndNamesAsText) {
   auto has = [](const std::string& xml, const char* pattern) {
     return std::regex_search(xml, std::regex(pattern));

@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
 #include "core/main_window.h"
+
+#include <functional>
+
+#include "assessment/assessment_file.h"
 #include "core/preferences.h"
 #include "core/session.h"
 #include "support/scripted_ui.h"
@@ -49,6 +53,31 @@ TEST_F(MainWindowTest, DisabledRegionItemsDoNothing) {
   panel_item(3, 5)->enabled = true;
   fireexe(ui, 3, 5);
   EXPECT_EQ(ui.log, std::vector<std::string>{"modal:rvc:1"});
+}
+
+// A scripted Ui whose modal windows run a step of the test while "open".
+class ModalUi : public ScriptedUi {
+ public:
+  std::function<void()> while_modal;
+  void show_modal(const std::string& window, int tab) override {
+    ScriptedUi::show_modal(window, tab);
+    if (while_modal) while_modal();
+  }
+};
+
+TEST_F(MainWindowTest, AFileOpenedInTheExplorerEnablesTheRegionItems) {
+  ModalUi modal;
+  const std::string file = (dir / "made in the explorer.arv").string();
+  modal.while_modal = [&] {
+    create_assessment_file(file);
+    session().current_file = file;
+  };
+  fireexe(modal, 2, 3);
+  EXPECT_TRUE(panel_item(3, 4)->enabled);
+  EXPECT_FALSE(panel_item(3, 5)->enabled);  // no region yet
+  modal.while_modal = [&] { session().current_file.clear(); };
+  fireexe(modal, 2, 3);
+  EXPECT_FALSE(panel_item(3, 4)->enabled);
 }
 
 TEST_F(MainWindowTest, ToolsAndMenusReachTheirPairs) {

@@ -51,4 +51,20 @@ TEST(Numbers, CellTextRoundTripsWithTheLocaleSeparator) {
   EXPECT_THROW(cell_to_number("Multi"), NumberError);
 }
 
+TEST(Numbers, DisplayTextGroupsThousandsAndPutsTheSignBeforeTheCurrency) {
+  set_decimal_separator(".");
+  EXPECT_EQ(format_display(-488578391, 0), "-488,578,391");
+  EXPECT_EQ(format_display(32.268022495309246, 3), "32.268");
+  EXPECT_EQ(format_display(-315.00000057200504, 0), "-315");
+  EXPECT_EQ(format_display(999.9996, 3), "1,000.000");
+  EXPECT_EQ(format_display(100000, 0), "100,000");
+  EXPECT_EQ(format_display(-0.0004, 3), "0.000");
+  EXPECT_EQ(format_money(-5559857, 0), "-€5,559,857");
+  EXPECT_EQ(format_money(-0.056, 3), "-€0.056");
+  EXPECT_EQ(format_money(12, 0), "€12");
+  set_decimal_separator(",");
+  EXPECT_EQ(format_display(1234567.25, 2), "1.234.567,25");
+  set_decimal_separator(".");
+}
+
 }  // namespace arven

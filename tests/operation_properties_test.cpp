@@ -142,13 +142,59 @@ TEST_F(OperationPropertiesTest, NumericCellsRefuseTextThatIsNoNumber) {
 
   session().decimal_separator = ",";
   set_decimal_separator(",");
-  EXPECT_FALSE(operation_cell_edit(ui_, 1, kOpColUptake, "12.5"));
+  // Either separator is read, one at most; the cell keeps the locale's.
+  EXPECT_FALSE(operation_cell_edit(ui_, 1, kOpColUptake, "1,2.5"));
+  EXPECT_TRUE(operation_cell_edit(ui_, 1, kOpColTeaFactor, "2.5"));
+  EXPECT_EQ(cell(1, kOpColTeaFactor), "2,5");
   EXPECT_TRUE(operation_cell_edit(ui_, 1, kOpColUptake, "12,5"));
   ui_.answers = {Answer::Yes};
   ASSERT_TRUE(save_changes(ui_));
   EXPECT_DOUBLE_EQ(stored(7, "Uptake").as_double(), 12.5);
+  EXPECT_DOUBLE_EQ(stored(7, "TEA_Factor").as_double(), 2.5);
   EXPECT_DOUBLE_EQ(stored(7, "Cost").as_double(), 7);
   EXPECT_EQ(stored(7, "Operation Name").as_text(), "Hedges & <walls>");
+}
+
+TEST_F(OperationPropertiesTest, PercentagesStayWithinHundredAndSavedRowsLoseTheirMark) {
+  get_operations(2, 7);
+  for (int col : {kOpColUptake, kOpColTeaFactor}) {
+    ui_.messages.clear();
+    EXPECT_FALSE(operation_cell_edit(ui_, 1, col, "250")) << col;
+    EXPECT_FALSE(operation_cell_edit(ui_, 1, col, "100.5")) << col;
+    ASSERT_EQ(ui_.messages.size(), 2u);
+    EXPECT_EQ(ui_.messages.back().title, "Invalid value");
+    EXPECT_TRUE(operation_cell_edit(ui_, 1, col, "100")) << col;
+  }
+  EXPECT_TRUE(operation_cell_edit(ui_, 1, kOpColCost, "250"));  // money has no limit
+  ui_.answers = {Answer::Yes};
+  ASSERT_TRUE(save_changes(ui_));
+  EXPECT_DOUBLE_EQ(stored(7, "Uptake").as_double(), 100);
+  EXPECT_FALSE(operation_manager().changed[1]);
+}
+
+TEST_F(OperationPropertiesTest, ClosingWithUnsavedEditsAsksToSaveThem) {
+  get_operations(2, 7);
+  EXPECT_TRUE(operation_manager_query_close(ui_));  // nothing to ask
+  EXPECT_TRUE(ui_.messages.empty());
+  operation_cell_edit(ui_, 1, kOpColUptake, "75");
+  ui_.answers = {Answer::Cancel};
+  EXPECT_FALSE(operation_manager_query_close(ui_));
+  EXPECT_TRUE(operation_manager().dirty);
+  ui_.answers = {Answer::Yes, Answer::Yes};  // save, and sure
+  EXPECT_TRUE(operation_manager_query_close(ui_));
+  EXPECT_DOUBLE_EQ(stored(7, "Uptake").as_double(), 75);
+  operation_cell_edit(ui_, 1, kOpColUptake, "60");
+  ui_.answers = {Answer::No};
+  EXPECT_TRUE(operation_manager_query_close(ui_));
+  EXPECT_DOUBLE_EQ(stored(7, "Uptake").as_double(), 75);
+}
+
+TEST_F(OperationPropertiesTest, NothingSavedMeansNoRecalculationQuestion) {
+  ModalUi ui;
+  ui.while_modal = [&] { operation_cell_edit(ui, 1, kOpColUptake, "75"); };
+  edit_operation_properties(ui, 7);
+  EXPECT_EQ(ui.log, (std::vector<std::string>{"modal:opman:0"}));
+  EXPECT_DOUBLE_EQ(stored(7, "Uptake").as_double(), 50);
 }
 
 TEST_F(OperationPropertiesTest, SaveWritesChangedRowsWithDefaultsOnce) {

@@ -88,15 +88,20 @@ TEST_F(PageKitTest, DataQualityBars) {
   const std::vector<std::pair<std::string, int>> small = {
       {"", 1}, {"&nbsp;", 1}, {"1", 1}, {"1.01", 2}, {"2", 2}, {"3", 3}, {"4", 4}, {"4.1", 5}};
   for (const auto& [score, bar] : small)
-    EXPECT_EQ(data_quality_bar(score), "<img src=graphics/bar" + std::to_string(bar) + ".gif>")
+    EXPECT_EQ(data_quality_bar(score), "<img src=graphics/bar" + std::to_string(bar) +
+                                           ".gif title=\"Data quality: " + std::to_string(bar) +
+                                           " of 5\">")
         << score;
   EXPECT_THROW(data_quality_bar("n/a"), NumberError);
-  EXPECT_EQ(data_quality_bar_large("3.25"),
-            R"(<img src=graphics/48bar4.gif alt="Data Quality Score: 3.2/5">)");
-  EXPECT_EQ(data_quality_bar_large("4.96"),
-            R"(<img src=graphics/48bar5.gif alt="Data Quality Score: 5/5">)");
-  EXPECT_EQ(data_quality_bar_large(""),
-            R"(<img src=graphics/48bar1.gif alt="Data Quality Score: 0/5">)");
+  EXPECT_EQ(
+      data_quality_bar_large("3.25"),
+      R"(<img src=graphics/48bar4.gif alt="Data Quality Score: 3.2/5" title="Data Quality Score: 3.2/5">)");
+  EXPECT_EQ(
+      data_quality_bar_large("4.96"),
+      R"(<img src=graphics/48bar5.gif alt="Data Quality Score: 5/5" title="Data Quality Score: 5/5">)");
+  EXPECT_EQ(
+      data_quality_bar_large(""),
+      R"(<img src=graphics/48bar1.gif alt="Data Quality Score: 0/5" title="Data Quality Score: 0/5">)");
   EXPECT_THROW(data_quality_bar_large("&nbsp;"), NumberError);  // only the small bar reads it
 }
 
@@ -180,6 +185,29 @@ TEST_F(PageKitTest, SortableTables) {
     }
     EXPECT_EQ(got, expected[state - 1]) << "state " << state;
   }
+}
+
+TEST_F(PageKitTest, ListFiguresShowTheDecimalsOfTheirColumn) {
+  GridTable list(5);
+  list.add_row();
+  list.add_row();
+  const char* heads[] = {"Operation ID", "Operation name", "Regional impact (tCO2e) / ha",
+                         "Regional impact (tCO2e) (total)", "Data Quality"};
+  const char* cells[] = {"4", "Hedges 1999", "32.268022495309246", "-488578391.4", "3"};
+  for (int c = 0; c < 5; ++c) list.cell(0, c) = heads[c], list.cell(1, c) = cells[c];
+  const std::string html = page([&](PageFile& out) { grid_table_sortable(list, out, 1, 1, 3); });
+  EXPECT_NE(html.find(">32.268<"), std::string::npos) << html;
+  EXPECT_NE(html.find(">-488,578,391<"), std::string::npos) << html;
+  EXPECT_NE(html.find("Hedges 1999"), std::string::npos);  // names are not figures
+  EXPECT_EQ(list.cell(1, 2), "32.268022495309246");        // the cell keeps its precision
+
+  EXPECT_EQ(display_places("Cost (€) / tCO2e"), 2);
+  EXPECT_EQ(display_places("Risk reduction/ha"), 3);
+  EXPECT_EQ(display_places("Regional risk reduction total"), 1);
+  EXPECT_EQ(display_places("tCO2e"), 0);
+  EXPECT_EQ(display_figure("-0.0562", -1), "-0.056");
+  EXPECT_EQ(display_figure("1234.5", -1), "1,234.5");
+  EXPECT_EQ(display_figure("&nbsp;", 2), "&nbsp;");
 }
 
 TEST_F(PageKitTest, WelcomeAndNoOperationsPages) {

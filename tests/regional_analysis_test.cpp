@@ -114,7 +114,7 @@ TEST_F(RegionalAnalysisTest, TwoAreasWorkedByHand) {
 
   // Production, a year's worth: 4 × Norm_factor 2.5 = 10, × 0.16 = 1.6.
   regional_analysis(ui_, 7, 4);
-  EXPECT_EQ(grid().cell(0, 3), "Production/ha");
+  EXPECT_EQ(grid().cell(0, 3), "Production (€)/ha");
   EXPECT_EQ(grid().cell(1, 2), "1.6");
   EXPECT_EQ(grid().cell(1, 3), "0.08");
   EXPECT_EQ(grid().cell(2, 2), "0");

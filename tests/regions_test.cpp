@@ -283,6 +283,17 @@ TEST_F(RegionsTest, ToolbarOpensTheOtherWindowsAndTheMapPage) {
                               "message:Cannot proceed", "modal:settings:5"}));
   EXPECT_EQ(texts(0)[static_cast<size_t>(regions().lists[0].selected)], "IE - Éire/Ireland");
 
+  // Without a map server of the user's, the layers are named but not linked.
+  regions_toolbar_command(ui_, "GE");
+  {
+    std::stringstream unset;
+    unset << std::ifstream(dir_ / "google_earth.htm").rdbuf();
+    EXPECT_NE(unset.str().find("No map server is configured"), std::string::npos);
+    EXPECT_EQ(unset.str().find(".kmz"), std::string::npos);
+    EXPECT_NE(unset.str().find("Risk to pollinators"), std::string::npos);
+  }
+  regions_toolbar_command(ui_, "GE");  // back to the lists
+
   save_setting("Settings", kMapServerKey, "https://maps.example.org/");
   ui_.log.clear();
   regions_toolbar_command(ui_, "GE");

@@ -771,7 +771,7 @@ OPS = [
      {FERT: [0, 0, 0, 0], 2: 0, 4: 0, 32: 0, 5: 0.3, 31: 0.4, 11: 1, 28: 1},
      ["214"], ["M10"], ["Biodiversity", "Landscape & cultural heritage"], [3, 9],
      "Restoring hay meadows with native seed."),
-    (32, 6, "Rewetting of drained peat grassland", 3, 1, 100, 5, 300, 600, 0, 10, 10, 0.6, 3,
+    (32, 6, "Rewetting of drained peat grassland", 2, 1, 100, 5, 300, 600, 0, 10, 10, 0.6, 3,
      {10: 0, 25: 0.7, 5: 0.3, 28: 0.5}, ["214", "216"], ["M10", "M04"],
      ["Climate regulation", "Flood regulation", "Biodiversity"], [3, 4], "Blocking drains in peat pasture."),
     (33, 6, "Heather moorland restoration", 6, 1, 100, 10, 120, 150, 0, 10, 5, 0.6, 3,

@@ -42,16 +42,16 @@
         if (it.separator) { items.appendChild(el('hr')); continue; }
         items.appendChild(el('button', {
           class: 'menu-item', id: 'menu-' + it.id, disabled: it.enabled === false,
-          text: it.text, onclick: () => post('command', { menu: it.id }),
+          text: it.text, title: it.tip || null, onclick: () => post('command', { menu: it.id }),
         }));
       }
-      bar.appendChild(el('div', { class: 'menu' }, [el('span', { class: 'menu-title', text: m.text }), items]));
+      bar.appendChild(el('div', { class: 'menu' }, [el('span', { class: 'menu-title', text: m.text,
+        tabindex: 0, role: 'button', 'aria-haspopup': 'true' }), items]));
     }
-    if (win !== 'main') {
-      if (title) bar.appendChild(el('span', { class: 'window-title', text: title }));
-      bar.appendChild(el('button', { class: 'close', title: 'Close', text: '\u00d7', id: 'close-window',
-        onclick: () => post('close') }));
-    }
+    if (win !== 'main' && title) bar.appendChild(el('span', { class: 'window-title', text: title }));
+    // The main window's close ends the program (it asks first).
+    bar.appendChild(el('button', { class: 'close', title: win === 'main' ? 'Exit ARVEN' : 'Close',
+      text: '\u00d7', id: 'close-window', onclick: () => post('close') }));
   }
 
   function renderPanels(panels, caption) {
@@ -223,8 +223,9 @@
   // "toggle" cell posts `grid`, `row`, `col` and `event=click`; a "number"
   // or "text" cell opens an editor in place that posts `event=edit` and
   // `value` on Enter (then edits the row below) or when it loses focus, and
-  // Escape drops. Number cells let through digits, editing keys and one
-  // `decimal` separator; the program still decides. Rows marked in
+  // Escape drops. Number cells take any typing: the program reads the
+  // `decimal` separator or the point and refuses anything else with a
+  // message, so no key vanishes unseen. Rows marked in
   // `changed` are tinted.
   let gridEdit = null;  // {id, row, col}: the editor to open after the next redraw
   function renderEditGrid(g) {
@@ -238,7 +239,6 @@
     }
     const header = g.header || [];
     const rows = g.rows || [];
-    const sep = g.decimal || '.';
     const kindOf = (c) => ((g.editable || [])[c] === false ? 'readonly' : (g.kinds || [])[c] || 'readonly');
     const cellId = (i, c) => 'grid-' + g.id + '-cell-' + i + '-' + c;
     const tbody = el('tbody');
@@ -268,10 +268,6 @@
       input.addEventListener('keydown', (e) => {
         if (e.key === 'Enter') { e.preventDefault(); finish(true, true); return; }
         if (e.key === 'Escape') { e.preventDefault(); finish(false, false); return; }
-        if (kind !== 'number' || e.ctrlKey || e.metaKey || e.altKey || e.key.length !== 1) return;
-        if (/[0-9]/.test(e.key)) return;
-        if (e.key === sep && !input.value.includes(sep)) return;
-        e.preventDefault();
       });
       input.addEventListener('blur', () => finish(true, false));
       td.replaceChildren(input);
@@ -360,7 +356,7 @@
         tog.addEventListener('click', (e) => { e.stopPropagation(); post('command', { tree: t.id, index: i, event: 'toggle' }); });
         item.appendChild(tog);
       }
-      item.appendChild(el('span', { class: 'node-text', text: n.text }));
+      item.appendChild(el('span', { class: 'node-text', text: n.text, title: n.text }));
       box.appendChild(item);
     });
     box.addEventListener('click', (e) => {
@@ -615,6 +611,9 @@
     if (p.max > 0) {
       $('progress').appendChild(el('span', { text: p.label + ' ' }));
       $('progress').appendChild(el('progress', { value: p.value, max: p.max }));
+    } else if (p.label) {
+      // Work that has ended leaves a word of it (no bar).
+      $('progress').appendChild(el('span', { class: 'done', id: 'progress-done', text: p.label }));
     }
     document.body.classList.toggle('busy', !!s.busy);
     renderDialog(s.dialog);
@@ -660,5 +659,106 @@
       }
     }
   }
+  // ---- keyboard ----
+  // Menus: Enter, Space or Down on a title opens it on its first item; Up
+  // and Down move in it, Left and Right go to the next menu, Escape closes.
+  function menuKeys(e) {
+    const title = e.target.closest('.menu-title');
+    const item = e.target.closest('.menu-item');
+    const menu = e.target.closest('.menu');
+    if (!menu) return;
+    const items = () => Array.from(menu.querySelectorAll('.menu-item:not([disabled])'));
+    const titles = Array.from(document.querySelectorAll('#menubar .menu-title'));
+    if (title && ['Enter', ' ', 'ArrowDown'].includes(e.key)) {
+      e.preventDefault();
+      menu.classList.add('open');
+      const first = items()[0];
+      if (first) first.focus();
+    } else if (item && (e.key === 'ArrowDown' || e.key === 'ArrowUp')) {
+      e.preventDefault();
+      const list = items();
+      const i = list.indexOf(item) + (e.key === 'ArrowDown' ? 1 : -1);
+      list[(i + list.length) % list.length].focus();
+    } else if (e.key === 'ArrowRight' || e.key === 'ArrowLeft') {
+      e.preventDefault();
+      const mine = menu.querySelector('.menu-title');
+      const i = titles.indexOf(mine) + (e.key === 'ArrowRight' ? 1 : -1);
+      menu.classList.remove('open');
+      titles[(i + titles.length) % titles.length].focus();
+    } else if (e.key === 'Escape') {
+      e.preventDefault();
+      e.stopPropagation();
+      menu.classList.remove('open');
+      menu.querySelector('.menu-title').focus();
+    }
+  }
+  document.addEventListener('click', (e) => {
+    const title = e.target.closest && e.target.closest('.menu-title');
+    if (title) title.parentElement.classList.toggle('open');
+    const item = e.target.closest && e.target.closest('.menu-item');
+    if (item) item.closest('.menu').classList.remove('open');
+  });
+  document.addEventListener('focusout', (e) => {
+    const menu = e.target.closest && e.target.closest('.menu');
+    if (menu && !menu.contains(e.relatedTarget)) menu.classList.remove('open');
+  });
+
+  // Trees: Up and Down select the next shown node, Right and Left open and
+  // close a group, Enter does what a double click does.
+  function treeKeys(e) {
+    const box = e.target.closest('.tree');
+    if (!box) return;
+    const nodes = Array.from(box.querySelectorAll('.tree-node'));
+    const cur = box.querySelector('.tree-node.selected');
+    const at = nodes.indexOf(cur);
+    const id = box.id.replace(/^tree-/, '');
+    let target = null;
+    if (e.key === 'ArrowDown') target = nodes[Math.min(at + 1, nodes.length - 1)];
+    else if (e.key === 'ArrowUp') target = nodes[Math.max(at - 1, 0)];
+    if (target && target !== cur) {
+      e.preventDefault();
+      markSelected(box, '.tree-node', target);
+      target.scrollIntoView({ block: 'nearest' });
+      post('command', { tree: id, index: +target.dataset.index, event: 'click' });
+      return;
+    }
+    if (!cur) return;
+    const expanded = cur.getAttribute('aria-expanded');
+    if ((e.key === 'ArrowRight' && expanded === 'false') || (e.key === 'ArrowLeft' && expanded === 'true')) {
+      e.preventDefault();
+      post('command', { tree: id, index: +cur.dataset.index, event: 'toggle' });
+    } else if (e.key === 'Enter') {
+      e.preventDefault();
+      post('command', { tree: id, index: +cur.dataset.index, event: 'dblclick' });
+    }
+  }
+
+  // Dialogs: Escape answers Cancel (or No, or the only button); Enter in
+  // the file chooser's name box confirms with the first button.
+  function dialogKeys(e) {
+    const dialog = $('dialog');
+    if (!dialog) return false;
+    const pick = (names) => names.map((n) => $('answer-' + n)).find((b) => b);
+    if (e.key === 'Escape') {
+      const all = dialog.querySelectorAll('.buttons button');
+      const b = pick(['Cancel', 'No', 'Close']) || (all.length === 1 ? all[0] : null);
+      if (b) { e.preventDefault(); b.click(); }
+      return true;
+    }
+    if (e.key === 'Enter' && e.target.id === 'file-name') {
+      e.preventDefault();
+      const first = dialog.querySelector('.buttons button');
+      if (first) first.click();
+      return true;
+    }
+    return false;
+  }
+
+  document.addEventListener('keydown', (e) => {
+    if (dialogKeys(e)) return;
+    menuKeys(e);
+    treeKeys(e);
+  });
+
   loop();
 })();
