@@ -16,6 +16,7 @@
 #include "core/lookups.h"
 #include "core/session.h"
 #include "core/startup.h"
+#include "core/text.h"
 #include "settings/settings_dialog.h"
 #include "stores/db.h"
 #include "stores/schema.h"
@@ -74,12 +75,6 @@ std::optional<Stamp> date_last_used(const std::string& path) {
 void stamp_access_time(const std::string& path) {
   const struct timespec times[2] = {{0, UTIME_NOW}, {0, UTIME_OMIT}};
   utimensat(AT_FDCWD, path.c_str(), times, 0);  // best effort: the order then rests on the touch
-}
-
-std::string lower(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return s;
 }
 
 bool country_is_installed(int64_t cc) {
@@ -161,9 +156,9 @@ void require_assessment_schema(const Db& db) {
   for (const TableDef& table : assessment_tables()) {
     db.require_table(table.name);
     std::vector<std::string> have = db.column_names(table.name);
-    for (auto& name : have) name = lower(name);
+    for (auto& name : have) name = lower_case(name);
     for (const ColumnDef& column : table.columns)
-      if (std::find(have.begin(), have.end(), lower(column.name)) == have.end())
+      if (std::find(have.begin(), have.end(), lower_case(column.name)) == have.end())
         db.fail("its table \"" + table.name + "\" has no column \"" + column.name + "\"");
   }
 }

@@ -7,6 +7,7 @@
 
 #include "core/lookups.h"
 #include "core/session.h"
+#include "core/text.h"
 #include "engine/explorer_state.h"
 #include "engine/impact_cache.h"
 #include "engine/impact_context.h"
@@ -31,12 +32,6 @@ Holder& holder() {
   return h;
 }
 
-std::string lower(std::string_view s) {
-  std::string out(s);
-  for (auto& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
-
 // Entries kept in the order of a sorted list box: ascending by text without
 // regard to case; entries of equal text keep the order they came in.
 struct SortedEntry {
@@ -45,7 +40,7 @@ struct SortedEntry {
 };
 void sort_entries(std::vector<SortedEntry>& entries) {
   std::stable_sort(entries.begin(), entries.end(), [](const SortedEntry& a, const SortedEntry& b) {
-    return lower(a.text) < lower(b.text);
+    return lower_case(a.text) < lower_case(b.text);
   });
 }
 

@@ -14,6 +14,7 @@
 
 #include <unistd.h>
 
+#include "core/text.h"
 #include "prep/csv.h"
 #include "stores/db.h"
 #include "stores/schema.h"
@@ -21,12 +22,6 @@
 namespace arven {
 
 namespace {
-
-std::string lower(std::string_view s) {
-  std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
 
 std::string_view trim(std::string_view s) {
   while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
@@ -139,8 +134,9 @@ void load_table(Db& db, const TableDef& table, const std::filesystem::path& file
   std::vector<std::string> names;
   for (size_t i = 0; i < header.fields.size(); ++i) {
     const std::string& name = header.fields[i];
-    auto it = std::find_if(table.columns.begin(), table.columns.end(),
-                           [&](const ColumnDef& c) { return lower(c.name) == lower(name); });
+    auto it = std::find_if(table.columns.begin(), table.columns.end(), [&](const ColumnDef& c) {
+      return lower_case(c.name) == lower_case(name);
+    });
     if (it == table.columns.end())
       fail_at(file, header.lines[i], i + 1, name,
               "table \"" + table.name + "\" has no column of this name");

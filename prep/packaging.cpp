@@ -9,6 +9,7 @@
 #include <set>
 
 #include "core/session.h"
+#include "core/text.h"
 #include "core/ui.h"
 #include "settings/store_install.h"
 #include "settings/update_check.h"
@@ -21,12 +22,6 @@ namespace arven {
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string lower(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return s;
-}
 
 std::string level_name(const char* prefix, int k, const char* suffix = "") {
   return prefix + std::to_string(k) + suffix;
@@ -67,9 +62,10 @@ void require_columns(const Db& db, const std::string& table,
                      const std::vector<std::string>& columns) {
   db.require_table(table);
   std::set<std::string> have;
-  for (const auto& c : db.column_names(table)) have.insert(lower(c));
+  for (const auto& c : db.column_names(table)) have.insert(lower_case(c));
   for (const auto& c : columns)
-    if (!have.count(lower(c))) db.fail("its table \"" + table + "\" has no column \"" + c + "\"");
+    if (!have.count(lower_case(c)))
+      db.fail("its table \"" + table + "\" has no column \"" + c + "\"");
 }
 
 // One replace of target rows by source rows.
@@ -99,8 +95,9 @@ void run(Db& target, const RowCopy& copy) {
   for (size_t i = 0; i < copy.columns.size(); ++i) {
     const auto& c = copy.columns[i];
     std::string q = quote_name(c);
-    bool nullable = std::any_of(copy.empty_as_null.begin(), copy.empty_as_null.end(),
-                                [&](const std::string& n) { return lower(n) == lower(c); });
+    bool nullable =
+        std::any_of(copy.empty_as_null.begin(), copy.empty_as_null.end(),
+                    [&](const std::string& n) { return lower_case(n) == lower_case(c); });
     cols += (i ? ", " : "") + q;
     exprs += (i ? ", " : "") + (nullable ? "NULLIF(" + q + ", '')" : q);
   }
@@ -703,7 +700,7 @@ void add_impact_max_field() {
       std::string t = level_name("NUTS", k, "_OPS_") + cc;
       if (!db.has_table(t)) continue;
       bool has = false;
-      for (const auto& c : db.column_names(t)) has = has || lower(c) == "impact max";
+      for (const auto& c : db.column_names(t)) has = has || lower_case(c) == "impact max";
       if (!has) db.exec("ALTER TABLE " + quote_name(t) + " ADD COLUMN \"Impact max\" DOUBLE");
     }
   tx.commit();

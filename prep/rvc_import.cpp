@@ -13,6 +13,7 @@
 
 #include "core/numbers.h"
 #include "core/session.h"
+#include "core/text.h"
 #include "core/ui.h"
 #include "prep/xlsx_reader.h"
 #include "stores/db.h"
@@ -29,11 +30,6 @@ constexpr int kExportValues = 255;
 
 std::string nuts(int k, const char* suffix = "") {
   return "NUTS" + std::to_string(k) + suffix;
-}
-
-std::string lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
 }
 
 void check_level(int level) {
@@ -139,7 +135,7 @@ RvcImportResult write_import(int64_t rvc_id,
 
 // "VALUE_12" -> 12; 0 for any other name.
 int value_column_class(std::string name) {
-  name = lower(name);
+  name = lower_case(name);
   if (name.rfind("value_", 0) != 0) return 0;
   int n = 0;
   auto [p, ec] = std::from_chars(name.data() + 6, name.data() + name.size(), n);
@@ -213,7 +209,7 @@ RvcImportResult nuts3_import(int64_t rvc_id, const fs::path& import_store, const
   if (!rows.has_column("NUTS")) src.fail("its table \"" + table + "\" has no column \"NUTS\"");
   int nuts_column = 0;
   for (int c = 0; c < rows.column_count(); ++c) {
-    if (lower(rows.column_name(c)) == "nuts") nuts_column = c;
+    if (lower_case(rows.column_name(c)) == "nuts") nuts_column = c;
     if (int cls = value_column_class(rows.column_name(c))) value_columns.emplace_back(c, cls);
   }
   rows.each([&](const Rows& r) {
@@ -241,7 +237,7 @@ RvcImportResult nuts3_import_excel(int64_t rvc_id, const fs::path& workbook,
   std::vector<std::pair<size_t, int>> value_columns;
   for (size_t c = 0; c < header.size(); ++c) {
     std::string title = trim(header[c].text);
-    if (lower(title) == "nuts") nuts_column = c;
+    if (lower_case(title) == "nuts") nuts_column = c;
     if (int cls = value_column_class(title)) value_columns.emplace_back(c, cls);
   }
   if (!nuts_column) throw std::runtime_error(where(0, 0) + ": row 1 has no column \"NUTS\"");

@@ -8,6 +8,7 @@
 #include "core/lookups.h"
 #include "core/numbers.h"
 #include "core/session.h"
+#include "core/text.h"
 #include "engine/catalogue.h"
 #include "engine/explorer_state.h"
 #include "engine/impact_context.h"
@@ -26,15 +27,6 @@ namespace arven {
 
 namespace {
 
-std::string lower(std::string s) {
-  for (auto& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
-}
-
-bool ends_with(const std::string& s, const std::string& tail) {
-  return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
-}
-
 // The whole number that a command's argument is; 0 when it is anything
 // else (empty, signed, with other characters, or too long), which names no
 // operation or measure.
@@ -52,7 +44,7 @@ int64_t argument_of(const std::string& target) {
 
 // The word before the suffix, lower case ("remove" of "remove.rem").
 std::string word_of(const std::string& target) {
-  return target.size() < 4 ? "" : lower(target.substr(0, target.size() - 4));
+  return target.size() < 4 ? "" : lower_case(target.substr(0, target.size() - 4));
 }
 
 // The states a list can be sorted in: two per sortable column.
@@ -359,7 +351,7 @@ void grid_state_sort(GridTable& grid, int state, int last_state) {
       rows.push_back(std::move(row));
     }
     std::stable_sort(rows.begin(), rows.end(), [state](const auto& a, const auto& b) {
-      const std::string x = lower(a[1]), y = lower(b[1]);
+      const std::string x = lower_case(a[1]), y = lower_case(b[1]);
       return state == 1 ? x < y : y < x;
     });
     for (int r = 1; r < grid.rows(); ++r)
@@ -395,10 +387,10 @@ void aggrid1_ranked_sort(int state) {
 }
 
 bool parse_sort_target(const std::string& target, int& grid, int& state) {
-  const std::string t = lower(target);
+  const std::string t = lower_case(target);
   const size_t n = t.size();
   auto digit = [&](size_t i) { return i < n && std::isdigit(static_cast<unsigned char>(t[i])); };
-  if (n >= 4 && ends_with(t, "s12")) {
+  if (n >= 4 && t.ends_with("s12")) {
     if (!digit(n - 4)) return false;
     grid = 12;
     state = t[n - 4] - '0';
@@ -421,20 +413,20 @@ bool parse_sort_target(const std::string& target, int& grid, int& state) {
 // ---- dispatch ---------------------------------------------------------------------------
 
 bool dispatch_navigation(Ui& ui, const std::string& url) {
-  const std::string low = lower(url);
+  const std::string low = lower_case(url);
   if (low.rfind("http", 0) == 0 || low.rfind("javascript", 0) == 0) return false;
   std::string target = url;
   if (auto slash = target.find_last_of("/\\"); slash != std::string::npos)
     target = target.substr(slash + 1);
-  if (lower(target) == "working.htm") return false;
+  if (lower_case(target) == "working.htm") return false;
   if (sort_command(ui, target)) return true;
   if (target.size() < 3) return false;
-  const std::string tail = lower(target.substr(target.size() - 3));
+  const std::string tail = lower_case(target.substr(target.size() - 3));
   const int64_t id = argument_of(target);
   ExplorerWindow& w = explorer_window();
   try {
     if (tail == "yes" || tail == "xno") {
-      if (file_open()) data_update_link(ui, lower(target), explorer_cache_hooks());
+      if (file_open()) data_update_link(ui, lower_case(target), explorer_cache_hooks());
     } else if (tail == "ra1" || tail == "ra2") {
       ranking_command(ui, tail == "ra1" ? 1 : 2);
     } else if (tail == "xxx") {

@@ -7,6 +7,7 @@
 
 #include "core/numbers.h"
 #include "core/session.h"
+#include "core/text.h"
 #include "reports/charts.h"
 #include "reports/hotspot.h"
 #include "reports/page_kit.h"
@@ -20,16 +21,6 @@ constexpr const char* kWindow = "rvc";
 
 std::string heading(std::string_view text) {
   return "<p><font face=\"Arial\" size=\"4\"><strong>" + std::string(text) + "</strong></font></p>";
-}
-
-std::string lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
-bool ends_with(const std::string& text, std::string_view end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
 // A code from a link as valid UTF-8: each byte that starts no valid
@@ -296,20 +287,20 @@ void details(Ui& ui, const std::string& code) {
 }
 
 bool rvc_link_cancels(const std::string& target) {
-  return ends_with(lower(target), "hcn");
+  return lower_case(target).ends_with("hcn");
 }
 
 bool rvc_link_is_page(const std::string& target) {
-  const std::string t = lower(target);
+  const std::string t = lower_case(target);
   if (t.rfind("http", 0) == 0) return true;
   if (rvc_link_cancels(t)) return false;
-  if (!ends_with(t, "htm")) return true;
+  if (!t.ends_with("htm")) return true;
   return t == "working.htm" || t == "hotspot_rep1.htm" || t == "hotspot_rep2.htm" ||
          t == "index.htm";
 }
 
 bool dispatch_rvc_navigation(Ui& ui, const std::string& target) {
-  const std::string t = lower(target);
+  const std::string t = lower_case(target);
   // A page reaches here only when it is not on disk: the index is written.
   if (t == "index.htm") {
     top_index(ui);
@@ -320,12 +311,12 @@ bool dispatch_rvc_navigation(Ui& ui, const std::string& target) {
     hotspot_cancel() = true;
   } else if (t == "back.htm") {
     ui.navigate(kWindow, rvc_browser().tab == 2 ? "hotspot_rep2.htm" : "hotspot_rep1.htm");
-  } else if (ends_with(t, "details.htm")) {
+  } else if (t.ends_with("details.htm")) {
     std::string code = target.substr(0, target.size() - std::string_view("details.htm").size());
-    if (ends_with(code, "_")) code.pop_back();
+    if (code.ends_with("_")) code.pop_back();
     details_load(ui, valid_code(code));
   } else {
-    nuts_index(ui, valid_code(target.substr(0, target.size() - (ends_with(t, ".htm") ? 4 : 3))));
+    nuts_index(ui, valid_code(target.substr(0, target.size() - (t.ends_with(".htm") ? 4 : 3))));
   }
   return true;
 }

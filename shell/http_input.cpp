@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <map>
 
+#include "core/text.h"
+
 namespace arven::shell {
 
 namespace fs = std::filesystem;
@@ -27,11 +29,6 @@ const std::map<std::string, std::string>& mime_types() {
       {".xlsx", "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet"},
       {".txt", "text/plain; charset=utf-8"}};
   return m;
-}
-
-std::string lower(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
-  return s;
 }
 
 int hex_digit(char h) {
@@ -68,8 +65,7 @@ std::optional<std::string> decode(std::string_view text, bool plus_space) {
 bool own_address(std::string_view text, int port, bool path_allowed) {
   const std::string p = std::to_string(port);
   for (const std::string& base : {"http://127.0.0.1:" + p, "http://localhost:" + p}) {
-    if (text.size() < base.size() || lower(std::string(text.substr(0, base.size()))) != base)
-      continue;
+    if (text.size() < base.size() || lower_case(text.substr(0, base.size())) != base) continue;
     if (text.size() == base.size()) return true;
     if (path_allowed && text[base.size()] == '/') return true;
   }
@@ -101,7 +97,7 @@ std::optional<Params> parse_form_body(std::string_view body) {
 }
 
 bool is_form_content_type(std::string_view content_type) {
-  const std::string t = lower(std::string(content_type.substr(0, content_type.find(';'))));
+  const std::string t = lower_case(content_type.substr(0, content_type.find(';')));
   const size_t b = t.find_first_not_of(" \t"), e = t.find_last_not_of(" \t");
   return b != std::string::npos && t.substr(b, e - b + 1) == "application/x-www-form-urlencoded";
 }
@@ -113,7 +109,7 @@ std::string attachment_header(std::string name) {
 }
 
 std::string mime_type_of(const fs::path& file) {
-  auto it = mime_types().find(lower(file.extension().string()));
+  auto it = mime_types().find(lower_case(file.extension().string()));
   return it == mime_types().end() ? "" : it->second;
 }
 
@@ -147,7 +143,7 @@ std::optional<fs::path> resolve_static(const fs::path& folder, std::string_view 
 }
 
 bool from_own_pages(const RequestSource& source, int port) {
-  if (!source.sec_fetch_site.empty()) return lower(source.sec_fetch_site) == "same-origin";
+  if (!source.sec_fetch_site.empty()) return lower_case(source.sec_fetch_site) == "same-origin";
   if (!source.origin.empty()) return own_address(source.origin, port, false);
   if (!source.referer.empty()) return own_address(source.referer, port, true);
   return false;

@@ -8,19 +8,11 @@
 #include <utility>
 
 #include "core/numbers.h"
+#include "core/text.h"
 
 namespace arven {
 
-namespace {
-
-std::string lower(std::string_view s) {
-  std::string out(s);
-  std::transform(out.begin(), out.end(), out.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return out;
-}
-
-}  // namespace
+namespace {}  // namespace
 
 // ---- Value ----------------------------------------------------------------
 
@@ -71,7 +63,7 @@ std::string like_escape(std::string_view text) {
 
 Rows::Rows(const Db* db, sqlite3_stmt* stmt, bool owns) : db_(db), stmt_(stmt), owns_(owns) {
   int n = sqlite3_column_count(stmt_);
-  for (int i = 0; i < n; ++i) columns_.emplace(lower(sqlite3_column_name(stmt_, i)), i);
+  for (int i = 0; i < n; ++i) columns_.emplace(lower_case(sqlite3_column_name(stmt_, i)), i);
 }
 
 Rows::Rows(Rows&& o) noexcept
@@ -166,13 +158,13 @@ void Rows::fail_number(const NumberError& e) const {
 }
 
 int Rows::index_of(std::string_view column) const {
-  auto it = columns_.find(lower(column));
+  auto it = columns_.find(lower_case(column));
   if (it == columns_.end()) db_->fail("no column \"" + std::string(column) + "\" in the result");
   return it->second;
 }
 
 bool Rows::has_column(std::string_view column) const {
-  return columns_.count(lower(column)) > 0;
+  return columns_.count(lower_case(column)) > 0;
 }
 
 int Rows::column_count() const {
