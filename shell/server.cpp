@@ -314,7 +314,7 @@ struct Server::Impl {
       res.set_header("Cache-Control", "no-store");
       // The type follows the name asked for, which the folder's check has
       // allowed, not the name a symbolic link leads to.
-      const std::string name = fs::path(*url_decode(raw)).filename().string();
+      const std::string name = fs::path(*target).filename().string();
       const std::string mime = mime_type_of(name);
       // Exported tables are saved by the browser, not shown.
       if (mime.rfind("text/csv", 0) == 0 || mime.find("spreadsheetml") != std::string::npos)

@@ -198,47 +198,6 @@ TEST_F(ShellTest, MessageBoxWaitsForTheBrowsersAnswer) {
 namespace arven::shell {
 namespace {
 
-// Malformed requests of every kind get an answer or a closed connection,
-// and the server goes on serving.
-TEST_F(ShellTest, MalformedRequestsDoNotStopTheServer) {
-  const std::string garbage[] = {
-      std::string("\x00\x01\x02\xff\xfe garbage\r\n\r\n", 16),
-      "GET /main/" + std::string(20000, 'A') + " HTTP/1.1\r\nHost: x\r\n\r\n",
-      "POST /main/answer HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: -5\r\n\r\n",
-      "GET /main/%%%%%% HTTP/1.1\r\n\r\n",
-      "GET / HTTP/9.9\r\nCookie: " + std::string(9000, ';') + "\r\n\r\n",
-      "GET /main/state.json?since=99999999999999999999999 HTTP/1.1\r\n\r\n",
-  };
-  for (const auto& g : garbage) {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-    timeval tv{2, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    (void)::send(fd, g.data(), g.size(), MSG_NOSIGNAL);
-    char buf[512];
-    (void)::recv(fd, buf, sizeof buf, 0);
-    ::close(fd);
-  }
-  auto c = client();
-  c.set_read_timeout(20, 0);
-  auto since = c.Get("/main/state.json?since=abc", auth());
-  ASSERT_TRUE(since);
-  EXPECT_EQ(since->status, 200);
-  auto r = c.Get("/main/", auth());
-  ASSERT_TRUE(r);
-  EXPECT_EQ(r->status, 200);
-}
-
-}  // namespace
-}  // namespace arven::shell
-
-namespace arven::shell {
-namespace {
-
 // A raw connection to the server: for requests a client library would not
 // send as they stand, and for connections left open.
 class RawConnection {
@@ -274,6 +233,39 @@ class RawConnection {
   int fd_ = -1;
   bool connected_ = false;
 };
+
+// Malformed requests of every kind get an answer or a closed connection,
+// and the server goes on serving.
+TEST_F(ShellTest, MalformedRequestsDoNotStopTheServer) {
+  const std::string garbage[] = {
+      std::string("\x00\x01\x02\xff\xfe garbage\r\n\r\n", 16),
+      "GET /main/" + std::string(20000, 'A') + " HTTP/1.1\r\nHost: x\r\n\r\n",
+      "POST /main/answer HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: -5\r\n\r\n",
+      "GET /main/%%%%%% HTTP/1.1\r\n\r\n",
+      "GET / HTTP/9.9\r\nCookie: " + std::string(9000, ';') + "\r\n\r\n",
+      "GET /main/state.json?since=99999999999999999999999 HTTP/1.1\r\n\r\n",
+  };
+  for (const auto& g : garbage) {
+    RawConnection raw(port);
+    ASSERT_TRUE(raw.connected());
+    raw.send(g);
+    raw.status_line();  // an answer, or the connection closed
+  }
+  auto c = client();
+  c.set_read_timeout(20, 0);
+  auto since = c.Get("/main/state.json?since=abc", auth());
+  ASSERT_TRUE(since);
+  EXPECT_EQ(since->status, 200);
+  auto r = c.Get("/main/", auth());
+  ASSERT_TRUE(r);
+  EXPECT_EQ(r->status, 200);
+}
+
+}  // namespace
+}  // namespace arven::shell
+
+namespace arven::shell {
+namespace {
 
 // Only our own pages and scripts that hold the token may change anything:
 // another page of the same site gets the cookie sent along, and is refused.
