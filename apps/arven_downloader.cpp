@@ -13,7 +13,9 @@
 #include <chrono>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iostream>
+#include <optional>
 #include <thread>
 
 #include "apps/app_options.h"
@@ -22,6 +24,7 @@
 #include "settings/store_install.h"
 #include "settings/update_check.h"
 #include "settings/update_server.h"
+#include "shell/progress_page.h"
 
 namespace {
 
@@ -61,7 +64,17 @@ std::string install_local(const fs::path& zip, std::string code, const fs::path&
   return install_store_archive(zip, cc, app_dir / "dbases", sha);
 }
 
-std::string install_item(const fs::path& app_dir) {
+// The value behind `flag` among the arguments of the program to restart.
+std::string restart_value(const std::vector<char*>& restart, const char* flag) {
+  for (size_t i = 0; i + 1 < restart.size(); ++i)
+    if (std::strcmp(restart[i], flag) == 0) return restart[i + 1];
+  return "";
+}
+
+// Says how far the install is, on stdout and to the page left open.
+using Report = std::function<void(const std::string&)>;
+
+std::string install_item(const fs::path& app_dir, const Report& report) {
   std::string item = get_setting("Download", "Item to download", "");
   int cc = -1;
   try {
@@ -82,7 +95,7 @@ std::string install_item(const fs::path& app_dir) {
     int percent = total ? static_cast<int>(done * 100 / total) : 0;
     if (percent / 10 == shown / 10 && shown >= 0) return;
     shown = percent;
-    std::cout << "Downloading arven_db_" << code << ".zip: " << percent << "%" << std::endl;
+    report("Downloading arven_db_" + code + ".zip: " + std::to_string(percent) + "%");
   });
   if (!why.empty())
     return "The database for " + country_display_name(cc) + " could not be installed: " + why + ".";
@@ -132,11 +145,22 @@ int main(int argc, char** argv) {
     result = install_local(archive, code, options.app_dir);
     if (result.empty()) std::cout << "Installed " << archive.string() << "\n";
   } else {
-    result = install_item(options.app_dir);
+    // The page the program left open polls the program's address; until
+    // the program is back it learns from here how far the install is.
+    std::optional<shell::ProgressPage> page;
+    int port = std::atoi(restart_value(restart, "--port").c_str());
+    std::string token = restart_value(restart, "--token");
+    if (port > 0 && !token.empty()) page.emplace(port, token);
+    auto report = [&page](const std::string& text) {
+      std::cout << text << std::endl;
+      if (page) page->set(text);
+    };
+    report("Preparing the download");
+    result = install_item(options.app_dir, report);
+    report(result.empty() ? "Installed; starting ARVEN again" : result);
     save_setting("Download", "Item to download", "");
     // Shown by the program at its next start: made plain text first.
     save_setting("Download", "Result", printable_ascii(result));
-    if (result.empty()) std::cout << "Installed; starting the program again\n";
   }
   if (!result.empty()) std::cerr << "arven-downloader: " << result << "\n";
   if (!restart.empty()) {

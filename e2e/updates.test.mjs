@@ -7,17 +7,17 @@ import { execFileSync, spawn } from 'node:child_process';
 import crypto from 'node:crypto';
 import fs from 'node:fs';
 import path from 'node:path';
-import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, pageText, screenshotPath } from './lib.mjs';
+import { ROOT, APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, pageText, screenshotPath } from './lib.mjs';
 
 const STORES = ['new_arven_operations_DK.mdb', 'new_arven_operations_LU.mdb'];
 const missing = !STORES.every((s) => fs.existsSync(path.join(APP_SOURCE, 'dbases', s))) &&
   `the demo stores are missing from ${path.join(APP_SOURCE, 'dbases')}`;
 
-// python3 -m http.server on 127.0.0.1 and a free port, serving `folder`.
+// e2e/static_server.mjs, a process of its own, serving `folder` (archives slowly).
 function staticServer(folder) {
   return new Promise((resolve, reject) => {
-    const child = spawn('python3', ['-u', '-m', 'http.server', '0', '--bind', '127.0.0.1', '--directory', folder],
-      { stdio: ['ignore', 'pipe', 'ignore'] });
+    const child = spawn(process.execPath, [path.join(ROOT, 'e2e', 'static_server.mjs'), folder],
+      { stdio: ['ignore', 'pipe', 'inherit'] });
     let out = '';
     child.stdout.on('data', (d) => {
       out += d;
@@ -82,6 +82,10 @@ test('a newer store is offered, downloaded, installed, and shown after the resta
     // Download: the program ends, the downloader installs and starts it again.
     await lu.locator('td[data-col="4"]').click();
     await answer(page, 'Update software', 'Yes');
+    // Meanwhile the page says the install is under way, and how far it is.
+    await page.locator('#install-progress', { hasText: /Downloading arven_db_LU\.zip: \d+%/ }).waitFor({ timeout: 15000 });
+    assert.match(await page.locator('body').innerText(), /ARVEN is installing an update/);
+    await page.screenshot({ path: screenshotPath('updates-installing') });
     await waitForServer(program.url, 30000);
 
     // The page finds the program again by itself (whether or not it saw the

@@ -149,4 +149,27 @@ bool from_own_pages(const RequestSource& source, int port) {
   return false;
 }
 
+std::string cookie_value(std::string_view cookie_header, std::string_view name) {
+  size_t pos = 0;
+  while (pos < cookie_header.size()) {
+    size_t end = cookie_header.find(';', pos);
+    if (end == std::string_view::npos) end = cookie_header.size();
+    std::string_view part = cookie_header.substr(pos, end - pos);
+    size_t b = part.find_first_not_of(' ');
+    if (b != std::string_view::npos) part = part.substr(b);
+    if (part.size() > name.size() && part.starts_with(name) && part[name.size()] == '=')
+      return std::string(part.substr(name.size() + 1));
+    pos = end + 1;
+  }
+  return "";
+}
+
+bool same_token(std::string_view presented, std::string_view token) {
+  if (presented.size() != token.size() || token.empty()) return false;
+  unsigned char diff = 0;
+  for (size_t i = 0; i < token.size(); ++i)
+    diff |= static_cast<unsigned char>(presented[i] ^ token[i]);
+  return diff == 0;
+}
+
 }  // namespace arven::shell

@@ -52,4 +52,11 @@ struct RequestSource {
 // names no source at all is not one.
 bool from_own_pages(const RequestSource& source, int port);
 
+// The value of one cookie of a Cookie header ("" when it is not there).
+std::string cookie_value(std::string_view cookie_header, std::string_view name);
+
+// Compares a presented token with the session's in constant time; an empty
+// token never matches.
+bool same_token(std::string_view presented, std::string_view token);
+
 }  // namespace arven::shell

@@ -27,29 +27,6 @@ constexpr size_t kMaxPolls = 48;          // long polls waiting at once, in all
 constexpr size_t kMaxPollsPerClient = 4;  // ... and of one client
 constexpr int kPollTimeoutMs = 15000;
 
-std::string cookie_value(const httplib::Request& req, const std::string& name) {
-  std::string all = req.get_header_value("Cookie");
-  size_t pos = 0;
-  while (pos < all.size()) {
-    size_t end = all.find(';', pos);
-    if (end == std::string::npos) end = all.size();
-    std::string part = all.substr(pos, end - pos);
-    size_t b = part.find_first_not_of(' ');
-    if (b != std::string::npos) part = part.substr(b);
-    if (part.rfind(name + "=", 0) == 0) return part.substr(name.size() + 1);
-    pos = end + 1;
-  }
-  return "";
-}
-
-// Constant-time comparison of the token.
-bool same_token(const std::string& a, const std::string& b) {
-  if (a.size() != b.size() || a.empty()) return false;
-  unsigned char diff = 0;
-  for (size_t i = 0; i < a.size(); ++i) diff |= static_cast<unsigned char>(a[i] ^ b[i]);
-  return diff == 0;
-}
-
 std::string window_page(const std::string& window) {
   std::string w = html_escape(window);
   return "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
@@ -144,7 +121,8 @@ struct Server::Impl {
   }
 
   bool token_ok(const httplib::Request& req) const {
-    return same_token(cookie_value(req, kCookie), token) || script_request(req);
+    return same_token(cookie_value(req.get_header_value("Cookie"), kCookie), token) ||
+           script_request(req);
   }
 
   // A request that changes state: a script's, or one sent by our own pages.

@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "shell/progress_page.h"
 #include "shell/server.h"
 #include "shell/web_ui.h"
 #include "shell/worker.h"
@@ -495,6 +496,45 @@ TEST_F(ShellTest, FileChooserRefusesBadNamesAndAsksAgain) {
   EXPECT_EQ(answer(chooser, "Save", std::string(243, 'n')), 200);  // 247 with ".arv"
   EXPECT_EQ(chosen.get_future().get(), (dir / (std::string(243, 'n') + ".arv")).string());
   EXPECT_FALSE(std::filesystem::exists(dir / "two\r\nlines.arv"));
+}
+
+// A free port of 127.0.0.1, as the kernel gives one out.
+int free_port() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof a;
+  ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+  ::close(fd);
+  return ntohs(a.sin_port);
+}
+
+// The downloader's stand-in on the program's address tells the page how far
+// an install is, to holders of the token only, and frees the address for
+// the program it starts again.
+TEST(ProgressPageTest, AnswersTheTokenOnlyAndFreesTheAddress) {
+  const int port = free_port();
+  {
+    ProgressPage page(port, "tok123");
+    ASSERT_TRUE(page.listening());
+    page.set("Downloading arven_db_LU.zip: 40%\xff");
+    httplib::Client c("127.0.0.1", port);
+    EXPECT_EQ(c.Get("/main/state.json")->status, 403);
+    EXPECT_EQ(c.Get("/main/state.json", {{"Cookie", "arven_token=tok124"}})->status, 403);
+    auto r = c.Get("/main/state.json", {{"Cookie", "a=b; arven_token=tok123"}});
+    ASSERT_EQ(r->status, 200);
+    auto state = nlohmann::json::parse(r->body);
+    EXPECT_TRUE(state["ended"].get<bool>());
+    EXPECT_EQ(state["progress"], "Downloading arven_db_LU.zip: 40%\xef\xbf\xbd");
+    EXPECT_EQ(c.Get("/main/")->status, 404);
+  }
+  TempDir dir;
+  Worker worker;
+  WebUi ui{worker};
+  Server program{ui, dir.path(), "tok123"};
+  EXPECT_EQ(program.bind(port), port);
 }
 
 }  // namespace

@@ -626,13 +626,24 @@
 
   // After an update the downloader starts ARVEN again on the same address
   // and token: the page then comes back by itself (for two minutes).
+  // After the program has ended, its address may answer again: the program
+  // itself once restarted (the page goes back to it), or, meanwhile, the
+  // downloader saying how far an update's install is.
   async function waitForRestart() {
-    const until = Date.now() + 120000;
+    let until = Date.now() + 120000;
     while (Date.now() < until) {
       await new Promise((res) => setTimeout(res, 1000));
       try {
         const r = await fetch('/main/state.json', { credentials: 'same-origin', cache: 'no-store' });
-        if (r.ok && !(await r.json()).ended) { location.href = '/main/'; return; }
+        if (!r.ok) continue;
+        const s = await r.json();
+        if (!s.ended) { location.href = '/main/'; return; }
+        if (s.installing) {
+          until = Date.now() + 120000;
+          document.body.replaceChildren(
+            el('p', { class: 'ended', text: 'ARVEN is installing an update. This page returns to ARVEN when it starts again.' }),
+            el('p', { class: 'ended', id: 'install-progress', role: 'status', text: s.progress || '' }));
+        }
       } catch (e) { /* not back yet */ }
     }
   }
@@ -644,6 +655,8 @@
           { credentials: 'same-origin', cache: 'no-store' });
         if (r.status === 403) { document.body.textContent = 'This page needs the address that ARVEN printed when it started.'; return; }
         const s = await r.json();
+        // The downloader answers while an update installs: the end was missed.
+        if (s.installing) { waitForRestart(); return; }
         const unchanged = s.version === version;
         version = s.version;
         render(s);
