@@ -283,6 +283,15 @@ TEST_F(OperationReportsTest, ChosenListAndCataloguePages) {
   myops_list_html(ui_);
   EXPECT_EQ(page("oplist.htm").find("remove.rem"), std::string::npos);
 
+  // By measure, with a measure selected: every leaf of the tree is listed,
+  // an operation of two measures under each, whichever group is on show.
+  chosen.nodes = {
+      {"M5", "M04: Investments", true},      {"M5O1", kOddName}, {"M5O2", "Slurry"},
+      {"M9", "M10: Agri-environment", true}, {"M9O2", "Slurry"}, {"M9O3", "Buffer strips"}};
+  chosen.select(3);
+  myops_list_html(ui_);
+  expect_golden("ops_oplist_measures.htm", page("oplist.htm"));
+
   // A measure lists only operations with activity deltas.
   Db& st = *store_;
   st.insert("Operations", {"Operation ID", "Operation Name"}, {int64_t{7}, kOddName});
