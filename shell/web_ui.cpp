@@ -409,6 +409,12 @@ bool WebUi::accepts_input(const std::string& window) const {
   return accepts_input_locked(window);
 }
 
+bool WebUi::in_main_tab(const std::string& window) const {
+  std::lock_guard lock(mutex_);
+  return window == "main" ||
+         std::find(modal_stack_.begin(), modal_stack_.end(), window) != modal_stack_.end();
+}
+
 bool WebUi::accepts_input_locked(const std::string& window) const {
   auto it = windows_.find(window);
   if (it == windows_.end()) return false;
