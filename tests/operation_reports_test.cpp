@@ -247,6 +247,16 @@ TEST_F(OperationReportsTest, SummaryReportOfAStoredOperation) {
   expect_golden("ops_summary_report.htm", html);
   EXPECT_EQ(html.find("Store name"), std::string::npos);  // the file's own name
   EXPECT_EQ(html.find("<walls>"), std::string::npos);
+  EXPECT_EQ(html.find("is 0 ha"), std::string::npos);
+
+  // Nothing treated (no land of its type in the regions): the report says
+  // why its figures are 0.
+  file_db_->exec("UPDATE Operations SET TArea = 0 WHERE \"Operation ID\" = 7");
+  operation_specific_html_hub(ui_, 1, 1);
+  EXPECT_NE(page("summary_report.htm")
+                .find("The area treated by this operation in the region(s) currently selected "
+                      "is 0 ha</b>"),
+            std::string::npos);
 
   // The loaded table in a detailed report: statements as stored, no lookup.
   store_->exec("DELETE FROM RVC_List");
