@@ -54,6 +54,8 @@ void open_script(PageFile& out) {
   out.line(R"(<script type="text/javascript">)");
   out.line("var chart;");
   out.line("$(document).ready(function() {");
+  // Axis labels and tips group thousands with a comma, as the page's tables do.
+  out.line("Highcharts.setOptions({lang: {thousandsSep: ','}});");
   out.line("chart = new Highcharts.Chart({");
 }
 
