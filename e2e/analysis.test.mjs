@@ -65,6 +65,9 @@ test('breakdown, aggregation, cost curves and export of an assessment', { skip: 
     const ghg = await reportWindow(page, () => page.click('#button-CreateGHG'), 'MAC');
     await chartShown(ghg, 'analysis-mac-ghg');
     assert.ok(await ghg.frameLocator('#page').locator('.highcharts-title', { hasText: 'MAC (GHG) curve for RDP Operations' }).count());
+    // The x axis is labelled along its length, not at its start alone.
+    const xLabels = await ghg.frameLocator('#page').locator('.highcharts-xaxis-labels text').allTextContents();
+    assert.ok(xLabels.filter((t) => /^\d[\d,]*$/.test(t.trim())).length >= 4, `x labels: ${xLabels}`);
     await ghg.close();
 
     // An adaptation cost curve on the costs entered (the training and advice

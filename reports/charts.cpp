@@ -149,6 +149,10 @@ std::string categories_line(const GridTable& grid, bool adapt) {
         text += ", ' '";
       }
     }
+    // A tick on every labelled column: the library's own spacing of the
+    // ticks would miss most of them on a long curve.
+    text += "],\ntickInterval: " + std::to_string(step) + ",";
+    return text;
   }
   return text + "],";
 }
