@@ -434,6 +434,20 @@ bool WebUi::answer(int id, const std::string& button, const std::string& file_na
   return true;
 }
 
+void WebUi::dismiss_dialog() {
+  std::lock_guard lock(mutex_);
+  if (!dialog_ || answered_ || dialog_->buttons.empty()) return;
+  const auto& b = dialog_->buttons;
+  auto has = [&b](const char* name) { return std::find(b.begin(), b.end(), name) != b.end(); };
+  answered_ = Answered{has("Cancel") ? "Cancel" : has("No") ? "No" : b.back(), ""};
+  changed();
+}
+
+bool WebUi::ended() const {
+  std::lock_guard lock(mutex_);
+  return ended_;
+}
+
 bool WebUi::run_immediate(const std::string& window, const Params& params) {
   std::function<bool(const Params&)> immediate;
   {

@@ -190,6 +190,22 @@ TEST_F(ShellTest, MessageBoxWaitsForTheBrowsersAnswer) {
   EXPECT_EQ(c.Post("/main/answer", page(), "id=999&button=No", form)->status, 409);
   EXPECT_EQ(c.Post("/main/answer", page(), "id=" + id + "&button=No", form)->status, 200);
   EXPECT_EQ(result.get_future().get(), Answer::No);
+
+  // With nobody left to answer, a question is dismissed as Escape does:
+  // Cancel, else No, else its only button; with none open nothing happens.
+  ui.dismiss_dialog();
+  for (auto [buttons, expected] :
+       {std::pair{MsgButtons::YesNoCancel, Answer::Cancel},
+        std::pair{MsgButtons::YesNo, Answer::No}, std::pair{MsgButtons::Ok, Answer::Ok}}) {
+    std::promise<Answer> dismissed;
+    worker.post([&, b = buttons] {
+      dismissed.set_value(ui.message_box("Save?", "Close", b, MsgIcon::Question));
+    });
+    auto answered = dismissed.get_future();
+    while (answered.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready)
+      ui.dismiss_dialog();
+    EXPECT_EQ(answered.get(), expected);
+  }
 }
 
 }  // namespace
