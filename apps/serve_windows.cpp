@@ -44,6 +44,16 @@ int serve_windows(const AppOptions& options, int admin_mode, const char* program
     return 1;
   }
   ui.on_quit = [&server] { server.stop(); };
+  // Closing the browser tab of the main window ends the program as its
+  // close box does, without the question nobody is left to answer; the
+  // questions on screen until then are answered as Escape answers them.
+  server.on_main_tab_closed([&worker, &ui] {
+    worker.post([&ui] { exit_program(ui, 0); });
+    for (int i = 0; i < 40 && !ui.ended(); ++i) {
+      ui.dismiss_dialog();
+      std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    }
+  });
   // After an update the downloader starts this program again on the same
   // address, so that the page in the browser finds it there.
   std::error_code ec;

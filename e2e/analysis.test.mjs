@@ -65,6 +65,9 @@ test('breakdown, aggregation, cost curves and export of an assessment', { skip: 
     const ghg = await reportWindow(page, () => page.click('#button-CreateGHG'), 'MAC');
     await chartShown(ghg, 'analysis-mac-ghg');
     assert.ok(await ghg.frameLocator('#page').locator('.highcharts-title', { hasText: 'MAC (GHG) curve for RDP Operations' }).count());
+    // The x axis is labelled along its length, not at its start alone.
+    const xLabels = await ghg.frameLocator('#page').locator('.highcharts-xaxis-labels text').allTextContents();
+    assert.ok(xLabels.filter((t) => /^\d[\d,]*$/.test(t.trim())).length >= 4, `x labels: ${xLabels}`);
     await ghg.close();
 
     // An adaptation cost curve on the costs entered (the training and advice
@@ -81,9 +84,14 @@ test('breakdown, aggregation, cost curves and export of an assessment', { skip: 
     await pageText(page, 'Ranked by total regional impact');
     const [download] = await Promise.all([page.waitForEvent('download'), frame.locator('a[href="5.exc"]').click()]);
     const csv = fs.readFileSync(await download.path(), 'utf8');
-    assert.match(csv, /^Operation ID,Operation name,Mitigation,Adaptation,Production,Combined,Data Quality\r\n/);
-    assert.match(csv, /Zero tillage & direct drilling/);
-    assert.equal(csv.trim().split('\r\n').length, 4);
+    // Its context comes first (file, region, horizon, units, date), an empty
+    // line, then the table as it stands.
+    const [about, table] = csv.split('\r\n\r\n');
+    assert.match(about, /^File,.*Analysis test\.arv\r\nRegions,DK02 Sjælland\r\nTime horizon \(years\),50\r\nUnits,/);
+    assert.match(about, /\r\nExported,\d{4}-\d\d-\d\d \d\d:\d\d$/);
+    assert.match(table, /^Operation ID,Operation name,Mitigation,Adaptation,Production,Combined,Data Quality\r\n/);
+    assert.match(table, /Zero tillage & direct drilling/);
+    assert.equal(table.trim().split('\r\n').length, 4);
   } catch (e) {
     // What the window showed when the test stopped.
     for (const [i, p] of browser.contexts().flatMap((c) => c.pages()).entries())

@@ -4,7 +4,7 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
-import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, pageText, screenshotPath } from './lib.mjs';
+import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, pageText, screenshotPath, passAboutBox } from './lib.mjs';
 
 test('a new file is created, summarised and reopened from the recent list', async () => {
   const sandbox = makeSandbox();
@@ -73,6 +73,46 @@ test('a new file is created, summarised and reopened from the recent list', asyn
     await ended;
     const after = fs.readFileSync(path.join(sandbox.home, '.config/arven/ARVEN.ini'), 'utf8');
     assert.match(after, /Outlook_Frame=2/);
+  } finally {
+    await browser.close();
+    program.child.kill();
+  }
+});
+
+// Closing the browser tab of the main window ends the program as its close
+// box does, keeping the open panel; a reload of the page does not.
+const STORE = 'new_arven_operations_DK.mdb';
+test('closing the main tab exits, a reload keeps the program', {
+  skip: !fs.existsSync(path.join(APP_SOURCE, 'dbases', STORE)) && 'the demo stores are missing',
+}, async () => {
+  const sandbox = makeSandbox({ withStores: [STORE] });
+  const program = await startProgram(sandbox);
+  const browser = await launchBrowser();
+  try {
+    const page = await browser.newPage({ viewport: { width: 1400, height: 900 } });
+    await passAboutBox(page, program.url);
+    await page.click('#panel-3');
+    await page.locator('#panel-3.open').waitFor();
+
+    // A reload: the new page polls within the grace time, the program stays.
+    await page.reload();
+    await page.locator('#panel-3.open').waitFor();
+    await page.waitForTimeout(6000);
+    assert.equal(program.child.exitCode, null, 'still running after a reload');
+    assert.match(await page.locator('#caption').innerText(), /No file open/);
+
+    // Closed while a question is on screen (the close box's "Are you sure
+    // you want to exit?"): nobody is left to answer it, and it still ends.
+    const ended = new Promise((res) => program.child.once('exit', res));
+    await page.click('#close-window');
+    await page.locator('#dialog .dialog-title', { hasText: 'Exit' }).waitFor();
+    const started = Date.now();
+    await page.close();
+    const code = await Promise.race([ended, new Promise((res) => setTimeout(() => res('timeout'), 15000))]);
+    assert.equal(code, 0, 'the program ended by itself');
+    assert.ok(Date.now() - started > 3000, 'after the grace time for a reload');
+    const ini = fs.readFileSync(path.join(sandbox.home, '.config/arven/ARVEN.ini'), 'utf8');
+    assert.match(ini, /Outlook_Frame=3/);
   } finally {
     await browser.close();
     program.child.kill();

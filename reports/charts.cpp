@@ -54,6 +54,8 @@ void open_script(PageFile& out) {
   out.line(R"(<script type="text/javascript">)");
   out.line("var chart;");
   out.line("$(document).ready(function() {");
+  // Axis labels and tips group thousands with a comma, as the page's tables do.
+  out.line("Highcharts.setOptions({lang: {thousandsSep: ','}});");
   out.line("chart = new Highcharts.Chart({");
 }
 
@@ -147,6 +149,10 @@ std::string categories_line(const GridTable& grid, bool adapt) {
         text += ", ' '";
       }
     }
+    // A tick on every labelled column: the library's own spacing of the
+    // ticks would miss most of them on a long curve.
+    text += "],\ntickInterval: " + std::to_string(step) + ",";
+    return text;
   }
   return text + "],";
 }

@@ -118,9 +118,12 @@ std::string html_unescape(std::string_view text) {
   return out;
 }
 
-void write_csv(const GridTable& grid, const fs::path& file) {
+void write_csv(const GridTable& grid, const fs::path& file, const ExportContext& context) {
   std::ofstream out(file, std::ios::binary | std::ios::trunc);
   if (!out) throw ExportError(failure(file, std::strerror(errno)));
+  for (const auto& [label, text] : context)
+    out << csv_field(valid_utf8(label)) << ',' << csv_field(valid_utf8(text)) << "\r\n";
+  if (!context.empty()) out << "\r\n";
   for (int r = 0; r < grid.rows(); ++r) {
     for (int c = 0; c < grid.cols(); ++c) {
       if (c > 0) out << ',';
@@ -241,7 +244,7 @@ bool export_grid(Ui& ui, const GridTable& grid, const std::string& base_name, bo
     if (xlsx) {
       write_xlsx(grid, file, base_name, export_context());
     } else {
-      write_csv(grid, file);
+      write_csv(grid, file, export_context());
     }
   } catch (const std::exception& e) {
     ui.message_box(e.what(), "Export", MsgButtons::Ok, MsgIcon::Exclamation);

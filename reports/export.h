@@ -30,14 +30,19 @@ class ExportError : public std::runtime_error {
 // The plain text of a cell: &amp; &lt; &gt; &quot; &#39; replaced by & < > " '.
 std::string html_unescape(std::string_view text);
 
-// RFC 4180 CSV in UTF-8: fields separated by commas, a field holding a
-// comma, a quote, a CR or an LF quoted with its quotes doubled, lines ended
-// by CRLF. Throws ExportError when the file cannot be written.
-void write_csv(const GridTable& grid, const std::filesystem::path& file);
-
 // What an exported table was made from: label and text pairs (the file,
 // its regions, the time horizon, where the units stand, the date).
 using ExportContext = std::vector<std::pair<std::string, std::string>>;
+
+// RFC 4180 CSV in UTF-8: fields separated by commas, a field holding a
+// comma, a quote, a CR or an LF quoted with its quotes doubled, lines ended
+// by CRLF. A context comes first, one "label,text" line per pair and an
+// empty line after them, so that a spreadsheet shows it above the table;
+// the table's rows follow unchanged. Throws ExportError when the file
+// cannot be written.
+void write_csv(const GridTable& grid, const std::filesystem::path& file,
+               const ExportContext& context = {});
+
 // The context of the open assessment file, read from it; a file that
 // cannot be read gives what is known without it.
 ExportContext export_context();

@@ -192,7 +192,8 @@ std::string page_on_show(const ExplorerWindow& w) {
 
 struct ItemSums {
   double total = 0;
-  bool any_cost = false;
+  bool any_cost = false;       // some item has a cost
+  bool any_unit_cost = false;  // some item's cost per unit, as drawn, is not 0
 };
 
 // The curve of operations: the abating rows of the mitigation or adaptation
@@ -233,7 +234,9 @@ ItemSums operation_rows(Ui& ui, GridTable& curve, bool adaptation) {
     curve.cell(row, 2) = list.cell(r, value_column);
     const double cost = operation_cost(ui, file, id, adaptation, options).total;
     if (cost != 0) items.any_cost = true;
-    curve.cell(row, 3) = number_to_cell(round_half_even(cost / value, 2) + 0.0);
+    const double unit_cost = round_half_even(cost / value, 2) + 0.0;
+    if (unit_cost != 0) items.any_unit_cost = true;
+    curve.cell(row, 3) = number_to_cell(unit_cost);
   }
   return items;
 }
@@ -255,11 +258,13 @@ ItemSums measure_rows(GridTable& curve, const GridTable& measures, bool adaptati
   for (int r = 1; r < curve.rows(); ++r) {
     items.total += number_of(curve.cell(r, 2));
     if (number_of(curve.cell(r, 3)) != 0) items.any_cost = true;
+    if (number_of(curve.cell(r, 4)) != 0) items.any_unit_cost = true;
   }
   return items;
 }
 
-void write_curve_page(const GridTable& curve, const HubKind& kind, int64_t scale, bool any_cost) {
+void write_curve_page(const GridTable& curve, const HubKind& kind, int64_t scale,
+                      const ItemSums& items) {
   const ExplorerWindow& w = explorer_window();
   PageFile out("rep1.htm");
   page_header(out, 1);
@@ -278,11 +283,18 @@ void write_curve_page(const GridTable& curve, const HubKind& kind, int64_t scale
   out.line("<body>");
   const long width = std::lround(w.browser_width * 0.93);
   const long height = std::lround(w.browser_height * 0.9);
-  if (!any_cost)
+  if (!items.any_cost)
     out.line(
         "<p><font face=\"Verdana\"><small>Every cost is zero, so the curve lies flat on the axis. "
         "Enter the operations' costs (Edit Operation Properties) or choose another cost source "
         "to see their cost per unit.</small></font></p>");
+  else if (!items.any_unit_cost)
+    out.line(
+        std::string("<p><font face=\"Verdana\"><small>Every cost per unit rounds to 0.00 €, so the "
+                    "curve lies flat on the axis: the costs are small beside the ") +
+        (kind.adaptation ? "risk reductions" : "emission reductions") +
+        ". Enter the operations' costs (Edit Operation Properties) or choose another cost "
+        "source to see their cost per unit.</small></font></p>");
   out.line("<div id=\"container\" style=\"width: " + std::to_string(width) +
            "px; height: " + std::to_string(height) + "px; margin: 0 auto\"></div>");
   out.line(export_links_html(kind.items == Items::operations ? 20 : kind.adaptation ? 22 : 21));
@@ -334,7 +346,7 @@ void run_hub(Ui& ui, const HubKind& kind) {
       ui.navigate("explorer", w.open_page);
       return;
     }
-    write_curve_page(curve, kind, scale, items.any_cost);
+    write_curve_page(curve, kind, scale, items);
   } catch (const CostAreaFailed&) {
     // Already shown to the user.
     ui.navigate("explorer", w.open_page);

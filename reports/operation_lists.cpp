@@ -231,22 +231,26 @@ void myops_list_html(Ui& ui) {
   const std::string heading =
       has_selection ? html_escape(tree.nodes[static_cast<size_t>(tree.selected)].text) : "";
   out.line("<p><font face=\"Arial\" size=\"4\">" + heading + "</font></p>");
-  // A group lists its own operations; with no group selected, every
-  // operation is listed. An operation under several groups is listed once.
-  const int group = has_selection ? tree.parent(tree.selected) : -1;
+  // Every operation leaf of the tree, in the tree's order: an operation
+  // under several groups (measures) is a leaf of each, and is listed so.
   std::set<int64_t> listed;
-  bool any = false;
+  bool repeated = false;
+  std::vector<int> leaves;
   for (int i = 0; i < static_cast<int>(tree.nodes.size()); ++i) {
     if (!tree.is_operation(i)) continue;
-    if (group >= 0 && !tree.is_operation(group) && tree.parent(i) != group) continue;
-    if (!listed.insert(tree.operation_id(i)).second) continue;
-    if (!any) out.line(kTableOpen);
-    any = true;
-    const std::string id = id_text(tree.operation_id(i));
-    table_row(out, {cell(link(id + ".zzz", html_escape(tree.nodes[static_cast<size_t>(i)].text))),
-                    cell(link(id + ".yyy", "REMOVE"))});
+    leaves.push_back(i);
+    repeated = !listed.insert(tree.operation_id(i)).second || repeated;
   }
-  if (any) {
+  if (!leaves.empty()) {
+    out.line(paragraph(repeated ? "The operations of this file as the tree lists them: an "
+                                  "operation under more than one group comes once for each."
+                                : "The operations of this file as the tree lists them."));
+    out.line(kTableOpen);
+    for (int i : leaves) {
+      const std::string id = id_text(tree.operation_id(i));
+      table_row(out, {cell(link(id + ".zzz", html_escape(tree.nodes[static_cast<size_t>(i)].text))),
+                      cell(link(id + ".yyy", "REMOVE"))});
+    }
     out.line("</table>");
     out.line(paragraph(link("remove.rem", "REMOVE ALL")));
   }

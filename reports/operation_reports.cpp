@@ -491,6 +491,19 @@ void operation_specific_html_hub(Ui& ui, int in_file, int kind) {
     out.line(paragraph(
         "The report below provides details on the potential impact of this operation in the "
         "region(s) currently selected."));
+  // Figures that are all zero because nothing is treated say why. A chosen
+  // operation's treated area is the one stored with its figures.
+  if (has_ghg || has_adaptation || has_production) {
+    const OperationProperties p = read_properties(id, in_file);
+    const bool stored = in_file == 1 && !p.tarea.is_empty();
+    const bool known = stored || in_file != 1;
+    if (known && (stored ? p.tarea.as_double() : ex.op_total_area) == 0)
+      out.line(paragraph(
+          "<b>The area treated by this operation in the region(s) currently selected is 0 "
+          "ha</b>: they hold no land of the type it applies to" +
+          (p.land_type.empty() ? std::string() : " (" + p.land_type + ")") +
+          ", or its scaling or uptake is 0. Its figures are therefore 0."));
+  }
 
   // Summary.
   out.line(section_heading("Summary"));

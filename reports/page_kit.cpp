@@ -154,6 +154,15 @@ void detail_table(const GridTable& grid, PageFile& out, int size, int mode, bool
       marked = !carbon.empty() && cell_to_number(carbon) > 0;
     }
     any_marked = any_marked || marked;
+    // The figures of a row by horizon share the decimals of its most
+    // precise cell, as the tables by horizon do: -0.440 beside -2.200. The
+    // carbon column is a flag, not a figure.
+    const int carbon_col = with_notes ? grid.cols() - 3 : -1;
+    auto is_figure = [&](int c) { return c > 1 && c != cols.back() && c != carbon_col; };
+    int row_places = 0;
+    for (int c : cols)
+      if (r > 0 && is_figure(c) && parse_number(grid.cell(r, c)))
+        row_places = std::max(row_places, cell_places(grid.cell(r, c)));
     out.line("<tr>");
     for (int c : cols) {
       std::string text = grid.cell(r, c);
@@ -161,7 +170,7 @@ void detail_table(const GridTable& grid, PageFile& out, int size, int mode, bool
         out.line(cell_line(data_quality_bar(text), size));
         continue;
       }
-      if (r > 0 && c > 1) text = display_figure(text, -1);
+      if (r > 0 && c > 1) text = display_figure(text, is_figure(c) ? row_places : -1);
       if (marked && c == 1) text += " ¹";
       out.line(cell_line(cell_text(text, r == 0), size));
     }
@@ -495,6 +504,11 @@ void grid_table_detail_plain(const GridTable& grid, PageFile& out, int size, int
 }
 
 void grid_table_adaptation(const GridTable& grid, PageFile& out, int size, int kind) {
+  // The risk reductions share the decimals of the most precise one.
+  int risk_places = 0;
+  for (int r = 1; r < grid.rows() && grid.cols() > 3; ++r)
+    if (parse_number(grid.cell(r, 3)))
+      risk_places = std::max(risk_places, cell_places(grid.cell(r, 3)));
   out.line(kTableOpen);
   for (int r = 0; r < grid.rows(); ++r) {
     out.line("<tr>");
@@ -506,6 +520,8 @@ void grid_table_adaptation(const GridTable& grid, PageFile& out, int size, int k
         out.line(cell_line(cell_text(html_escape(rvc_field(rvc_id, 7).as_text()), false), size));
       } else if (r > 0 && ((kind == 1 && c == 6) || (kind != 1 && c == 4))) {
         out.line(cell_line(data_quality_bar(text), size));
+      } else if (r > 0 && c == 3) {
+        out.line(cell_line(cell_text(display_figure(text, risk_places), false), size));
       } else {
         out.line(grid_cell(grid, r, c, size));
       }

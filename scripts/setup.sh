@@ -112,7 +112,8 @@ if [ ! -f "$masters_stamp" ] || [ "$(cat "$masters_stamp")" != "$want" ]; then
     sql+="CREATE TABLE Export_Output_$id AS SELECT n.NUTS AS NUTS $values FROM m.NUTS3 n JOIN m.NUTS3_RVC_Data_Dist d ON d.NUTS3_ID = n.NUTS3_ID AND d.\"RVC ID\" = $id GROUP BY n.NUTS3_ID ORDER BY n.rowid;"
   done
   sql+="CREATE TABLE Export_Output AS SELECT * FROM Export_Output_1;"
-  sqlite3 "$export_store.tmp" "$sql"
+  # Through standard input: the statements outgrow an argument.
+  printf '%s\n' "$sql" | sqlite3 "$export_store.tmp"
   mv "$export_store.tmp" "$export_store"
   "$BUILD/arven-admin" rvc-import --all --app-dir "$APP" | tail -1
   echo "$want" >"$masters_stamp"

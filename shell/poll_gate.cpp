@@ -79,6 +79,56 @@ size_t PollGate::waiting() const {
   return total_;
 }
 
+// A poll that began this long before a page went may be its successor's:
+// the beacon of a page that goes can arrive after the next page's first poll.
+constexpr std::chrono::seconds kBeforeLeaving{2};
+// Pages not heard of for this long are forgotten.
+constexpr std::chrono::minutes kForget{2};
+
+void TabPresence::poll_started(const std::string& client) {
+  std::lock_guard lock(mutex_);
+  const auto now = Clock::now();
+  for (auto it = pages_.begin(); it != pages_.end();)
+    it = it->second.polling == 0 && now - it->second.last_start > kForget ? pages_.erase(it)
+                                                                          : std::next(it);
+  Page& p = pages_[client];
+  ++p.polling;
+  p.last_start = now;
+  cv_.notify_all();
+}
+
+void TabPresence::poll_ended(const std::string& client) {
+  std::lock_guard lock(mutex_);
+  auto it = pages_.find(client);
+  if (it != pages_.end() && it->second.polling > 0) --it->second.polling;
+}
+
+bool TabPresence::other_page_locked(const std::string& client, Clock::time_point since) const {
+  for (const auto& [id, page] : pages_)
+    if (id != client && (page.polling > 0 || page.last_start >= since)) return true;
+  return false;
+}
+
+bool TabPresence::still_shown(const std::string& client, std::chrono::milliseconds grace,
+                              const std::function<bool()>& keep_waiting) {
+  const auto left = Clock::now();
+  const auto deadline = left + grace;
+  std::unique_lock lock(mutex_);
+  pages_.erase(client);  // that page polls no more
+  while (!other_page_locked(client, left - kBeforeLeaving)) {
+    const auto slice = std::min(deadline, Clock::now() + std::chrono::milliseconds(200));
+    cv_.wait_until(lock, slice);
+    if (Clock::now() >= deadline) return other_page_locked(client, left - kBeforeLeaving);
+    if (keep_waiting) {
+      lock.unlock();
+      const bool more = keep_waiting();
+      lock.lock();
+      if (!more) return true;
+    }
+  }
+  return true;
+}
+
 namespace {
 
 int port_of(const sockaddr_storage& a) {

@@ -2,6 +2,7 @@
 
 #include <httplib.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -70,6 +71,38 @@ class PollGate {
   mutable std::mutex mutex_;
   size_t total_ = 0;
   std::map<std::string, size_t> per_client_;
+};
+
+// Which pages show the main browser tab (the main window, or the modal
+// window on top of it), told by their polls. When one of them goes (its tab
+// closed, reloaded, or sent on to the next window) still_shown() says
+// whether another page of it came or is there: a reload polls again within
+// a moment, a closed tab never does.
+class TabPresence {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  // A poll of a main-tab window by a page (its client id) starts and ends.
+  void poll_started(const std::string& client);
+  void poll_ended(const std::string& client);
+
+  // After `client`'s page went: waits up to `grace` for a poll of another
+  // page, true as soon as one is polling or has begun since shortly before
+  // the page went; false when none came, or at once when `keep_waiting`
+  // turns false.
+  bool still_shown(const std::string& client, std::chrono::milliseconds grace,
+                   const std::function<bool()>& keep_waiting = {});
+
+ private:
+  bool other_page_locked(const std::string& client, Clock::time_point since) const;
+
+  struct Page {
+    int polling = 0;
+    Clock::time_point last_start{};
+  };
+  mutable std::mutex mutex_;
+  std::condition_variable cv_;
+  std::map<std::string, Page> pages_;
 };
 
 // Watches the client end of one connection of this process: the socket

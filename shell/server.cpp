@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <mutex>
 #include <random>
 #include <sstream>
 
@@ -103,6 +104,10 @@ struct Server::Impl {
   int port = 0;
   httplib::Server http;
   PollGate polls{kMaxPolls, kMaxPollsPerClient};
+  TabPresence main_tab;
+  std::mutex main_tab_mutex;  // guards the two below
+  std::function<void()> main_tab_closed;
+  std::chrono::milliseconds main_tab_grace{4000};
   std::atomic<bool> stopping{false};
 
   Impl(WebUi& u, fs::path f, std::string t) : ui(u), folder(std::move(f)), token(std::move(t)) {
@@ -245,6 +250,19 @@ struct Server::Impl {
         ui.post_command(window, std::move(p));
       else
         ui.post_close(window);
+    } else if (rest == "leave") {
+      // A page of the main tab going: the beacon does not wait for this answer.
+      const std::string client = param_text(p, "client");
+      std::function<void()> closed;
+      std::chrono::milliseconds grace;
+      {
+        std::lock_guard lock(main_tab_mutex);
+        closed = main_tab_closed;
+        grace = main_tab_grace;
+      }
+      if (closed && ui.in_main_tab(window) && !client.empty() &&
+          !main_tab.still_shown(client, grace, [this] { return !stopping.load(); }))
+        closed();
     } else if (rest == "answer") {
       int id = param_int(p, "id", 0);
       if (!ui.answer(id, param_text(p, "button"), param_text(p, "file"))) {
@@ -275,6 +293,21 @@ struct Server::Impl {
       return;
     }
     if (rest == "state.json") {
+      // The pages of the main tab poll with their own id: they are there.
+      struct Shown {
+        TabPresence* presence = nullptr;
+        std::string client;
+        ~Shown() {
+          if (presence) presence->poll_ended(client);
+        }
+      } shown;
+      if (req.has_param("client") && ui.in_main_tab(window)) {
+        shown.client = poll_client(req);
+        if (shown.client.rfind("addr:", 0) != 0) {
+          shown.presence = &main_tab;
+          main_tab.poll_started(shown.client);
+        }
+      }
       if (req.has_param("since")) wait_for_change(req);
       set_json(res, ui.state(window));
       return;
@@ -359,6 +392,12 @@ void Server::stop() {
 
 size_t Server::waiting_polls() const {
   return impl_->polls.waiting();
+}
+
+void Server::on_main_tab_closed(std::function<void()> action, std::chrono::milliseconds grace) {
+  std::lock_guard lock(impl_->main_tab_mutex);
+  impl_->main_tab_closed = std::move(action);
+  impl_->main_tab_grace = grace;
 }
 
 }  // namespace arven::shell

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -33,6 +35,11 @@ class Server {
   const std::string& token() const { return token_; }
   // Long polls waiting for a change now.
   size_t waiting_polls() const;
+  // Runs (on a server thread) when the main browser tab was closed: its
+  // page said it went (POST /<window>/leave) and no page of the tab polled
+  // again within `grace`. A reload polls again, so it runs nothing.
+  void on_main_tab_closed(std::function<void()> action,
+                          std::chrono::milliseconds grace = std::chrono::seconds(4));
 
  private:
   struct Impl;

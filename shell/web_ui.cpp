@@ -409,6 +409,12 @@ bool WebUi::accepts_input(const std::string& window) const {
   return accepts_input_locked(window);
 }
 
+bool WebUi::in_main_tab(const std::string& window) const {
+  std::lock_guard lock(mutex_);
+  return window == "main" ||
+         std::find(modal_stack_.begin(), modal_stack_.end(), window) != modal_stack_.end();
+}
+
 bool WebUi::accepts_input_locked(const std::string& window) const {
   auto it = windows_.find(window);
   if (it == windows_.end()) return false;
@@ -426,6 +432,20 @@ bool WebUi::answer(int id, const std::string& button, const std::string& file_na
   answered_ = Answered{button, file_name};
   changed();
   return true;
+}
+
+void WebUi::dismiss_dialog() {
+  std::lock_guard lock(mutex_);
+  if (!dialog_ || answered_ || dialog_->buttons.empty()) return;
+  const auto& b = dialog_->buttons;
+  auto has = [&b](const char* name) { return std::find(b.begin(), b.end(), name) != b.end(); };
+  answered_ = Answered{has("Cancel") ? "Cancel" : has("No") ? "No" : b.back(), ""};
+  changed();
+}
+
+bool WebUi::ended() const {
+  std::lock_guard lock(mutex_);
+  return ended_;
 }
 
 bool WebUi::run_immediate(const std::string& window, const Params& params) {

@@ -104,9 +104,17 @@ class WebUi : public Ui {
   // always is), and no modal window stands on top of it. A window opened
   // beside the others (a report) takes them while it is open.
   bool accepts_input(const std::string& window) const;
+  // True for the windows the main browser tab shows: the main window and
+  // the modal windows stacked on it.
+  bool in_main_tab(const std::string& window) const;
   // Answers the open dialog; false when `id` is not the open one or the
   // answer does not fit it.
   bool answer(int id, const std::string& button, const std::string& file_name = "");
+  // Answers the open dialog, if any, as Escape does: Cancel, else No, else
+  // its only (last) button. For when nobody is left to answer it.
+  void dismiss_dialog();
+  // Whether quit() has run.
+  bool ended() const;
   // Queues a window's command, page command or close on the worker; the
   // window's `immediate` handler sees each first (a page command as
   // {"navigate": target}).

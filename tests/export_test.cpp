@@ -76,6 +76,14 @@ TEST_F(ExportTest, CsvQuotesFieldsUnescapesEntitiesAndEndsLinesWithCrlf) {
             "&lt; &nbsp; &#38; & <b>x</b> &quot");
 
   EXPECT_THROW(write_csv(sample_grid(), dir / "missing" / "t.csv"), ExportError);
+
+  // A context goes above the table, quoted as any field, then one empty
+  // line; the table's rows follow as they were.
+  const std::string table = read_file(dir / "t.csv");
+  write_csv(sample_grid(), dir / "c.csv",
+            {{"File", "/docs/a, \"b\".arv"}, {"Time horizon (years)", "50"}});
+  EXPECT_EQ(read_file(dir / "c.csv"),
+            "File,\"/docs/a, \"\"b\"\".arv\"\r\nTime horizon (years),50\r\n\r\n" + table);
 }
 
 TEST_F(ExportTest, XlsxCarriesItsContextOnASheetOfItsOwn) {
@@ -143,6 +151,7 @@ TEST_F(ExportTest, ExportGridWritesIntoTheExportsFolderAndOpensIt) {
     std::vector<std::string> opened;
     void open_document(const std::string& target) override { opened.push_back(target); }
   } ui;
+  session().ranking_TH = 25;
   EXPECT_TRUE(export_grid(ui, sample_grid(), "ranked_list", false));
   EXPECT_TRUE(export_grid(ui, sample_grid(), "../mac curve", true));
   EXPECT_EQ(ui.opened,
@@ -150,6 +159,15 @@ TEST_F(ExportTest, ExportGridWritesIntoTheExportsFolderAndOpensIt) {
   EXPECT_TRUE(fs::is_regular_file(dir / "exports" / "ranked_list.csv"));
   EXPECT_TRUE(fs::is_regular_file(dir / "exports" / "___mac_curve.xlsx"));
   EXPECT_TRUE(ui.messages.empty());
+  // The CSV download carries the same context as the workbook's About sheet,
+  // and the figures at full precision below it.
+  const std::string csv = read_file(dir / "exports" / "ranked_list.csv");
+  EXPECT_EQ(csv.rfind("File,(none)\r\nRegions,(none)\r\nTime horizon (years),25\r\nUnits,", 0), 0u)
+      << csv;
+  EXPECT_NE(csv.find("\r\nExported,20"), std::string::npos) << csv;
+  EXPECT_NE(csv.find("\r\n\r\nID,Operation,Score,Note\r\n12,Zero tillage & direct drilling,12.5,"),
+            std::string::npos)
+      << csv;
 
   EXPECT_EQ(export_links_html(7),
             "<p><font face=\"Verdana\"><small>Export this table: <a href=7.exc>CSV</a> | "

@@ -184,7 +184,25 @@ TEST_F(MacHubTest, ZeroCostsStillDrawAndNothingAbatingDrawsNothing) {
   EXPECT_EQ(titles(), (std::vector<std::string>{"No cost data"}));
   EXPECT_EQ(ui_.messages[0].text.rfind("Cost data for all the operations is currently set", 0), 0u);
   EXPECT_EQ(ui_.messages[0].icon, MsgIcon::Information);
-  EXPECT_TRUE(fs::exists(dir_ / "rep1.htm"));
+  EXPECT_NE(page("rep1.htm").find("Every cost is zero, so the curve lies flat"), std::string::npos);
+  fs::remove(dir_ / "rep1.htm");
+
+  // A cost too small beside the reduction to show in a cost per unit of
+  // two decimals (4 / -1,000,000) draws flat too, and the page says why.
+  file_db_->exec(
+      "UPDATE \"Operation-Impact data\" SET \"Regional impact total\" = -1000000 "
+      "WHERE \"Impact type\" = 1");
+  file_db_->exec("UPDATE Operations SET TEA_Cost = 4");
+  ui_.messages.clear();
+  mac_curve_ghg_hub(ui_);
+  EXPECT_TRUE(ui_.messages.empty());
+  const std::string tiny = page("rep1.htm");
+  EXPECT_NE(tiny.find("Every cost per unit rounds to 0.00 €"), std::string::npos);
+  EXPECT_EQ(tiny.find("Every cost is zero"), std::string::npos);
+  file_db_->exec("UPDATE Operations SET TEA_Cost = 0");
+  file_db_->exec(
+      "UPDATE \"Operation-Impact data\" SET \"Regional impact total\" = -10 "
+      "WHERE \"Impact type\" = 1");
   fs::remove(dir_ / "rep1.htm");
 
   // The adaptation list has 0.3 only: it abates, so a curve comes.

@@ -247,6 +247,16 @@ TEST_F(OperationReportsTest, SummaryReportOfAStoredOperation) {
   expect_golden("ops_summary_report.htm", html);
   EXPECT_EQ(html.find("Store name"), std::string::npos);  // the file's own name
   EXPECT_EQ(html.find("<walls>"), std::string::npos);
+  EXPECT_EQ(html.find("is 0 ha"), std::string::npos);
+
+  // Nothing treated (no land of its type in the regions): the report says
+  // why its figures are 0.
+  file_db_->exec("UPDATE Operations SET TArea = 0 WHERE \"Operation ID\" = 7");
+  operation_specific_html_hub(ui_, 1, 1);
+  EXPECT_NE(page("summary_report.htm")
+                .find("The area treated by this operation in the region(s) currently selected "
+                      "is 0 ha</b>"),
+            std::string::npos);
 
   // The loaded table in a detailed report: statements as stored, no lookup.
   store_->exec("DELETE FROM RVC_List");
@@ -282,6 +292,15 @@ TEST_F(OperationReportsTest, ChosenListAndCataloguePages) {
   chosen.nodes.resize(1);
   myops_list_html(ui_);
   EXPECT_EQ(page("oplist.htm").find("remove.rem"), std::string::npos);
+
+  // By measure, with a measure selected: every leaf of the tree is listed,
+  // an operation of two measures under each, whichever group is on show.
+  chosen.nodes = {
+      {"M5", "M04: Investments", true},      {"M5O1", kOddName}, {"M5O2", "Slurry"},
+      {"M9", "M10: Agri-environment", true}, {"M9O2", "Slurry"}, {"M9O3", "Buffer strips"}};
+  chosen.select(3);
+  myops_list_html(ui_);
+  expect_golden("ops_oplist_measures.htm", page("oplist.htm"));
 
   // A measure lists only operations with activity deltas.
   Db& st = *store_;

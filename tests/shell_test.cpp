@@ -191,6 +191,22 @@ TEST_F(ShellTest, MessageBoxWaitsForTheBrowsersAnswer) {
   EXPECT_EQ(c.Post("/main/answer", page(), "id=999&button=No", form)->status, 409);
   EXPECT_EQ(c.Post("/main/answer", page(), "id=" + id + "&button=No", form)->status, 200);
   EXPECT_EQ(result.get_future().get(), Answer::No);
+
+  // With nobody left to answer, a question is dismissed as Escape does:
+  // Cancel, else No, else its only button; with none open nothing happens.
+  ui.dismiss_dialog();
+  for (auto [buttons, expected] :
+       {std::pair{MsgButtons::YesNoCancel, Answer::Cancel},
+        std::pair{MsgButtons::YesNo, Answer::No}, std::pair{MsgButtons::Ok, Answer::Ok}}) {
+    std::promise<Answer> dismissed;
+    worker.post([&, b = buttons] {
+      dismissed.set_value(ui.message_box("Save?", "Close", b, MsgIcon::Question));
+    });
+    auto answered = dismissed.get_future();
+    while (answered.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready)
+      ui.dismiss_dialog();
+    EXPECT_EQ(answered.get(), expected);
+  }
 }
 
 }  // namespace
@@ -535,6 +551,49 @@ TEST(ProgressPageTest, AnswersTheTokenOnlyAndFreesTheAddress) {
   WebUi ui{worker};
   Server program{ui, dir.path(), "tok123"};
   EXPECT_EQ(program.bind(port), port);
+}
+
+// The main tab's page says when it goes; the program ends only when no
+// page of that tab polls again within the grace time, as after a reload.
+TEST_F(ShellTest, AClosedMainTabEndsTheProgramAndAReloadDoesNot) {
+  std::atomic<int> closed{0};
+  server.on_main_tab_closed([&] { ++closed; }, std::chrono::milliseconds(400));
+  WindowHandlers report;
+  report.controls = [] { return nlohmann::json{{"title", "Report"}}; };
+  ui.register_window("report", report);
+  ui.show_window("report");
+  auto c = client();
+  const char* form = "application/x-www-form-urlencoded";
+  auto poll = [&](const std::string& id) {
+    return c.Get("/main/state.json?client=" + id, auth())->status;
+  };
+
+  // A reload: the page goes, and its successor (a new id) polls meanwhile.
+  ASSERT_EQ(poll("pageA"), 200);
+  auto leaving = std::async(std::launch::async, [&] {
+    return client().Post("/main/leave", page(), "client=pageA", form)->status;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  ASSERT_EQ(poll("pageB"), 200);
+  EXPECT_EQ(leaving.get(), 200);
+  EXPECT_EQ(closed, 0);
+
+  // Polls of the page that went, and of a window beside the main tab, do
+  // not keep it: closing the tab ends the program once.
+  std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+  leaving = std::async(std::launch::async, [&] {
+    return client().Post("/main/leave", page(), "client=pageB", form)->status;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  poll("pageB");
+  EXPECT_EQ(c.Get("/report/state.json?client=reportPage", auth())->status, 200);
+  EXPECT_EQ(leaving.get(), 200);
+  EXPECT_EQ(closed, 1);
+
+  // Another page cannot end it, nor a window beside the main tab going.
+  EXPECT_EQ(c.Post("/main/leave", auth(), "client=pageC", form)->status, 403);
+  EXPECT_EQ(c.Post("/report/leave", page(), "client=reportPage", form)->status, 200);
+  EXPECT_EQ(closed, 1);
 }
 
 }  // namespace

@@ -153,6 +153,10 @@ CORINE_NAMES = ["Cropland", "Lowland Grassland", "Upland Grassland", "Woodland",
                 "Scrubland", "Dunes", "Marshland"]
 CORINE_ID = {c: 20 + c for c in range(1, 10)}   # 21..29
 CHILD_LANDS = [1, 2, 4]                           # land types with their own child RVCs
+# Land types of the operations on other land: each RVC that their factors
+# use has a child for them too, so that an operation's figures come from
+# its own land and are zero where that land is absent.
+EXTRA_LANDS = [3, 6, 8, 9]
 COMBO_TX_NL, COMBO_CZ_DR = 61, 62
 
 
@@ -199,19 +203,32 @@ for c in range(1, 10):
             letter="LC%d" % c, rmin=0, rmax=1, nf=1, emin=0, emax=1,
             notes="Class 1: land of this type; class 0: other land.")
 
-LAND_WORD = {1: "cropland", 2: "lowland grassland", 4: "woodland"}
+LAND_WORD = {c: CORINE_NAMES[c - 1].lower() for c in range(1, 10)}
 next_id = 31
-for key, rid, short, long_, letter, risk, cond in IMPACT_RVCS:
-    for l in CHILD_LANDS:
-        add_rvc(id=next_id, type=6, parent=rid, corine=l, short="%s (%s)" % (short, LAND_WORD[l]),
-                long="%s on %s" % (long_, LAND_WORD[l]), letter="%s%d" % (letter, l), risk=risk,
-                rmin=0, rmax=5, nf=0.2, emin=0, emax=5, hz=1, itype=ADAPT, key=key, cond=cond,
-                land=l, notes="Class 0: land other than %s." % LAND_WORD[l])
-        next_id += 1
-for i, l in enumerate(CHILD_LANDS):
-    add_rvc(id=51 + i, type=7, parent=TEXTURE_ID, corine=l, short="Soil texture (%s)" % LAND_WORD[l],
-            long="Topsoil texture class of %s" % LAND_WORD[l], letter="TX%d" % l, rmin=0, rmax=4,
-            nf=1, emin=1, emax=4, land=l, notes="Class 0: land other than %s." % LAND_WORD[l])
+
+
+def add_impact_children(lands):
+    global next_id
+    for key, rid, short, long_, letter, risk, cond in IMPACT_RVCS:
+        for l in lands:
+            add_rvc(id=next_id, type=6, parent=rid, corine=l,
+                    short="%s (%s)" % (short, LAND_WORD[l]), long="%s on %s" % (long_, LAND_WORD[l]),
+                    letter="%s%d" % (letter, l), risk=risk, rmin=0, rmax=5, nf=0.2, emin=0, emax=5,
+                    hz=1, itype=ADAPT, key=key, cond=cond, land=l,
+                    notes="Class 0: land other than %s." % LAND_WORD[l])
+            next_id += 1
+
+
+def add_texture_children(lands, first_id):
+    for i, l in enumerate(lands):
+        add_rvc(id=first_id + i, type=7, parent=TEXTURE_ID, corine=l,
+                short="Soil texture (%s)" % LAND_WORD[l], long="Topsoil texture class of %s" % LAND_WORD[l],
+                letter="TX%d" % l, rmin=0, rmax=4, nf=1, emin=1, emax=4, land=l,
+                notes="Class 0: land other than %s." % LAND_WORD[l])
+
+
+add_impact_children(CHILD_LANDS)   # 31..48
+add_texture_children(CHILD_LANDS, 51)
 add_rvc(id=COMBO_TX_NL, type=8, short="Soil texture x nitrate leaching risk",
         long="Combination of soil texture and nitrate leaching risk", letter="TN", rmin=0, rmax=20,
         nf=1, emin=0, emax=20, itype=GHG,
@@ -226,6 +243,15 @@ for i, (combo, l) in enumerate([(COMBO_TX_NL, 1), (COMBO_TX_NL, 2), (COMBO_CZ_DR
             long="%s on %s" % (base.long, LAND_WORD[l]), letter="%s%d" % (base.letter, l),
             rmin=0, rmax=base.rmax, nf=1, emin=0, emax=base.emax, itype=base.itype, land=l,
             notes="Class 0: land other than %s." % LAND_WORD[l])
+
+next_id = 101
+add_impact_children(EXTRA_LANDS)   # 101..124
+add_texture_children(EXTRA_LANDS, 54)
+for i, l in enumerate(CHILD_LANDS + EXTRA_LANDS):
+    add_rvc(id=131 + i, type=6, parent=SOC_RVC[1], corine=l, short="%s (%s)" % (SOC_RVC[2], LAND_WORD[l]),
+            long="%s of %s" % (SOC_RVC[3], LAND_WORD[l]), letter="%s%d" % (SOC_RVC[4], l),
+            risk=SOC_RVC[5], rmin=0, rmax=5, nf=0.2, emin=0, emax=5, itype=GHG, key="soc", cond="tx",
+            land=l, notes="Class 0: land other than %s." % LAND_WORD[l])
 
 RVC_BY_ID = {r.id: r for r in rvcs}
 assert len(RVC_BY_ID) == len(rvcs) and max(RVC_BY_ID) <= 400

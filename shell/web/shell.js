@@ -14,6 +14,8 @@
   let opened = null;
   let beside = false;  // shown open beside the others (a report window)
   let closed = false;
+  let inMainTab = false;  // this page shows the main tab (main window or the modal on top)
+  let moving = false;     // this page sends its tab on to another window itself
 
   function post(action, params) {
     const body = new URLSearchParams(params || {});
@@ -535,8 +537,10 @@
     // One browser tab shows the main window or the modal window on top of
     // it; a window opened beside them (a report) keeps its own tab.
     const stacked = win === 'main' || (s.modal_stack || []).includes(win);
+    inMainTab = stacked && !s.ended;
     if (!stacked && s.open) beside = true;
     if ((stacked && s.top !== win) || (!stacked && !s.open && !beside)) {
+      moving = true;
       location.href = '/' + (s.top || 'main') + '/';
       return;
     }
@@ -550,7 +554,7 @@
       }
       return;
     }
-    if (closed) { location.reload(); return; }  // opened again
+    if (closed) { moving = true; location.reload(); return; }  // opened again
     const c = s.controls || {};
     const key = JSON.stringify(c);
     if (key !== lastControls) {
@@ -647,6 +651,13 @@
       } catch (e) { /* not back yet */ }
     }
   }
+
+  // The main tab going away (closed, or reloaded by the person) is told to
+  // the program, which ends as its close box ends it unless a page of the
+  // tab polls again within a few seconds, as a reload does.
+  window.addEventListener('pagehide', () => {
+    if (inMainTab && !moving) navigator.sendBeacon(base + 'leave', new URLSearchParams({ client }));
+  });
 
   async function loop() {
     while (true) {
