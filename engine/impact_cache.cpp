@@ -73,6 +73,17 @@ const std::vector<std::string> kOperationColumns = {
     "Regional impact total", "Time horizon", "Regional risk reduction total",
     "Data_Quality",          "Refs"};
 
+// The statement that Db::insert runs for a row of these columns.
+std::string insert_sql(std::string_view table, const std::vector<std::string>& columns) {
+  std::string sql = "INSERT INTO " + quote_name(table) + " (";
+  std::string marks;
+  for (size_t i = 0; i < columns.size(); ++i) {
+    sql += (i ? ", " : "") + quote_name(columns[i]);
+    marks += i ? ", ?" : "?";
+  }
+  return sql + ") VALUES (" + marks + ")";
+}
+
 int horizon_index(int64_t years) {
   for (size_t h = 0; h < kHorizonYears.size(); ++h)
     if (kHorizonYears[h] == years) return static_cast<int>(h) + 1;
@@ -176,12 +187,17 @@ void save_impact(ImpactContext& ctx, int64_t operation_id) {
   Db& db = ctx.assessment();
   std::optional<Transaction> tx;
   if (!ctx.in_transaction) tx.emplace(db);
-  db.exec("DELETE FROM \"Activity-Impact data\" WHERE \"Operation ID\" = ?", {op});
-  for (const auto& row : activity_rows) db.insert("Activity-Impact data", kActivityColumns, row);
-  db.exec("DELETE FROM \"Operation-Impact data\" WHERE \"Operation ID\" = ?", {op});
-  for (const auto& row : operation_rows) db.insert("Operation-Impact data", kOperationColumns, row);
+  ctx.file_statement("DELETE FROM \"Activity-Impact data\" WHERE \"Operation ID\" = ?").run({op});
+  Statement& insert_activity =
+      ctx.file_statement(insert_sql("Activity-Impact data", kActivityColumns));
+  for (const auto& row : activity_rows) insert_activity.run(row);
+  ctx.file_statement("DELETE FROM \"Operation-Impact data\" WHERE \"Operation ID\" = ?").run({op});
+  Statement& insert_operation =
+      ctx.file_statement(insert_sql("Operation-Impact data", kOperationColumns));
+  for (const auto& row : operation_rows) insert_operation.run(row);
   // Recorded for the whole file, though only this operation was saved: intended.
-  db.exec("UPDATE \"Version\" SET \"Carbon seq included\" = ?", {Value(session().cseq_included)});
+  ctx.file_statement("UPDATE \"Version\" SET \"Carbon seq included\" = ?")
+      .run({Value(session().cseq_included)});
   if (tx) tx->commit();
 
   ex.ref_list = std::move(ref_list);

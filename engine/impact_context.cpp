@@ -34,6 +34,8 @@ Value lookup(Db& db, std::string_view table, std::string_view field, std::string
 StoreCache::StoreCache(const std::string& path) : db_(Db::open(path)) {
   // The store is only read during a command: one read transaction keeps its
   // pages valid from query to query, and mapping it saves copying them.
+  // Mapped pages are read in place instead of copied for every query.
+  db_.exec_script("PRAGMA mmap_size = 1073741824");
   db_.exec_script("BEGIN");
 }
 
@@ -46,6 +48,13 @@ StoreCache::~StoreCache() {
 }
 
 std::vector<OpsRow> StoreCache::ops_rows(int level, int64_t area_id, int64_t operation_id) {
+  std::vector<OpsRow> out;
+  read_ops_rows(level, area_id, operation_id, out);
+  return out;
+}
+
+void StoreCache::read_ops_rows(int level, int64_t area_id, int64_t operation_id,
+                               std::vector<OpsRow>& out) {
   if (level < 0 || level > 3) db_.fail("there is no NUTS level " + std::to_string(level));
   auto& st = ops_queries_[static_cast<size_t>(level)];
   if (!st) {
@@ -58,22 +67,20 @@ std::vector<OpsRow> StoreCache::ops_rows(int level, int64_t area_id, int64_t ope
         quote_name(nuts_id_column(level)) + " = ? AND \"Operation ID\" = ? ORDER BY rowid"));
   }
   Rows& rows = st->query({Value(area_id), Value(operation_id)});
-  std::vector<OpsRow> out;
+  out.clear();
   while (rows.next()) {
-    OpsRow r;
-    r.impact_type = rows.get(0).as_int();
-    r.cseq_years = rows.get(1).as_double();
+    OpsRow& r = out.emplace_back();
+    r.impact_type = rows.get_int(0);
+    r.cseq_years = rows.get_double(1);
     r.activity_id = rows.get(2);
-    r.impact_value = rows.get(3).as_double();
+    r.impact_value = rows.get_double(3);
     r.impact_category = rows.get(4);
     r.impact_max = rows.get(5);
     r.data_quality = rows.get(6);
     r.refs = rows.get(7);
-    r.field_size = rows.get(8).as_double();
-    r.impact_area = rows.get(9).as_double();
-    out.push_back(std::move(r));
+    r.field_size = rows.get_double(8);
+    r.impact_area = rows.get_double(9);
   }
-  return out;
 }
 
 const std::string& StoreCache::activity_name(int64_t activity_id) {
@@ -109,6 +116,18 @@ StoreCache& ImpactContext::store(const std::string& path) {
   auto it = stores_.find(path);
   if (it == stores_.end()) it = stores_.emplace(path, std::make_unique<StoreCache>(path)).first;
   return *it->second;
+}
+
+const std::vector<RegionArea>& ImpactContext::regions() {
+  if (!regions_) regions_ = read_regions(assessment());
+  return *regions_;
+}
+
+Statement& ImpactContext::file_statement(const std::string& sql) {
+  auto it = file_statements_.find(sql);
+  if (it == file_statements_.end())
+    it = file_statements_.emplace(sql, assessment().prepare_statement(sql)).first;
+  return it->second;
 }
 
 std::string country_store_for(const std::string& nuts_code) {

@@ -6,6 +6,7 @@
 // report.
 
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <exception>
 #include <map>
@@ -49,6 +50,8 @@ class StoreCache {
   Db& db() { return db_; }
   // The rows of one area and operation at NUTS level k, in table order.
   std::vector<OpsRow> ops_rows(int level, int64_t area_id, int64_t operation_id);
+  // The same rows into `out` (cleared first), reusing its storage.
+  void read_ops_rows(int level, int64_t area_id, int64_t operation_id, std::vector<OpsRow>& out);
   // `Activity Name`, HTML-escaped for the grids; throws when there is no row.
   const std::string& activity_name(int64_t activity_id);
   // `Norm_factor` (null is 0); throws when there is no row.
@@ -64,6 +67,13 @@ class StoreCache {
   std::unordered_map<int64_t, double> norm_factors_;
   std::unordered_map<int64_t, std::string> statements_;
 };
+
+// round_half_even(x, 0) without going through decimal digits: the nearest
+// whole number to the binary value, an exact tie to the even one (the
+// default rounding mode), and +0 for a zero of either sign.
+inline double round_whole(double x) {
+  return x == 0 ? 0.0 : std::nearbyint(x);
+}
 
 // Running data-quality sums and counts: GHG, adaptation, production, overall.
 struct QualityTally {
@@ -122,6 +132,11 @@ class ImpactContext {
   Db& assessment();
   // The store at a path, opened on first use.
   StoreCache& store(const std::string& path);
+  // The file's Regions, read on first use: a command does not change them.
+  const std::vector<RegionArea>& regions();
+  // A statement on the assessment file, prepared on first use and kept for
+  // the command.
+  Statement& file_statement(const std::string& sql);
 
   // Set while a recalculation holds the assessment file in one transaction:
   // the steps then write inside it and open none of their own.
@@ -131,7 +146,10 @@ class ImpactContext {
 
  private:
   std::optional<Db> assessment_;
+  std::optional<std::vector<RegionArea>> regions_;
   std::map<std::string, std::unique_ptr<StoreCache>> stores_;
+  // Declared after the file: its statements are finalized before it closes.
+  std::map<std::string, Statement> file_statements_;
 };
 
 // The path of the CountryStore for a NUTS code; throws ImpactError for a code

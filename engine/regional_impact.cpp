@@ -15,6 +15,7 @@ namespace arven {
 using engine_detail::ImpactContext;
 using engine_detail::OpsRow;
 using engine_detail::QualityTally;
+using engine_detail::round_whole;
 using engine_detail::StoreCache;
 
 // ---- scaling ------------------------------------------------------------------
@@ -256,8 +257,7 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
   for (const OpsRow& row : rows) {
     if (!is_ghg(row) || row.cseq_years > 0) continue;
     AreaRow& r = new_area_row(ga, row, store);
-    for (size_t h = 0; h < 7; ++h)
-      r.totals[h] = round_half_even(row.impact_value * kHorizonYears[h], 0);
+    for (size_t h = 0; h < 7; ++h) r.totals[h] = round_whole(row.impact_value * kHorizonYears[h]);
     r.cseq = "0";
     quality.take(row, QualityTally::ghg, r);
   }
@@ -274,7 +274,7 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
       }
     if (!r) r = &new_area_row(ga, row, store);
     for (size_t h = 0; h < 7; ++h)
-      if (kHorizonYears[h] == row.cseq_years) r->totals[h] = round_half_even(row.impact_value, 0);
+      if (kHorizonYears[h] == row.cseq_years) r->totals[h] = round_whole(row.impact_value);
     r->cseq = "1";
     quality.take(row, QualityTally::ghg, *r);
   }
@@ -284,7 +284,7 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
     AreaRow& r = new_area_row(aa, row, store);
     r.category = row.impact_category.as_text();
     r.category_key = cell_to_number(r.category);
-    r.totals[0] = round_half_even(row.impact_value, 0);
+    r.totals[0] = round_whole(row.impact_value);
     r.max = row.impact_max.is_empty() ? 0 : row.impact_max.as_double();
     quality.take(row, QualityTally::adaptation, r);
   }
@@ -293,7 +293,7 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
     if (row.impact_type != 4) continue;
     const double p = row.impact_value * store.norm_factor(row.activity_id.as_int());
     AreaRow& r = new_area_row(pa, row, store);
-    for (size_t h = 0; h < 7; ++h) r.totals[h] = round_half_even(p * kHorizonYears[h], 0);
+    for (size_t h = 0; h < 7; ++h) r.totals[h] = round_whole(p * kHorizonYears[h]);
     quality.take(row, QualityTally::production, r);
   }
 
@@ -327,7 +327,7 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
 
   bool in_file = false;
   const ScalingSettings st = read_settings(ctx, operation_id, &in_file);
-  const std::vector<RegionArea> regions = read_regions(ctx.assessment());
+  const std::vector<RegionArea>& regions = ctx.regions();
   if (regions.empty()) {
     reset_ghg_activity_table(ex.ghg_activity_table);
     reset_adaptation_activity_table(ex.adaptation_activity_table);
@@ -347,13 +347,14 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
   AreaTable& aa = ex.adaptation_area_table;
   AreaTable& pa = ex.production_area_table;
 
+  std::vector<OpsRow> rows;  // one area's rows, the storage reused
   for (const RegionArea& region : regions) {
     check_level(region);
     ops_path = country_store_for(region.code);
     StoreCache& store = ctx.store(ops_path);
     const int level = static_cast<int>(region.level);
     // Exactly the row's level: an area without rows adds neither figures nor area.
-    const std::vector<OpsRow> rows = store.ops_rows(level, region.nuts_id, operation_id);
+    store.read_ops_rows(level, region.nuts_id, operation_id, rows);
     area_sum +=
         scale_area_rows(rows, store, st, operation_id, region.code, carry, {ga, aa, pa}, quality);
 
@@ -365,8 +366,8 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
   // Every row read counts once: an activity seen in ten areas weighs ten times.
   const double op_total_area = area_sum;
   if (in_file)
-    ctx.assessment().exec("UPDATE \"Operations\" SET \"TArea\" = ? WHERE \"Operation ID\" = ?",
-                          {Value(op_total_area), Value(operation_id)});
+    ctx.file_statement("UPDATE \"Operations\" SET \"TArea\" = ? WHERE \"Operation ID\" = ?")
+        .run({Value(op_total_area), Value(operation_id)});
 
   GridTable ghg_table, adaptation_table, production_table;
   reset_ghg_activity_table(ghg_table);

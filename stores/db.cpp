@@ -179,6 +179,25 @@ Value Rows::get(std::string_view column) const {
   return get(index_of(column));
 }
 
+double Rows::get_double(int i) const {
+  switch (sqlite3_column_type(stmt_, i)) {
+    case SQLITE_NULL:
+      return 0;
+    case SQLITE_INTEGER:
+      return static_cast<double>(sqlite3_column_int64(stmt_, i));
+    case SQLITE_FLOAT:
+      return sqlite3_column_double(stmt_, i);
+    default:
+      return get(i).as_double();
+  }
+}
+
+int64_t Rows::get_int(int i) const {
+  if (sqlite3_column_type(stmt_, i) == SQLITE_INTEGER)
+    return static_cast<int64_t>(sqlite3_column_int64(stmt_, i));
+  return get(i).as_int();
+}
+
 Value Rows::get(int i) const {
   switch (sqlite3_column_type(stmt_, i)) {
     case SQLITE_NULL:

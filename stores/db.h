@@ -74,6 +74,10 @@ class Rows {
   bool next();
   Value get(std::string_view column) const;
   Value get(int index) const;
+  // get(index).as_double() and get(index).as_int(), without building a
+  // Value when the field holds a number or nothing.
+  double get_double(int index) const;
+  int64_t get_int(int index) const;
   bool has_column(std::string_view column) const;
   int column_count() const;
   std::string column_name(int index) const;
