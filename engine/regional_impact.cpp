@@ -1,7 +1,13 @@
 #include "engine/regional_impact.h"
 
 #include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <map>
+#include <mutex>
+#include <optional>
+#include <tuple>
 #include <utility>
 
 #include "core/numbers.h"
@@ -435,16 +441,77 @@ ImpactStatus get_impact_data_direct_MT(Ui& ui, int64_t operation_id) {
   }
 }
 
-ImpactStatus get_operation_tot_reg_area(Ui& ui, double uptake, int64_t technique, double st_value,
-                                        double& total) {
-  total = 0;
-  try {
+// ---- the regional area, cached between calls ---------------------------------------
+
+namespace {
+
+// What the committed content of a store file is known by: a commit moves
+// the change counter of its header (rollback-journal files; a file in WAL
+// mode, or with a journal left behind, is never cached), and any writer
+// moves its size or modification time.
+struct FileStamp {
+  std::string path;
+  std::uintmax_t size = 0;
+  std::filesystem::file_time_type modified{};
+  uint32_t change_counter = 0;
+  bool operator==(const FileStamp&) const = default;
+};
+
+std::optional<FileStamp> stamp_of(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  FileStamp s;
+  s.path = path;
+  if (fs::exists(path + "-journal", ec) || fs::exists(path + "-wal", ec)) return std::nullopt;
+  s.size = fs::file_size(path, ec);
+  if (ec) return std::nullopt;
+  s.modified = fs::last_write_time(path, ec);
+  if (ec) return std::nullopt;
+  std::ifstream in(path, std::ios::binary);
+  unsigned char head[28];
+  if (!in.read(reinterpret_cast<char*>(head), sizeof head)) return std::nullopt;
+  if (head[18] != 1 || head[19] != 1) return std::nullopt;  // WAL mode
+  s.change_counter = static_cast<uint32_t>(head[24]) << 24 | static_cast<uint32_t>(head[25]) << 16 |
+                     static_cast<uint32_t>(head[26]) << 8 | head[27];
+  return s;
+}
+
+// The reads of get_operation_tot_reg_area that the aggregation and the cost
+// curves repeat for every operation: the file's Regions, and each area's
+// average field size from its country store.
+struct AreaReads {
+  std::mutex mutex;
+  std::optional<FileStamp> file;
+  std::vector<RegionArea> regions;
+  std::map<std::string, FileStamp> stores;  // path -> stamp the sizes below were read at
+  std::map<std::tuple<std::string, int64_t, int64_t>, double> field_sizes;
+};
+
+AreaReads& area_reads() {
+  static AreaReads reads;
+  return reads;
+}
+
+double regional_area(double uptake, int64_t technique, double st_value) {
+  AreaReads& reads = area_reads();
+  std::lock_guard lock(reads.mutex);
+  {
     ImpactContext ctx;
+    // The regions of the file as last read, while the file is unchanged.
+    const std::string& path = session().current_file;
+    const std::optional<FileStamp> stamp = stamp_of(path);
+    if (!stamp || reads.file != stamp) {
+      reads.file.reset();
+      reads.regions = read_regions(ctx.assessment());
+      reads.file = stamp;
+    }
     // No guard for an empty region: the reports come here only with one.
     double sum = 0;
     // One prepared field-size query per store and level for the whole walk.
     std::map<std::pair<std::string, int64_t>, Statement> field_queries;
-    for (const RegionArea& region : read_regions(ctx.assessment())) {
+    // Each store's stamp, taken once per call; nullopt: not kept between calls.
+    std::map<std::string, std::optional<FileStamp>> store_stamps;
+    for (const RegionArea& region : reads.regions) {
       double a = region.sqkm * 100;  // km² to hectares
       a = a * (uptake / 100);
       if (technique == 1) {
@@ -452,21 +519,44 @@ ImpactStatus get_operation_tot_reg_area(Ui& ui, double uptake, int64_t technique
       } else if (technique == 2) {
         check_level(region);
         const std::string level = std::to_string(region.level);
-        const std::string path = engine_detail::country_store_for(region.code);
-        Db& store = ctx.store(path).db();
-        auto query = field_queries.find({path, region.level});
-        if (query == field_queries.end())
-          query =
-              field_queries
-                  .emplace(std::make_pair(path, region.level),
-                           store.prepare_statement("SELECT \"AV_FS\" FROM \"NUTS" + level +
-                                                   "\" WHERE \"NUTS" + level + "_ID\" = ? LIMIT 1"))
-                  .first;
-        Rows& rows = query->second.query({Value(region.nuts_id)});
-        if (!rows.next())
-          store.fail("table \"NUTS" + level + "\" has no row where \"NUTS" + level +
-                     "_ID\" = " + std::to_string(region.nuts_id));
-        const double field = rows.get(0).as_double();
+        const std::string store_path = engine_detail::country_store_for(region.code);
+        auto stamped = store_stamps.find(store_path);
+        if (stamped == store_stamps.end()) {
+          stamped = store_stamps.emplace(store_path, stamp_of(store_path)).first;
+          auto kept = reads.stores.find(store_path);
+          if (!stamped->second || kept == reads.stores.end() || kept->second != *stamped->second) {
+            // Read again: forget this store's sizes.
+            std::erase_if(reads.field_sizes, [&](const auto& entry) {
+              return std::get<0>(entry.first) == store_path;
+            });
+            if (stamped->second)
+              reads.stores[store_path] = *stamped->second;
+            else
+              reads.stores.erase(store_path);
+          }
+        }
+        const auto key = std::make_tuple(store_path, region.level, region.nuts_id);
+        auto known = reads.field_sizes.find(key);
+        double field = 0;
+        if (known != reads.field_sizes.end()) {
+          field = known->second;
+        } else {
+          Db& store = ctx.store(store_path).db();
+          auto query = field_queries.find({store_path, region.level});
+          if (query == field_queries.end())
+            query = field_queries
+                        .emplace(std::make_pair(store_path, region.level),
+                                 store.prepare_statement("SELECT \"AV_FS\" FROM \"NUTS" + level +
+                                                         "\" WHERE \"NUTS" + level +
+                                                         "_ID\" = ? LIMIT 1"))
+                        .first;
+          Rows& rows = query->second.query({Value(region.nuts_id)});
+          if (!rows.next())
+            store.fail("table \"NUTS" + level + "\" has no row where \"NUTS" + level +
+                       "_ID\" = " + std::to_string(region.nuts_id));
+          field = rows.get(0).as_double();
+          if (stamped->second) reads.field_sizes.emplace(key, field);
+        }
         if (field == 0)
           throw ImpactError("Cannot calculate regional area",
                             "The area " + region.code +
@@ -477,7 +567,17 @@ ImpactStatus get_operation_tot_reg_area(Ui& ui, double uptake, int64_t technique
       }
       sum += a;
     }
-    total = sum;
+    return sum;
+  }
+}
+
+}  // namespace
+
+ImpactStatus get_operation_tot_reg_area(Ui& ui, double uptake, int64_t technique, double st_value,
+                                        double& total) {
+  total = 0;
+  try {
+    total = regional_area(uptake, technique, st_value);
     return ImpactStatus::done;
   } catch (const std::exception& e) {
     engine_detail::report_failure(ui, e);
