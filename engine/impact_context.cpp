@@ -31,7 +31,7 @@ Value lookup(Db& db, std::string_view table, std::string_view field, std::string
 
 }  // namespace
 
-StoreCache::StoreCache(const std::string& path) : db_(Db::open(path)) {
+StoreCache::StoreCache(const std::string& path) : db_(Db::open(path, true)) {
   // The store is only read during a command: one read transaction keeps its
   // pages valid from query to query, and mapping it saves copying them.
   // Mapped pages are read in place instead of copied for every query.
@@ -108,7 +108,7 @@ const std::string& StoreCache::risk_statement(int64_t rvc_id) {
 }
 
 Db& ImpactContext::assessment() {
-  if (!assessment_) assessment_.emplace(Db::open(session().current_file));
+  if (!assessment_) assessment_.emplace(Db::open(session().current_file, true));
   return *assessment_;
 }
 

@@ -117,7 +117,9 @@ class Db {
  public:
   // Opens an existing store; throws StoreError when the file is missing or
   // is not a store.
-  static Db open(const std::filesystem::path& path);
+  // `one_thread`: the connection is only ever used by one thread at a time,
+  // so SQLite need not lock it on every call (the fast path for bulk reads).
+  static Db open(const std::filesystem::path& path, bool one_thread = false);
   // Creates a new, empty store; an existing file at the path is deleted first.
   static Db create(const std::filesystem::path& path);
 
