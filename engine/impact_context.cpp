@@ -1,8 +1,14 @@
 #include "engine/impact_context.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
+#include <mutex>
 #include <string_view>
+#include <variant>
 
 #include "core/numbers.h"
 #include "core/registry.h"
@@ -29,14 +35,115 @@ Value lookup(Db& db, std::string_view table, std::string_view field, std::string
   return rows.get(0);
 }
 
+// A field of an area row as kept: a number or nothing. Rows with text in
+// these fields are not kept.
+using Small = std::variant<std::monostate, int64_t, double>;
+
+bool small_of(const Value& v, Small& out) {
+  if (v.is_null())
+    out = std::monostate{};
+  else if (v.is_int())
+    out = std::get<int64_t>(v.raw());
+  else if (v.is_real())
+    out = std::get<double>(v.raw());
+  else
+    return false;
+  return true;
+}
+
+Value value_of(const Small& s) {
+  if (std::holds_alternative<int64_t>(s)) return Value(std::get<int64_t>(s));
+  if (std::holds_alternative<double>(s)) return Value(std::get<double>(s));
+  return Value();
+}
+
+struct KeptRow {
+  int64_t impact_type = 0;
+  double cseq_years = 0, impact_value = 0, field_size = 0, impact_area = 0;
+  Small activity_id, impact_category, impact_max, data_quality;
+  Value refs;
+};
+
+struct AreaKey {
+  int level;
+  int64_t area_id, operation_id;
+  bool operator==(const AreaKey&) const = default;
+};
+struct AreaKeyHash {
+  size_t operator()(const AreaKey& k) const {
+    return std::hash<int64_t>()(k.area_id * 1000003 + k.operation_id * 4 + k.level);
+  }
+};
+
+// The rows kept from one store, read at `stamp`.
+struct KeptStore {
+  FileStamp stamp;
+  std::unordered_map<AreaKey, std::vector<KeptRow>, AreaKeyHash> areas;
+};
+
+struct KeptRows {
+  std::mutex mutex;
+  std::map<std::string, KeptStore> stores;
+  size_t rows = 0;  // in all stores
+};
+
+KeptRows& kept_rows() {
+  static KeptRows kept;
+  return kept;
+}
+
 }  // namespace
 
-StoreCache::StoreCache(const std::string& path) : db_(Db::open(path, true)) {
+std::optional<FileStamp> stamp_of(const std::string& path) {
+  struct stat st {};
+  if (::stat((path + "-journal").c_str(), &st) == 0 || ::stat((path + "-wal").c_str(), &st) == 0)
+    return std::nullopt;
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  unsigned char head[28];
+  const bool ok = ::fstat(fd, &st) == 0 && ::pread(fd, head, sizeof head, 0) == sizeof head;
+  ::close(fd);
+  if (!ok || head[18] != 1 || head[19] != 1) return std::nullopt;  // not a rollback-journal file
+  FileStamp s;
+  s.device = static_cast<uint64_t>(st.st_dev);
+  s.inode = static_cast<uint64_t>(st.st_ino);
+  s.size = static_cast<int64_t>(st.st_size);
+  s.modified_ns = static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+  s.change_counter = static_cast<uint32_t>(head[24]) << 24 | static_cast<uint32_t>(head[25]) << 16 |
+                     static_cast<uint32_t>(head[26]) << 8 | head[27];
+  return s;
+}
+
+void forget_kept_area_rows() {
+  KeptRows& kept = kept_rows();
+  std::lock_guard lock(kept.mutex);
+  kept.stores.clear();
+  kept.rows = 0;
+}
+
+StoreCache::StoreCache(const std::string& path)
+    : stamp_(stamp_of(path)), db_(Db::open(path, true)) {
   // The store is only read during a command: one read transaction keeps its
   // pages valid from query to query, and mapping it saves copying them.
-  // Mapped pages are read in place instead of copied for every query.
   db_.exec_script("PRAGMA mmap_size = 1073741824");
   db_.exec_script("BEGIN");
+  // The first read takes the store's read lock; from then on no commit can
+  // change it until the command ends.
+  db_.exec_script("SELECT 1 FROM sqlite_master LIMIT 1");
+  // The stamp from before the store was opened: a store renamed into place
+  // meanwhile gives another.
+  const std::optional<FileStamp> after = stamp_of(path);
+  if (!stamp_ || !after || *stamp_ != *after) {
+    stamp_.reset();
+    return;
+  }
+  KeptRows& kept = kept_rows();
+  std::lock_guard lock(kept.mutex);
+  auto it = kept.stores.find(path);
+  if (it != kept.stores.end() && it->second.stamp != *stamp_) {
+    for (const auto& [key, rows] : it->second.areas) kept.rows -= rows.size();
+    kept.stores.erase(it);
+  }
 }
 
 StoreCache::~StoreCache() {
@@ -46,6 +153,40 @@ StoreCache::~StoreCache() {
   } catch (const StoreError&) {
   }
 }
+
+namespace {
+
+// Keeps the rows of an area read from the store at `path` at `stamp`,
+// unless they hold text where a number is kept or there is no room.
+void keep_rows(const std::string& path, const FileStamp& stamp, const AreaKey& key,
+               const std::vector<OpsRow>& rows) {
+  std::vector<KeptRow> keep;
+  keep.reserve(rows.size());
+  for (const OpsRow& r : rows) {
+    KeptRow& k = keep.emplace_back();
+    if (!small_of(r.activity_id, k.activity_id) ||
+        !small_of(r.impact_category, k.impact_category) || !small_of(r.impact_max, k.impact_max) ||
+        !small_of(r.data_quality, k.data_quality))
+      return;
+    k.impact_type = r.impact_type;
+    k.cseq_years = r.cseq_years;
+    k.impact_value = r.impact_value;
+    k.field_size = r.field_size;
+    k.impact_area = r.impact_area;
+    k.refs = r.refs;
+  }
+  KeptRows& kept = kept_rows();
+  std::lock_guard lock(kept.mutex);
+  if (kept.rows + keep.size() > kKeptAreaRows) return;
+  KeptStore& store = kept.stores[path];
+  if (store.areas.empty()) store.stamp = stamp;
+  // Another command may have kept the store at another stamp meanwhile.
+  if (store.stamp != stamp) return;
+  const size_t n = keep.size();
+  if (store.areas.emplace(key, std::move(keep)).second) kept.rows += n;
+}
+
+}  // namespace
 
 std::vector<OpsRow> StoreCache::ops_rows(int level, int64_t area_id, int64_t operation_id) {
   std::vector<OpsRow> out;
@@ -66,8 +207,33 @@ void StoreCache::read_ops_rows(int level, int64_t area_id, int64_t operation_id,
         quote_name("NUTS" + std::to_string(level) + "_OPS") + " WHERE " +
         quote_name(nuts_id_column(level)) + " = ? AND \"Operation ID\" = ? ORDER BY rowid"));
   }
-  Rows& rows = st->query({Value(area_id), Value(operation_id)});
   out.clear();
+  const AreaKey key{level, area_id, operation_id};
+  if (stamp_) {
+    KeptRows& kept = kept_rows();
+    std::lock_guard lock(kept.mutex);
+    auto store = kept.stores.find(db_.path().string());
+    if (store != kept.stores.end() && store->second.stamp == *stamp_) {
+      auto area = store->second.areas.find(key);
+      if (area != store->second.areas.end()) {
+        for (const KeptRow& k : area->second) {
+          OpsRow& r = out.emplace_back();
+          r.impact_type = k.impact_type;
+          r.cseq_years = k.cseq_years;
+          r.activity_id = value_of(k.activity_id);
+          r.impact_value = k.impact_value;
+          r.impact_category = value_of(k.impact_category);
+          r.impact_max = value_of(k.impact_max);
+          r.data_quality = value_of(k.data_quality);
+          r.refs = k.refs;
+          r.field_size = k.field_size;
+          r.impact_area = k.impact_area;
+        }
+        return;
+      }
+    }
+  }
+  Rows& rows = st->query({Value(area_id), Value(operation_id)});
   while (rows.next()) {
     OpsRow& r = out.emplace_back();
     r.impact_type = rows.get_int(0);
@@ -81,6 +247,7 @@ void StoreCache::read_ops_rows(int level, int64_t area_id, int64_t operation_id,
     r.field_size = rows.get_double(8);
     r.impact_area = rows.get_double(9);
   }
+  if (stamp_) keep_rows(db_.path().string(), *stamp_, key, out);
 }
 
 const std::string& StoreCache::activity_name(int64_t activity_id) {

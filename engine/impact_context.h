@@ -38,9 +38,30 @@ struct OpsRow {
   double impact_area = 0;
 };
 
+// What the committed content of a store file is known by: its file (device
+// and inode, so a store renamed into place is told apart), size and
+// modification time, and the change counter in its header, which every
+// commit moves. None for a file that cannot be read, in WAL mode (whose
+// commits leave the counter alone) or with a journal beside it (a write
+// under way or interrupted).
+struct FileStamp {
+  uint64_t device = 0, inode = 0;
+  int64_t size = 0;
+  int64_t modified_ns = 0;
+  uint32_t change_counter = 0;
+  bool operator==(const FileStamp&) const = default;
+};
+std::optional<FileStamp> stamp_of(const std::string& path);
+
 // A CountryStore (or RVC store) opened for the length of a command, with the
 // activity and RVC lookups it answered so far. The store is not written
 // during a command, so an answer once read stays right.
+//
+// The area rows it reads are also kept between commands, for the same
+// store as long as its stamp is unchanged, up to kKeptAreaRows rows in all
+// (areas read after that are read again each time). The stamp is taken
+// while the command's read transaction holds the store, so no commit can
+// come between it and the rows.
 class StoreCache {
  public:
   explicit StoreCache(const std::string& path);
@@ -60,6 +81,8 @@ class StoreCache {
   const std::string& risk_statement(int64_t rvc_id);
 
  private:
+  // Taken before the store is opened; none: nothing is kept for later commands.
+  std::optional<FileStamp> stamp_;
   Db db_;
   // The area query of each level, prepared once and rebound per area.
   std::array<std::unique_ptr<Statement>, 4> ops_queries_{};
@@ -74,6 +97,12 @@ class StoreCache {
 inline double round_whole(double x) {
   return x == 0 ? 0.0 : std::nearbyint(x);
 }
+
+// The most area rows kept between commands, over all stores (some 150 bytes
+// each).
+inline constexpr size_t kKeptAreaRows = 400000;
+// Forgets every kept area row.
+void forget_kept_area_rows();
 
 // Running data-quality sums and counts: GHG, adaptation, production, overall.
 struct QualityTally {

@@ -2,8 +2,6 @@
 
 #include <cmath>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -18,10 +16,12 @@
 
 namespace arven {
 
+using engine_detail::FileStamp;
 using engine_detail::ImpactContext;
 using engine_detail::OpsRow;
 using engine_detail::QualityTally;
 using engine_detail::round_whole;
+using engine_detail::stamp_of;
 using engine_detail::StoreCache;
 
 // ---- scaling ------------------------------------------------------------------
@@ -430,6 +430,10 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
 
 }  // namespace engine_detail
 
+void forget_kept_store_rows() {
+  engine_detail::forget_kept_area_rows();
+}
+
 ImpactStatus get_impact_data_direct_MT(Ui& ui, int64_t operation_id) {
   try {
     ImpactContext ctx;
@@ -444,37 +448,6 @@ ImpactStatus get_impact_data_direct_MT(Ui& ui, int64_t operation_id) {
 // ---- the regional area, cached between calls ---------------------------------------
 
 namespace {
-
-// What the committed content of a store file is known by: a commit moves
-// the change counter of its header (rollback-journal files; a file in WAL
-// mode, or with a journal left behind, is never cached), and any writer
-// moves its size or modification time.
-struct FileStamp {
-  std::string path;
-  std::uintmax_t size = 0;
-  std::filesystem::file_time_type modified{};
-  uint32_t change_counter = 0;
-  bool operator==(const FileStamp&) const = default;
-};
-
-std::optional<FileStamp> stamp_of(const std::string& path) {
-  namespace fs = std::filesystem;
-  std::error_code ec;
-  FileStamp s;
-  s.path = path;
-  if (fs::exists(path + "-journal", ec) || fs::exists(path + "-wal", ec)) return std::nullopt;
-  s.size = fs::file_size(path, ec);
-  if (ec) return std::nullopt;
-  s.modified = fs::last_write_time(path, ec);
-  if (ec) return std::nullopt;
-  std::ifstream in(path, std::ios::binary);
-  unsigned char head[28];
-  if (!in.read(reinterpret_cast<char*>(head), sizeof head)) return std::nullopt;
-  if (head[18] != 1 || head[19] != 1) return std::nullopt;  // WAL mode
-  s.change_counter = static_cast<uint32_t>(head[24]) << 24 | static_cast<uint32_t>(head[25]) << 16 |
-                     static_cast<uint32_t>(head[26]) << 8 | head[27];
-  return s;
-}
 
 // The reads of get_operation_tot_reg_area that the aggregation and the cost
 // curves repeat for every operation: the file's Regions, and each area's
