@@ -474,6 +474,9 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) 
       ui.navigate("explorer", "summary.htm");
       Transaction tx(db);
       ctx.in_transaction = true;
+      std::vector<int64_t> ids;
+      for (const auto& op : operations) ids.push_back(op.first);
+      engine_detail::prefetch_region_rows(ctx, ids);
       const int count = static_cast<int>(operations.size());
       for (int i = 0; i < count; ++i) {
         const auto& [id, name] = operations[static_cast<size_t>(i)];

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <mutex>
 #include <string_view>
 #include <variant>
@@ -148,6 +149,7 @@ StoreCache::StoreCache(const std::string& path)
 
 StoreCache::~StoreCache() {
   ops_queries_ = {};  // statements go before the read transaction ends
+  area_queries_ = {};
   try {
     db_.exec_script("ROLLBACK");
   } catch (const StoreError&) {
@@ -186,7 +188,70 @@ void keep_rows(const std::string& path, const FileStamp& stamp, const AreaKey& k
   if (store.areas.emplace(key, std::move(keep)).second) kept.rows += n;
 }
 
+// The ten columns of an area row, from column `c` of the query on.
+const char* const kAreaColumns =
+    "\"Impact Type\", \"Cseq Years\", \"Activity ID\", \"Impact value\", \"Impact Category\", "
+    "\"Impact max\", \"Data_Quality\", \"Refs\", \"Average field size\", \"Impact area\"";
+
+void decode_area_row(const Rows& rows, int c, OpsRow& r) {
+  r.impact_type = rows.get_int(c);
+  r.cseq_years = rows.get_double(c + 1);
+  r.activity_id = rows.get(c + 2);
+  r.impact_value = rows.get_double(c + 3);
+  r.impact_category = rows.get(c + 4);
+  r.impact_max = rows.get(c + 5);
+  r.data_quality = rows.get(c + 6);
+  r.refs = rows.get(c + 7);
+  r.field_size = rows.get_double(c + 8);
+  r.impact_area = rows.get_double(c + 9);
+}
+
 }  // namespace
+
+void StoreCache::prefetch_area(int level, int64_t area_id, const std::vector<int64_t>& operations) {
+  if (!stamp_ || operations.empty() || level < 0 || level > 3) return;
+  {
+    // Nothing to do when every operation's rows of the area are kept.
+    KeptRows& kept = kept_rows();
+    std::lock_guard lock(kept.mutex);
+    auto store = kept.stores.find(db_.path().string());
+    if (store != kept.stores.end() && store->second.stamp == *stamp_ &&
+        std::all_of(operations.begin(), operations.end(), [&](int64_t op) {
+          return store->second.areas.count({level, area_id, op}) > 0;
+        }))
+      return;
+  }
+  auto& st = area_queries_[static_cast<size_t>(level)];
+  if (!st) {
+    // The index on (NUTS<k>_ID, Operation ID) gives this order without a sort.
+    st = std::make_unique<Statement>(db_.prepare_statement(
+        std::string("SELECT \"Operation ID\", ") + kAreaColumns + " FROM " +
+        quote_name("NUTS" + std::to_string(level) + "_OPS") + " WHERE " +
+        quote_name(nuts_id_column(level)) +
+        " = ? AND \"Operation ID\" BETWEEN ? AND ? ORDER BY \"Operation ID\", rowid"));
+  }
+  Rows& rows = st->query({Value(area_id), Value(operations.front()), Value(operations.back())});
+  std::vector<std::vector<OpsRow>> found(operations.size());
+  while (rows.next()) {
+    // The operation the row belongs to, as "Operation ID" = ? would match it.
+    const Value id = rows.get(0);
+    int64_t op = 0;
+    if (id.is_int()) {
+      op = std::get<int64_t>(id.raw());
+    } else if (id.is_real()) {
+      const double d = std::get<double>(id.raw());
+      if (std::trunc(d) != d) continue;
+      op = static_cast<int64_t>(d);
+    } else {
+      continue;
+    }
+    auto it = std::lower_bound(operations.begin(), operations.end(), op);
+    if (it == operations.end() || *it != op) continue;
+    decode_area_row(rows, 1, found[static_cast<size_t>(it - operations.begin())].emplace_back());
+  }
+  for (size_t i = 0; i < operations.size(); ++i)
+    keep_rows(db_.path().string(), *stamp_, {level, area_id, operations[i]}, found[i]);
+}
 
 std::vector<OpsRow> StoreCache::ops_rows(int level, int64_t area_id, int64_t operation_id) {
   std::vector<OpsRow> out;
@@ -201,9 +266,7 @@ void StoreCache::read_ops_rows(int level, int64_t area_id, int64_t operation_id,
   if (!st) {
     // Served by the index on (NUTS<k>_ID, Operation ID), in table order.
     st = std::make_unique<Statement>(db_.prepare_statement(
-        "SELECT \"Impact Type\", \"Cseq Years\", \"Activity ID\", \"Impact value\", "
-        "\"Impact Category\", \"Impact max\", \"Data_Quality\", \"Refs\", "
-        "\"Average field size\", \"Impact area\" FROM " +
+        std::string("SELECT ") + kAreaColumns + " FROM " +
         quote_name("NUTS" + std::to_string(level) + "_OPS") + " WHERE " +
         quote_name(nuts_id_column(level)) + " = ? AND \"Operation ID\" = ? ORDER BY rowid"));
   }
@@ -234,19 +297,7 @@ void StoreCache::read_ops_rows(int level, int64_t area_id, int64_t operation_id,
     }
   }
   Rows& rows = st->query({Value(area_id), Value(operation_id)});
-  while (rows.next()) {
-    OpsRow& r = out.emplace_back();
-    r.impact_type = rows.get_int(0);
-    r.cseq_years = rows.get_double(1);
-    r.activity_id = rows.get(2);
-    r.impact_value = rows.get_double(3);
-    r.impact_category = rows.get(4);
-    r.impact_max = rows.get(5);
-    r.data_quality = rows.get(6);
-    r.refs = rows.get(7);
-    r.field_size = rows.get_double(8);
-    r.impact_area = rows.get_double(9);
-  }
+  while (rows.next()) decode_area_row(rows, 0, out.emplace_back());
   if (stamp_) keep_rows(db_.path().string(), *stamp_, key, out);
 }
 

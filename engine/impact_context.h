@@ -73,6 +73,10 @@ class StoreCache {
   std::vector<OpsRow> ops_rows(int level, int64_t area_id, int64_t operation_id);
   // The same rows into `out` (cleared first), reusing its storage.
   void read_ops_rows(int level, int64_t area_id, int64_t operation_id, std::vector<OpsRow>& out);
+  // Reads one area's rows of all these operations (sorted, each once) in
+  // one query and keeps them for read_ops_rows. Nothing when the store's rows
+  // cannot be kept.
+  void prefetch_area(int level, int64_t area_id, const std::vector<int64_t>& operations);
   // `Activity Name`, HTML-escaped for the grids; throws when there is no row.
   const std::string& activity_name(int64_t activity_id);
   // `Norm_factor` (null is 0); throws when there is no row.
@@ -86,6 +90,7 @@ class StoreCache {
   Db db_;
   // The area query of each level, prepared once and rebound per area.
   std::array<std::unique_ptr<Statement>, 4> ops_queries_{};
+  std::array<std::unique_ptr<Statement>, 4> area_queries_{};  // prefetch_area's, per level
   std::unordered_map<int64_t, std::string> names_;
   std::unordered_map<int64_t, double> norm_factors_;
   std::unordered_map<int64_t, std::string> statements_;
@@ -187,6 +192,11 @@ std::string country_store_for(const std::string& nuts_code);
 
 // read_operation_settings on the command's stores.
 ScalingSettings read_settings(ImpactContext& ctx, int64_t operation_id, bool* in_file);
+
+// Reads the rows of every area of the region for all these operations, an
+// area at a time, so that calculating them one by one finds them read.
+// Failures are left to the calculation, which meets them again.
+void prefetch_region_rows(ImpactContext& ctx, std::vector<int64_t> operations);
 
 // get_impact_data_direct_MT's work; throws on any failure, before it has
 // changed the explorer state or the file.

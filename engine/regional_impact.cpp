@@ -1,5 +1,6 @@
 #include "engine/regional_impact.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <map>
@@ -112,10 +113,11 @@ namespace engine_detail {
 ScalingSettings read_settings(ImpactContext& ctx, int64_t operation_id, bool* in_file) {
   ScalingSettings st;
   {
-    auto rows = ctx.assessment().query(
-        "SELECT \"Scaling up technique\", \"ST Value\", \"Uptake\", \"TEA_Inc\", \"TEA_Factor\" "
-        "FROM \"Operations\" WHERE \"Operation ID\" = ? ORDER BY rowid LIMIT 1",
-        {Value(operation_id)});
+    Rows& rows = ctx.file_statement(
+                        "SELECT \"Scaling up technique\", \"ST Value\", \"Uptake\", \"TEA_Inc\", "
+                        "\"TEA_Factor\" FROM \"Operations\" WHERE \"Operation ID\" = ? ORDER BY "
+                        "rowid LIMIT 1")
+                     .query({Value(operation_id)});
     if (rows.next()) {
       st.technique = rows.get(0).as_int();
       st.st_value = rows.get(1).as_double();
@@ -319,6 +321,21 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
   return taken_up;
 }
 
+void prefetch_region_rows(ImpactContext& ctx, std::vector<int64_t> operations) {
+  std::sort(operations.begin(), operations.end());
+  operations.erase(std::unique(operations.begin(), operations.end()), operations.end());
+  if (operations.size() < 2) return;
+  try {
+    for (const RegionArea& region : ctx.regions()) {
+      if (region.level < 0 || region.level > 3) return;
+      ctx.store(country_store_for(region.code))
+          .prefetch_area(static_cast<int>(region.level), region.nuts_id, operations);
+    }
+  } catch (const std::exception&) {
+    // The calculation reads the same and reports what failed.
+  }
+}
+
 void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
   if (operation_id == 0) return;
   ExplorerState& ex = explorer_state();
@@ -354,9 +371,13 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
   AreaTable& pa = ex.production_area_table;
 
   std::vector<OpsRow> rows;  // one area's rows, the storage reused
+  std::string country;       // the country of ops_path
   for (const RegionArea& region : regions) {
     check_level(region);
-    ops_path = country_store_for(region.code);
+    if (region.code.size() < 2 || region.code.compare(0, 2, country) != 0) {
+      ops_path = country_store_for(region.code);
+      country = region.code.substr(0, 2);
+    }
     StoreCache& store = ctx.store(ops_path);
     const int level = static_cast<int>(region.level);
     // Exactly the row's level: an area without rows adds neither figures nor area.
