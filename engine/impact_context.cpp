@@ -158,34 +158,46 @@ StoreCache::~StoreCache() {
 
 namespace {
 
-// Keeps the rows of an area read from the store at `path` at `stamp`,
-// unless they hold text where a number is kept or there is no room.
-void keep_rows(const std::string& path, const FileStamp& stamp, const AreaKey& key,
-               const std::vector<OpsRow>& rows) {
-  std::vector<KeptRow> keep;
-  keep.reserve(rows.size());
-  for (const OpsRow& r : rows) {
-    KeptRow& k = keep.emplace_back();
-    if (!small_of(r.activity_id, k.activity_id) ||
-        !small_of(r.impact_category, k.impact_category) || !small_of(r.impact_max, k.impact_max) ||
-        !small_of(r.data_quality, k.data_quality))
-      return;
-    k.impact_type = r.impact_type;
-    k.cseq_years = r.cseq_years;
-    k.impact_value = r.impact_value;
-    k.field_size = r.field_size;
-    k.impact_area = r.impact_area;
-    k.refs = r.refs;
-  }
+// Keeps the rows of these areas read from the store at `path` at `stamp`,
+// as far as there is room.
+void store_kept(const std::string& path, const FileStamp& stamp,
+                std::vector<std::pair<AreaKey, std::vector<KeptRow>>>& areas) {
   KeptRows& kept = kept_rows();
   std::lock_guard lock(kept.mutex);
-  if (kept.rows + keep.size() > kKeptAreaRows) return;
   KeptStore& store = kept.stores[path];
   if (store.areas.empty()) store.stamp = stamp;
   // Another command may have kept the store at another stamp meanwhile.
   if (store.stamp != stamp) return;
-  const size_t n = keep.size();
-  if (store.areas.emplace(key, std::move(keep)).second) kept.rows += n;
+  for (auto& [key, rows] : areas) {
+    if (kept.rows + rows.size() > kKeptAreaRows) return;
+    const size_t n = rows.size();
+    if (store.areas.emplace(key, std::move(rows)).second) kept.rows += n;
+  }
+}
+
+// A row as kept; false when it holds text where a number is kept.
+bool kept_row_of(const OpsRow& r, KeptRow& k) {
+  if (!small_of(r.activity_id, k.activity_id) || !small_of(r.impact_category, k.impact_category) ||
+      !small_of(r.impact_max, k.impact_max) || !small_of(r.data_quality, k.data_quality))
+    return false;
+  k.impact_type = r.impact_type;
+  k.cseq_years = r.cseq_years;
+  k.impact_value = r.impact_value;
+  k.field_size = r.field_size;
+  k.impact_area = r.impact_area;
+  k.refs = r.refs;
+  return true;
+}
+
+// Keeps the rows of one area, unless one of them cannot be kept.
+void keep_rows(const std::string& path, const FileStamp& stamp, const AreaKey& key,
+               const std::vector<OpsRow>& rows) {
+  std::vector<std::pair<AreaKey, std::vector<KeptRow>>> area(1);
+  area[0].first = key;
+  area[0].second.resize(rows.size());
+  for (size_t i = 0; i < rows.size(); ++i)
+    if (!kept_row_of(rows[i], area[0].second[i])) return;
+  store_kept(path, stamp, area);
 }
 
 // The ten columns of an area row, from column `c` of the query on.
@@ -231,7 +243,9 @@ void StoreCache::prefetch_area(int level, int64_t area_id, const std::vector<int
         " = ? AND \"Operation ID\" BETWEEN ? AND ? ORDER BY \"Operation ID\", rowid"));
   }
   Rows& rows = st->query({Value(area_id), Value(operations.front()), Value(operations.back())});
-  std::vector<std::vector<OpsRow>> found(operations.size());
+  std::vector<std::vector<KeptRow>> found(operations.size());
+  std::vector<char> keepable(operations.size(), 1);
+  OpsRow row;
   while (rows.next()) {
     // The operation the row belongs to, as "Operation ID" = ? would match it.
     const Value id = rows.get(0);
@@ -247,10 +261,15 @@ void StoreCache::prefetch_area(int level, int64_t area_id, const std::vector<int
     }
     auto it = std::lower_bound(operations.begin(), operations.end(), op);
     if (it == operations.end() || *it != op) continue;
-    decode_area_row(rows, 1, found[static_cast<size_t>(it - operations.begin())].emplace_back());
+    const auto i = static_cast<size_t>(it - operations.begin());
+    decode_area_row(rows, 1, row);
+    if (keepable[i] && !kept_row_of(row, found[i].emplace_back())) keepable[i] = 0;
   }
+  std::vector<std::pair<AreaKey, std::vector<KeptRow>>> keep;
+  keep.reserve(operations.size());
   for (size_t i = 0; i < operations.size(); ++i)
-    keep_rows(db_.path().string(), *stamp_, {level, area_id, operations[i]}, found[i]);
+    if (keepable[i]) keep.emplace_back(AreaKey{level, area_id, operations[i]}, std::move(found[i]));
+  store_kept(db_.path().string(), *stamp_, keep);
 }
 
 std::vector<OpsRow> StoreCache::ops_rows(int level, int64_t area_id, int64_t operation_id) {
