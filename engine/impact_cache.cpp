@@ -1,5 +1,7 @@
 #include "engine/impact_cache.h"
 
+#include <sqlite3.h>
+
 #include <array>
 #include <functional>
 #include <map>
@@ -187,14 +189,30 @@ void save_impact(ImpactContext& ctx, int64_t operation_id) {
   Db& db = ctx.assessment();
   std::optional<Transaction> tx;
   if (!ctx.in_transaction) tx.emplace(db);
-  ctx.file_statement("DELETE FROM \"Activity-Impact data\" WHERE \"Operation ID\" = ?").run({op});
-  Statement& insert_activity =
-      ctx.file_statement(insert_sql("Activity-Impact data", kActivityColumns));
-  for (const auto& row : activity_rows) insert_activity.run(row);
-  ctx.file_statement("DELETE FROM \"Operation-Impact data\" WHERE \"Operation ID\" = ?").run({op});
-  Statement& insert_operation =
-      ctx.file_statement(insert_sql("Operation-Impact data", kOperationColumns));
-  for (const auto& row : operation_rows) insert_operation.run(row);
+  // The operation's rows of a table give way to the new ones. Inside a
+  // recalculation the rows of each operation are known (found by one scan,
+  // then followed through its own writes) and go by rowid, not by a scan of
+  // the table for every operation.
+  auto replace = [&](const std::string& table, const std::vector<std::string>& columns,
+                     const std::vector<std::vector<Value>>& rows) {
+    Statement& insert = ctx.file_statement(insert_sql(table, columns));
+    if (!ctx.in_transaction) {
+      ctx.file_statement("DELETE FROM " + quote_name(table) + " WHERE \"Operation ID\" = ?")
+          .run({op});
+      for (const auto& row : rows) insert.run(row);
+      return;
+    }
+    std::vector<int64_t>& rowids = ctx.operation_rowids(table, operation_id);
+    Statement& remove = ctx.file_statement("DELETE FROM " + quote_name(table) + " WHERE rowid = ?");
+    for (int64_t rowid : rowids) remove.run({Value(rowid)});
+    rowids.clear();
+    for (const auto& row : rows) {
+      insert.run(row);
+      rowids.push_back(static_cast<int64_t>(sqlite3_last_insert_rowid(db.handle())));
+    }
+  };
+  replace("Activity-Impact data", kActivityColumns, activity_rows);
+  replace("Operation-Impact data", kOperationColumns, operation_rows);
   // Recorded for the whole file, though only this operation was saved: intended.
   ctx.file_statement("UPDATE \"Version\" SET \"Carbon seq included\" = ?")
       .run({Value(session().cseq_included)});

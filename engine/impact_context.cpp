@@ -93,6 +93,18 @@ KeptRows& kept_rows() {
   return kept;
 }
 
+// The whole number a stored key equals, as "key = ?" with an integer would
+// match it; none for text, null and fractions.
+std::optional<int64_t> whole_key(const Rows& rows, int c) {
+  const Value v = rows.get(c);
+  if (v.is_int()) return std::get<int64_t>(v.raw());
+  if (v.is_real()) {
+    const double d = std::get<double>(v.raw());
+    if (std::trunc(d) == d && std::fabs(d) < 9.2e18) return static_cast<int64_t>(d);
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<FileStamp> stamp_of(const std::string& path) {
@@ -248,19 +260,10 @@ void StoreCache::prefetch_area(int level, int64_t area_id, const std::vector<int
   OpsRow row;
   while (rows.next()) {
     // The operation the row belongs to, as "Operation ID" = ? would match it.
-    const Value id = rows.get(0);
-    int64_t op = 0;
-    if (id.is_int()) {
-      op = std::get<int64_t>(id.raw());
-    } else if (id.is_real()) {
-      const double d = std::get<double>(id.raw());
-      if (std::trunc(d) != d) continue;
-      op = static_cast<int64_t>(d);
-    } else {
-      continue;
-    }
-    auto it = std::lower_bound(operations.begin(), operations.end(), op);
-    if (it == operations.end() || *it != op) continue;
+    const std::optional<int64_t> op = whole_key(rows, 0);
+    if (!op) continue;
+    auto it = std::lower_bound(operations.begin(), operations.end(), *op);
+    if (it == operations.end() || *it != *op) continue;
     const auto i = static_cast<size_t>(it - operations.begin());
     decode_area_row(rows, 1, row);
     if (keepable[i] && !kept_row_of(row, found[i].emplace_back())) keepable[i] = 0;
@@ -353,6 +356,21 @@ StoreCache& ImpactContext::store(const std::string& path) {
   auto it = stores_.find(path);
   if (it == stores_.end()) it = stores_.emplace(path, std::make_unique<StoreCache>(path)).first;
   return *it->second;
+}
+
+std::vector<int64_t>& ImpactContext::operation_rowids(const std::string& table,
+                                                      int64_t operation_id) {
+  auto it = rowids_.find(table);
+  if (it == rowids_.end()) {
+    it = rowids_.emplace(table, std::unordered_map<int64_t, std::vector<int64_t>>()).first;
+    auto rows = assessment().query("SELECT rowid, \"Operation ID\" FROM " + quote_name(table) +
+                                   " ORDER BY rowid");
+    // The rows "Operation ID" = ? finds for a whole number.
+    while (rows.next())
+      if (const std::optional<int64_t> id = whole_key(rows, 1))
+        it->second[*id].push_back(rows.get_int(0));
+  }
+  return it->second[operation_id];
 }
 
 const std::vector<RegionArea>& ImpactContext::regions() {

@@ -166,6 +166,11 @@ class ImpactContext {
   Db& assessment();
   // The store at a path, opened on first use.
   StoreCache& store(const std::string& path);
+  // The rowids of an operation's rows in a table of the file, found by one
+  // scan of the table on first use; the caller keeps the list up to date
+  // with its own writes. Only for a command that holds the file in one
+  // transaction, so that no other writer comes between.
+  std::vector<int64_t>& operation_rowids(const std::string& table, int64_t operation_id);
   // The file's Regions, read on first use: a command does not change them.
   const std::vector<RegionArea>& regions();
   // A statement on the assessment file, prepared on first use and kept for
@@ -181,6 +186,7 @@ class ImpactContext {
  private:
   std::optional<Db> assessment_;
   std::optional<std::vector<RegionArea>> regions_;
+  std::map<std::string, std::unordered_map<int64_t, std::vector<int64_t>>> rowids_;
   std::map<std::string, std::unique_ptr<StoreCache>> stores_;
   // Declared after the file: its statements are finalized before it closes.
   std::map<std::string, Statement> file_statements_;
