@@ -154,7 +154,7 @@ StoreCache::StoreCache(const std::string& path)
   std::lock_guard lock(kept.mutex);
   auto it = kept.stores.find(path);
   if (it != kept.stores.end() && it->second.stamp != *stamp_) {
-    for (const auto& [key, rows] : it->second.areas) kept.rows -= rows.size();
+    for (const auto& [key, rows] : it->second.areas) kept.rows -= std::max<size_t>(rows.size(), 1);
     kept.stores.erase(it);
   }
 }
@@ -181,8 +181,9 @@ void store_kept(const std::string& path, const FileStamp& stamp,
   // Another command may have kept the store at another stamp meanwhile.
   if (store.stamp != stamp) return;
   for (auto& [key, rows] : areas) {
-    if (kept.rows + rows.size() > kKeptAreaRows) return;
-    const size_t n = rows.size();
+    // An area without rows counts as one, so that the entries stay bounded too.
+    const size_t n = std::max<size_t>(rows.size(), 1);
+    if (kept.rows + n > kKeptAreaRows) return;
     if (store.areas.emplace(key, std::move(rows)).second) kept.rows += n;
   }
 }

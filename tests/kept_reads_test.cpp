@@ -10,6 +10,7 @@
 
 #include "core/numbers.h"
 #include "engine/explorer_state.h"
+#include "engine/impact_cache.h"
 #include "engine/impact_context.h"
 #include "engine/regional_impact.h"
 #include "engine/stored_figures.h"
@@ -168,6 +169,37 @@ TEST_F(KeptReadsTest, RegionalAreaSeesEveryChangeOfTheFileAndTheStore) {
   EXPECT_EQ(get_operation_tot_reg_area(ui_, 50, 2, 5, total), ImpactStatus::failed);
   EXPECT_EQ(get_operation_tot_reg_area(ui_, 50, 2, 5, total), ImpactStatus::failed);
   EXPECT_EQ(ui_.messages.size(), 2u);
+}
+
+TEST_F(KeptReadsTest, RecalculationReplacesTheRowsOfEachOperationOnly) {
+  // Operation 7 twice in the file, an operation without a calculation, and
+  // stored rows that no operation's key matches.
+  file_db_->insert(
+      "Operations",
+      {"Operation ID", "Operation Name", "Scaling up technique", "ST Value", "Uptake", "TEA_Inc"},
+      {int64_t{7}, "Op 7 again", 1, 100.0, 100.0, 1});
+  file_db_->insert("Operations", {"Operation ID", "Operation Name"}, {int64_t{9}, "Op 9"});
+  add_ops({.area = 1, .op = 9, .value = 4, .impact_area = 100});
+  for (Value op : {Value(int64_t{7}), Value(int64_t{8}), Value("x"), Value()})
+    file_db_->insert("Activity-Impact data", {"Operation ID", "Activity ID", "Impact type"},
+                     {op, int64_t{99}, 1});
+  auto count = [&](const char* where) {
+    return file_value("SELECT count(*) FROM \"Activity-Impact data\" WHERE " + std::string(where))
+        .as_int();
+  };
+  for (int run = 0; run < 2; ++run) {
+    SCOPED_TRACE(run);
+    ASSERT_EQ(data_update(ui_, {}, true), ImpactStatus::done);
+    // One GHG activity over seven horizons each: 7 calculated twice leaves
+    // one set of rows.
+    EXPECT_EQ(count("\"Operation ID\" = 7"), 7);
+    EXPECT_EQ(count("\"Operation ID\" = 9"), 7);
+    EXPECT_EQ(count("\"Activity ID\" = 99"), 3);  // 8, "x" and null stay
+    EXPECT_EQ(file_value("SELECT \"Regional impact total\" FROM \"Activity-Impact data\" "
+                         "WHERE \"Operation ID\" = 7 AND \"Time horizon\" = 1")
+                  .as_double(),
+              2);  // 10 × 50 % × 40 %: the settings of 7's first row, both times
+  }
 }
 
 TEST_F(KeptReadsTest, StampsMoveWithEveryChangeAndNotWithReads) {
