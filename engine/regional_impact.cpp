@@ -124,6 +124,9 @@ ScalingSettings read_settings(ImpactContext& ctx, int64_t operation_id, bool* in
       st.uptake = rows.get(2).as_double();
       st.tea_inc = rows.get(3).as_int();
       st.tea_factor = rows.get(4).as_double();
+      // Steps past the one row: a statement left open would hold back the
+      // commit of the file's next write outside a transaction.
+      rows.next();
       if (in_file) *in_file = true;
       return st;
     }
