@@ -11,6 +11,7 @@
 #include "engine/explorer_state.h"
 #include "engine/impact_cache.h"
 #include "engine/impact_summaries.h"
+#include "engine/regional_impact.h"
 #include "reports/aggregation.h"
 #include "reports/explorer_window.h"
 #include "reports/mac_curves.h"
@@ -148,6 +149,23 @@ void BM_operation_impact(benchmark::State& state) {
 }
 BENCHMARK(BM_operation_impact)->Unit(benchmark::kMillisecond);
 
+// The same, each time as the first calculation after start-up: the store's
+// rows are not kept from the run before.
+void BM_operation_impact_first(benchmark::State& state) {
+  country();
+  SilentUi ui;
+  arven::explorer_state().current_operation_id = 42;
+  for (auto _ : state) {
+    state.PauseTiming();
+    arven::forget_kept_store_rows();
+    state.ResumeTiming();
+    if (arven::operation_impact(ui) != arven::ImpactStatus::done) state.SkipWithError("failed");
+    benchmark::DoNotOptimize(arven::explorer_state().op_total_area);
+  }
+  report_peak_memory(state);
+}
+BENCHMARK(BM_operation_impact_first)->Unit(benchmark::kMillisecond);
+
 // A recalculation of all 100 chosen operations through recalc_list, each
 // calculated and saved, in one transaction.
 void BM_data_update_100(benchmark::State& state) {
@@ -162,6 +180,23 @@ void BM_data_update_100(benchmark::State& state) {
   report_peak_memory(state);
 }
 BENCHMARK(BM_data_update_100)->Unit(benchmark::kMillisecond);
+
+// The same, each time as the first recalculation after start-up.
+void BM_data_update_100_first(benchmark::State& state) {
+  country();
+  SilentUi ui;
+  for (auto _ : state) {
+    state.PauseTiming();
+    arven::forget_kept_store_rows();
+    auto& list = arven::explorer_state().recalc_list;
+    list.clear();
+    for (int op = 1; op <= kOperations; ++op) list.push_back(op);
+    state.ResumeTiming();
+    if (arven::data_update(ui) != arven::ImpactStatus::done) state.SkipWithError("failed");
+  }
+  report_peak_memory(state);
+}
+BENCHMARK(BM_data_update_100_first)->Unit(benchmark::kMillisecond);
 
 // The stored figures of all 100 chosen operations, once per run.
 void ensure_figures() {

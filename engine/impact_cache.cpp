@@ -1,5 +1,7 @@
 #include "engine/impact_cache.h"
 
+#include <sqlite3.h>
+
 #include <array>
 #include <functional>
 #include <map>
@@ -72,6 +74,17 @@ const std::vector<std::string> kOperationColumns = {
     "Operation ID",          "Impact type",  "Regional impact ha",
     "Regional impact total", "Time horizon", "Regional risk reduction total",
     "Data_Quality",          "Refs"};
+
+// The statement that Db::insert runs for a row of these columns.
+std::string insert_sql(std::string_view table, const std::vector<std::string>& columns) {
+  std::string sql = "INSERT INTO " + quote_name(table) + " (";
+  std::string marks;
+  for (size_t i = 0; i < columns.size(); ++i) {
+    sql += (i ? ", " : "") + quote_name(columns[i]);
+    marks += i ? ", ?" : "?";
+  }
+  return sql + ") VALUES (" + marks + ")";
+}
 
 int horizon_index(int64_t years) {
   for (size_t h = 0; h < kHorizonYears.size(); ++h)
@@ -176,12 +189,33 @@ void save_impact(ImpactContext& ctx, int64_t operation_id) {
   Db& db = ctx.assessment();
   std::optional<Transaction> tx;
   if (!ctx.in_transaction) tx.emplace(db);
-  db.exec("DELETE FROM \"Activity-Impact data\" WHERE \"Operation ID\" = ?", {op});
-  for (const auto& row : activity_rows) db.insert("Activity-Impact data", kActivityColumns, row);
-  db.exec("DELETE FROM \"Operation-Impact data\" WHERE \"Operation ID\" = ?", {op});
-  for (const auto& row : operation_rows) db.insert("Operation-Impact data", kOperationColumns, row);
+  // The operation's rows of a table give way to the new ones. Inside a
+  // recalculation the rows of each operation are known (found by one scan,
+  // then followed through its own writes) and go by rowid, not by a scan of
+  // the table for every operation.
+  auto replace = [&](const std::string& table, const std::vector<std::string>& columns,
+                     const std::vector<std::vector<Value>>& rows) {
+    Statement& insert = ctx.file_statement(insert_sql(table, columns));
+    if (!ctx.in_transaction) {
+      ctx.file_statement("DELETE FROM " + quote_name(table) + " WHERE \"Operation ID\" = ?")
+          .run({op});
+      for (const auto& row : rows) insert.run(row);
+      return;
+    }
+    std::vector<int64_t>& rowids = ctx.operation_rowids(table, operation_id);
+    Statement& remove = ctx.file_statement("DELETE FROM " + quote_name(table) + " WHERE rowid = ?");
+    for (int64_t rowid : rowids) remove.run({Value(rowid)});
+    rowids.clear();
+    for (const auto& row : rows) {
+      insert.run(row);
+      rowids.push_back(static_cast<int64_t>(sqlite3_last_insert_rowid(db.handle())));
+    }
+  };
+  replace("Activity-Impact data", kActivityColumns, activity_rows);
+  replace("Operation-Impact data", kOperationColumns, operation_rows);
   // Recorded for the whole file, though only this operation was saved: intended.
-  db.exec("UPDATE \"Version\" SET \"Carbon seq included\" = ?", {Value(session().cseq_included)});
+  ctx.file_statement("UPDATE \"Version\" SET \"Carbon seq included\" = ?")
+      .run({Value(session().cseq_included)});
   if (tx) tx->commit();
 
   ex.ref_list = std::move(ref_list);
@@ -458,6 +492,9 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) 
       ui.navigate("explorer", "summary.htm");
       Transaction tx(db);
       ctx.in_transaction = true;
+      std::vector<int64_t> ids;
+      for (const auto& op : operations) ids.push_back(op.first);
+      engine_detail::prefetch_region_rows(ctx, ids);
       const int count = static_cast<int>(operations.size());
       for (int i = 0; i < count; ++i) {
         const auto& [id, name] = operations[static_cast<size_t>(i)];

@@ -6,6 +6,7 @@
 // report.
 
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <exception>
 #include <map>
@@ -37,9 +38,30 @@ struct OpsRow {
   double impact_area = 0;
 };
 
+// What the committed content of a store file is known by: its file (device
+// and inode, so a store renamed into place is told apart), size and
+// modification time, and the change counter in its header, which every
+// commit moves. None for a file that cannot be read, in WAL mode (whose
+// commits leave the counter alone) or with a journal beside it (a write
+// under way or interrupted).
+struct FileStamp {
+  uint64_t device = 0, inode = 0;
+  int64_t size = 0;
+  int64_t modified_ns = 0;
+  uint32_t change_counter = 0;
+  bool operator==(const FileStamp&) const = default;
+};
+std::optional<FileStamp> stamp_of(const std::string& path);
+
 // A CountryStore (or RVC store) opened for the length of a command, with the
 // activity and RVC lookups it answered so far. The store is not written
 // during a command, so an answer once read stays right.
+//
+// The area rows it reads are also kept between commands, for the same
+// store as long as its stamp is unchanged, up to kKeptAreaRows rows in all
+// (areas read after that are read again each time). The stamp is taken
+// while the command's read transaction holds the store, so no commit can
+// come between it and the rows.
 class StoreCache {
  public:
   explicit StoreCache(const std::string& path);
@@ -49,6 +71,12 @@ class StoreCache {
   Db& db() { return db_; }
   // The rows of one area and operation at NUTS level k, in table order.
   std::vector<OpsRow> ops_rows(int level, int64_t area_id, int64_t operation_id);
+  // The same rows into `out` (cleared first), reusing its storage.
+  void read_ops_rows(int level, int64_t area_id, int64_t operation_id, std::vector<OpsRow>& out);
+  // Reads one area's rows of all these operations (sorted, each once) in
+  // one query and keeps them for read_ops_rows. Nothing when the store's rows
+  // cannot be kept.
+  void prefetch_area(int level, int64_t area_id, const std::vector<int64_t>& operations);
   // `Activity Name`, HTML-escaped for the grids; throws when there is no row.
   const std::string& activity_name(int64_t activity_id);
   // `Norm_factor` (null is 0); throws when there is no row.
@@ -57,13 +85,29 @@ class StoreCache {
   const std::string& risk_statement(int64_t rvc_id);
 
  private:
+  // Taken before the store is opened; none: nothing is kept for later commands.
+  std::optional<FileStamp> stamp_;
   Db db_;
   // The area query of each level, prepared once and rebound per area.
   std::array<std::unique_ptr<Statement>, 4> ops_queries_{};
+  std::array<std::unique_ptr<Statement>, 4> area_queries_{};  // prefetch_area's, per level
   std::unordered_map<int64_t, std::string> names_;
   std::unordered_map<int64_t, double> norm_factors_;
   std::unordered_map<int64_t, std::string> statements_;
 };
+
+// round_half_even(x, 0) without going through decimal digits: the nearest
+// whole number to the binary value, an exact tie to the even one (the
+// default rounding mode), and +0 for a zero of either sign.
+inline double round_whole(double x) {
+  return x == 0 ? 0.0 : std::nearbyint(x);
+}
+
+// The most area rows kept between commands, over all stores (some 150 bytes
+// each).
+inline constexpr size_t kKeptAreaRows = 400000;
+// Forgets every kept area row.
+void forget_kept_area_rows();
 
 // Running data-quality sums and counts: GHG, adaptation, production, overall.
 struct QualityTally {
@@ -122,6 +166,16 @@ class ImpactContext {
   Db& assessment();
   // The store at a path, opened on first use.
   StoreCache& store(const std::string& path);
+  // The rowids of an operation's rows in a table of the file, found by one
+  // scan of the table on first use; the caller keeps the list up to date
+  // with its own writes. Only for a command that holds the file in one
+  // transaction, so that no other writer comes between.
+  std::vector<int64_t>& operation_rowids(const std::string& table, int64_t operation_id);
+  // The file's Regions, read on first use: a command does not change them.
+  const std::vector<RegionArea>& regions();
+  // A statement on the assessment file, prepared on first use and kept for
+  // the command.
+  Statement& file_statement(const std::string& sql);
 
   // Set while a recalculation holds the assessment file in one transaction:
   // the steps then write inside it and open none of their own.
@@ -131,7 +185,11 @@ class ImpactContext {
 
  private:
   std::optional<Db> assessment_;
+  std::optional<std::vector<RegionArea>> regions_;
+  std::map<std::string, std::unordered_map<int64_t, std::vector<int64_t>>> rowids_;
   std::map<std::string, std::unique_ptr<StoreCache>> stores_;
+  // Declared after the file: its statements are finalized before it closes.
+  std::map<std::string, Statement> file_statements_;
 };
 
 // The path of the CountryStore for a NUTS code; throws ImpactError for a code
@@ -140,6 +198,11 @@ std::string country_store_for(const std::string& nuts_code);
 
 // read_operation_settings on the command's stores.
 ScalingSettings read_settings(ImpactContext& ctx, int64_t operation_id, bool* in_file);
+
+// Reads the rows of every area of the region for all these operations, an
+// area at a time, so that calculating them one by one finds them read.
+// Failures are left to the calculation, which meets them again.
+void prefetch_region_rows(ImpactContext& ctx, std::vector<int64_t> operations);
 
 // get_impact_data_direct_MT's work; throws on any failure, before it has
 // changed the explorer state or the file.

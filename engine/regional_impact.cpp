@@ -1,7 +1,12 @@
 #include "engine/regional_impact.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <map>
+#include <mutex>
+#include <optional>
+#include <tuple>
 #include <utility>
 
 #include "core/numbers.h"
@@ -12,9 +17,12 @@
 
 namespace arven {
 
+using engine_detail::FileStamp;
 using engine_detail::ImpactContext;
 using engine_detail::OpsRow;
 using engine_detail::QualityTally;
+using engine_detail::round_whole;
+using engine_detail::stamp_of;
 using engine_detail::StoreCache;
 
 // ---- scaling ------------------------------------------------------------------
@@ -105,16 +113,20 @@ namespace engine_detail {
 ScalingSettings read_settings(ImpactContext& ctx, int64_t operation_id, bool* in_file) {
   ScalingSettings st;
   {
-    auto rows = ctx.assessment().query(
-        "SELECT \"Scaling up technique\", \"ST Value\", \"Uptake\", \"TEA_Inc\", \"TEA_Factor\" "
-        "FROM \"Operations\" WHERE \"Operation ID\" = ? ORDER BY rowid LIMIT 1",
-        {Value(operation_id)});
+    Rows& rows = ctx.file_statement(
+                        "SELECT \"Scaling up technique\", \"ST Value\", \"Uptake\", \"TEA_Inc\", "
+                        "\"TEA_Factor\" FROM \"Operations\" WHERE \"Operation ID\" = ? ORDER BY "
+                        "rowid LIMIT 1")
+                     .query({Value(operation_id)});
     if (rows.next()) {
       st.technique = rows.get(0).as_int();
       st.st_value = rows.get(1).as_double();
       st.uptake = rows.get(2).as_double();
       st.tea_inc = rows.get(3).as_int();
       st.tea_factor = rows.get(4).as_double();
+      // Steps past the one row: a statement left open would hold back the
+      // commit of the file's next write outside a transaction.
+      rows.next();
       if (in_file) *in_file = true;
       return st;
     }
@@ -256,8 +268,7 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
   for (const OpsRow& row : rows) {
     if (!is_ghg(row) || row.cseq_years > 0) continue;
     AreaRow& r = new_area_row(ga, row, store);
-    for (size_t h = 0; h < 7; ++h)
-      r.totals[h] = round_half_even(row.impact_value * kHorizonYears[h], 0);
+    for (size_t h = 0; h < 7; ++h) r.totals[h] = round_whole(row.impact_value * kHorizonYears[h]);
     r.cseq = "0";
     quality.take(row, QualityTally::ghg, r);
   }
@@ -274,7 +285,7 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
       }
     if (!r) r = &new_area_row(ga, row, store);
     for (size_t h = 0; h < 7; ++h)
-      if (kHorizonYears[h] == row.cseq_years) r->totals[h] = round_half_even(row.impact_value, 0);
+      if (kHorizonYears[h] == row.cseq_years) r->totals[h] = round_whole(row.impact_value);
     r->cseq = "1";
     quality.take(row, QualityTally::ghg, *r);
   }
@@ -284,7 +295,7 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
     AreaRow& r = new_area_row(aa, row, store);
     r.category = row.impact_category.as_text();
     r.category_key = cell_to_number(r.category);
-    r.totals[0] = round_half_even(row.impact_value, 0);
+    r.totals[0] = round_whole(row.impact_value);
     r.max = row.impact_max.is_empty() ? 0 : row.impact_max.as_double();
     quality.take(row, QualityTally::adaptation, r);
   }
@@ -293,7 +304,7 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
     if (row.impact_type != 4) continue;
     const double p = row.impact_value * store.norm_factor(row.activity_id.as_int());
     AreaRow& r = new_area_row(pa, row, store);
-    for (size_t h = 0; h < 7; ++h) r.totals[h] = round_half_even(p * kHorizonYears[h], 0);
+    for (size_t h = 0; h < 7; ++h) r.totals[h] = round_whole(p * kHorizonYears[h]);
     quality.take(row, QualityTally::production, r);
   }
 
@@ -313,6 +324,21 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
   return taken_up;
 }
 
+void prefetch_region_rows(ImpactContext& ctx, std::vector<int64_t> operations) {
+  std::sort(operations.begin(), operations.end());
+  operations.erase(std::unique(operations.begin(), operations.end()), operations.end());
+  if (operations.size() < 2) return;
+  try {
+    for (const RegionArea& region : ctx.regions()) {
+      if (region.level < 0 || region.level > 3) return;
+      ctx.store(country_store_for(region.code))
+          .prefetch_area(static_cast<int>(region.level), region.nuts_id, operations);
+    }
+  } catch (const std::exception&) {
+    // The calculation reads the same and reports what failed.
+  }
+}
+
 void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
   if (operation_id == 0) return;
   ExplorerState& ex = explorer_state();
@@ -327,7 +353,7 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
 
   bool in_file = false;
   const ScalingSettings st = read_settings(ctx, operation_id, &in_file);
-  const std::vector<RegionArea> regions = read_regions(ctx.assessment());
+  const std::vector<RegionArea>& regions = ctx.regions();
   if (regions.empty()) {
     reset_ghg_activity_table(ex.ghg_activity_table);
     reset_adaptation_activity_table(ex.adaptation_activity_table);
@@ -347,13 +373,18 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
   AreaTable& aa = ex.adaptation_area_table;
   AreaTable& pa = ex.production_area_table;
 
+  std::vector<OpsRow> rows;  // one area's rows, the storage reused
+  std::string country;       // the country of ops_path
   for (const RegionArea& region : regions) {
     check_level(region);
-    ops_path = country_store_for(region.code);
+    if (region.code.size() < 2 || region.code.compare(0, 2, country) != 0) {
+      ops_path = country_store_for(region.code);
+      country = region.code.substr(0, 2);
+    }
     StoreCache& store = ctx.store(ops_path);
     const int level = static_cast<int>(region.level);
     // Exactly the row's level: an area without rows adds neither figures nor area.
-    const std::vector<OpsRow> rows = store.ops_rows(level, region.nuts_id, operation_id);
+    store.read_ops_rows(level, region.nuts_id, operation_id, rows);
     area_sum +=
         scale_area_rows(rows, store, st, operation_id, region.code, carry, {ga, aa, pa}, quality);
 
@@ -365,8 +396,8 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
   // Every row read counts once: an activity seen in ten areas weighs ten times.
   const double op_total_area = area_sum;
   if (in_file)
-    ctx.assessment().exec("UPDATE \"Operations\" SET \"TArea\" = ? WHERE \"Operation ID\" = ?",
-                          {Value(op_total_area), Value(operation_id)});
+    ctx.file_statement("UPDATE \"Operations\" SET \"TArea\" = ? WHERE \"Operation ID\" = ?")
+        .run({Value(op_total_area), Value(operation_id)});
 
   GridTable ghg_table, adaptation_table, production_table;
   reset_ghg_activity_table(ghg_table);
@@ -423,6 +454,10 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
 
 }  // namespace engine_detail
 
+void forget_kept_store_rows() {
+  engine_detail::forget_kept_area_rows();
+}
+
 ImpactStatus get_impact_data_direct_MT(Ui& ui, int64_t operation_id) {
   try {
     ImpactContext ctx;
@@ -434,16 +469,46 @@ ImpactStatus get_impact_data_direct_MT(Ui& ui, int64_t operation_id) {
   }
 }
 
-ImpactStatus get_operation_tot_reg_area(Ui& ui, double uptake, int64_t technique, double st_value,
-                                        double& total) {
-  total = 0;
-  try {
+// ---- the regional area, cached between calls ---------------------------------------
+
+namespace {
+
+// The reads of get_operation_tot_reg_area that the aggregation and the cost
+// curves repeat for every operation: the file's Regions, and each area's
+// average field size from its country store.
+struct AreaReads {
+  std::mutex mutex;
+  std::optional<FileStamp> file;
+  std::vector<RegionArea> regions;
+  std::map<std::string, FileStamp> stores;  // path -> stamp the sizes below were read at
+  std::map<std::tuple<std::string, int64_t, int64_t>, double> field_sizes;
+};
+
+AreaReads& area_reads() {
+  static AreaReads reads;
+  return reads;
+}
+
+double regional_area(double uptake, int64_t technique, double st_value) {
+  AreaReads& reads = area_reads();
+  std::lock_guard lock(reads.mutex);
+  {
     ImpactContext ctx;
+    // The regions of the file as last read, while the file is unchanged.
+    const std::string& path = session().current_file;
+    const std::optional<FileStamp> stamp = stamp_of(path);
+    if (!stamp || reads.file != stamp) {
+      reads.file.reset();
+      reads.regions = read_regions(ctx.assessment());
+      reads.file = stamp;
+    }
     // No guard for an empty region: the reports come here only with one.
     double sum = 0;
     // One prepared field-size query per store and level for the whole walk.
     std::map<std::pair<std::string, int64_t>, Statement> field_queries;
-    for (const RegionArea& region : read_regions(ctx.assessment())) {
+    // Each store's stamp, taken once per call; nullopt: not kept between calls.
+    std::map<std::string, std::optional<FileStamp>> store_stamps;
+    for (const RegionArea& region : reads.regions) {
       double a = region.sqkm * 100;  // km² to hectares
       a = a * (uptake / 100);
       if (technique == 1) {
@@ -451,21 +516,44 @@ ImpactStatus get_operation_tot_reg_area(Ui& ui, double uptake, int64_t technique
       } else if (technique == 2) {
         check_level(region);
         const std::string level = std::to_string(region.level);
-        const std::string path = engine_detail::country_store_for(region.code);
-        Db& store = ctx.store(path).db();
-        auto query = field_queries.find({path, region.level});
-        if (query == field_queries.end())
-          query =
-              field_queries
-                  .emplace(std::make_pair(path, region.level),
-                           store.prepare_statement("SELECT \"AV_FS\" FROM \"NUTS" + level +
-                                                   "\" WHERE \"NUTS" + level + "_ID\" = ? LIMIT 1"))
-                  .first;
-        Rows& rows = query->second.query({Value(region.nuts_id)});
-        if (!rows.next())
-          store.fail("table \"NUTS" + level + "\" has no row where \"NUTS" + level +
-                     "_ID\" = " + std::to_string(region.nuts_id));
-        const double field = rows.get(0).as_double();
+        const std::string store_path = engine_detail::country_store_for(region.code);
+        auto stamped = store_stamps.find(store_path);
+        if (stamped == store_stamps.end()) {
+          stamped = store_stamps.emplace(store_path, stamp_of(store_path)).first;
+          auto kept = reads.stores.find(store_path);
+          if (!stamped->second || kept == reads.stores.end() || kept->second != *stamped->second) {
+            // Read again: forget this store's sizes.
+            std::erase_if(reads.field_sizes, [&](const auto& entry) {
+              return std::get<0>(entry.first) == store_path;
+            });
+            if (stamped->second)
+              reads.stores[store_path] = *stamped->second;
+            else
+              reads.stores.erase(store_path);
+          }
+        }
+        const auto key = std::make_tuple(store_path, region.level, region.nuts_id);
+        auto known = reads.field_sizes.find(key);
+        double field = 0;
+        if (known != reads.field_sizes.end()) {
+          field = known->second;
+        } else {
+          Db& store = ctx.store(store_path).db();
+          auto query = field_queries.find({store_path, region.level});
+          if (query == field_queries.end())
+            query = field_queries
+                        .emplace(std::make_pair(store_path, region.level),
+                                 store.prepare_statement("SELECT \"AV_FS\" FROM \"NUTS" + level +
+                                                         "\" WHERE \"NUTS" + level +
+                                                         "_ID\" = ? LIMIT 1"))
+                        .first;
+          Rows& rows = query->second.query({Value(region.nuts_id)});
+          if (!rows.next())
+            store.fail("table \"NUTS" + level + "\" has no row where \"NUTS" + level +
+                       "_ID\" = " + std::to_string(region.nuts_id));
+          field = rows.get(0).as_double();
+          if (stamped->second) reads.field_sizes.emplace(key, field);
+        }
         if (field == 0)
           throw ImpactError("Cannot calculate regional area",
                             "The area " + region.code +
@@ -476,7 +564,17 @@ ImpactStatus get_operation_tot_reg_area(Ui& ui, double uptake, int64_t technique
       }
       sum += a;
     }
-    total = sum;
+    return sum;
+  }
+}
+
+}  // namespace
+
+ImpactStatus get_operation_tot_reg_area(Ui& ui, double uptake, int64_t technique, double st_value,
+                                        double& total) {
+  total = 0;
+  try {
+    total = regional_area(uptake, technique, st_value);
     return ImpactStatus::done;
   } catch (const std::exception& e) {
     engine_detail::report_failure(ui, e);

@@ -101,6 +101,11 @@ void reset_production_activity_table(GridTable& table);
 // shown, the file and the explorer state stay as they were, status failed.
 ImpactStatus get_impact_data_direct_MT(Ui& ui, int64_t operation_id);
 
+// Forgets the country-store rows that calculations keep between commands
+// (they stay valid while the store is unchanged); the next calculation
+// reads them again, as a first one does.
+void forget_kept_store_rows();
+
 // The hectares of the region that an operation would occupy, worked from
 // each area's whole land (NUTS AREA of Regions) rather than its impact area:
 // uptake first, then st_value percent (technique 1) or the boundary share of

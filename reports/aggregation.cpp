@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,8 @@
 #include "core/numbers.h"
 #include "core/session.h"
 #include "engine/impact_context.h"
+#include "engine/regional_impact.h"
+#include "engine/stored_figures.h"
 #include "reports/explorer_window.h"
 #include "reports/export.h"
 #include "reports/mac_curves.h"
@@ -81,36 +84,29 @@ struct ChosenOperation {
 struct Pass {
   int impact_type;
   bool with_horizon;
-  const char* field;
+  Value StoredFigures::Row::*field;
   int ag_column;
   GridTable* costs;    // the measure table of the cost curves; none for production
   bool adaptation;     // costs taken with the sign reversed
   int measure_places;  // rounding of the measure row's cell in AgGrid1
 };
 
-void run_pass(Ui& ui, const Db& file, const Pass& pass, const std::vector<ChosenOperation>& ops,
-              const std::map<int64_t, int>& row_of, GridTable& ag) {
+void run_pass(Ui& ui, const Db& file, const StoredFigures& figures, const Pass& pass,
+              const std::vector<ChosenOperation>& ops, const std::map<int64_t, int>& row_of,
+              GridTable& ag) {
   const Session& s = session();
-  std::string sql = "SELECT " + quote_name(pass.field) +
-                    ", \"Data_Quality\" FROM \"Operation-Impact data\" WHERE \"Impact type\" = ? "
-                    "AND \"Operation ID\" = ?";
-  if (pass.with_horizon) sql += " AND \"Time horizon\" = ?";
-  Statement figure = file.prepare_statement(sql + " ORDER BY rowid LIMIT 1");
   const CostOptions options = current_cost_options();
   const auto training = row_of.find(kTrainingMeasure);
+  const std::optional<int64_t> horizon =
+      pass.with_horizon ? std::optional<int64_t>(s.ranking_TH) : std::nullopt;
 
   for (const ChosenOperation& op : ops) {
     // An operation in no measure: its share is dropped.
     if (op.measures.empty()) continue;
     double impact = 0, quality = 0;
-    {
-      std::vector<Value> params = {Value(pass.impact_type), Value(op.id)};
-      if (pass.with_horizon) params.emplace_back(s.ranking_TH);
-      Rows& q = figure.query(params);
-      if (q.next()) {
-        impact = q.get(0).as_double();
-        quality = q.get(1).as_double();
-      }
+    if (const StoredFigures::Row* row = figures.first(op.id, pass.impact_type, horizon)) {
+      impact = (row->*pass.field).as_double();
+      quality = row->quality.as_double();
     }
     OperationCost cost;
     if (pass.costs) cost = operation_cost(ui, file, op.id, pass.adaptation, options);
@@ -195,12 +191,13 @@ Tables aggregate_tables(Ui& ui) {
   // Mitigation, then adaptation: the measure's adaptive capacity to 1
   // decimal, the training measure's share and the cost table to integers.
   // Production has no cost table.
-  run_pass(ui, file, {1, true, "Regional impact total", kTco2e, &t.ghg, false, 0}, ops, row_of,
+  using Row = StoredFigures::Row;
+  const StoredFigures figures(file);
+  run_pass(ui, file, figures, {1, true, &Row::total, kTco2e, &t.ghg, false, 0}, ops, row_of, t.ag);
+  run_pass(ui, file, figures, {2, false, &Row::risk_reduction, kAdaptive, &t.adapt, true, 1}, ops,
+           row_of, t.ag);
+  run_pass(ui, file, figures, {4, true, &Row::total, kProduction, nullptr, false, 1}, ops, row_of,
            t.ag);
-  run_pass(ui, file, {2, false, "Regional risk reduction total", kAdaptive, &t.adapt, true, 1}, ops,
-           row_of, t.ag);
-  run_pass(ui, file, {4, true, "Regional impact total", kProduction, nullptr, false, 1}, ops,
-           row_of, t.ag);
 
   for (int r = 1; r < t.ag.rows(); ++r) {
     for (int c : {kTco2e, kAdaptive, kProduction})

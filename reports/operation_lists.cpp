@@ -8,6 +8,7 @@
 #include "core/numbers.h"
 #include "core/session.h"
 #include "engine/catalogue.h"
+#include "engine/stored_figures.h"
 #include "reports/explorer_window.h"
 #include "reports/export.h"
 #include "reports/operation_reports.h"
@@ -106,73 +107,57 @@ void load_my_operations_data() {
   };
   // The field that is scored and scaled: by ranking mode for GHG and
   // production, always the risk reduction for adaptation.
-  const char* field = w.ranking_mode == 2 ? "Regional impact ha" : "Regional impact total";
-  const char* adapt_field = "Regional risk reduction total";
-  const std::string select =
-      "SELECT \"Operation ID\", \"Impact type\", \"Regional impact ha\", \"Regional impact "
-      "total\", \"Regional risk reduction total\", \"Data_Quality\" FROM \"Operation-Impact "
-      "data\" ";
+  using Row = StoredFigures::Row;
+  Value Row::*field = w.ranking_mode == 2 ? &Row::ha : &Row::total;
+  const StoredFigures figures(db);
 
   std::vector<double> mitigation_values, adaptation_values, production_values;
-  auto add_figures = [&](GridTable& grid, Rows& q) {
+  auto add_figures = [&](GridTable& grid, const Row& row) {
     const int r = grid.add_row();
-    grid.cell(r, 0) = q.get("Operation ID").as_text();
-    grid.cell(r, 1) = name_of(q.get("Operation ID").as_int());
-    grid.cell(r, 2) = figure_cell(q.get("Regional impact ha"));
-    grid.cell(r, 3) = figure_cell(q.get("Regional impact total"));
-    grid.cell(r, 4) = figure_cell(q.get("Data_Quality"));
+    grid.cell(r, 0) = row.operation.as_text();
+    grid.cell(r, 1) = name_of(row.operation.as_int());
+    grid.cell(r, 2) = figure_cell(row.ha);
+    grid.cell(r, 3) = figure_cell(row.total);
+    grid.cell(r, 4) = figure_cell(row.quality);
   };
-  {
-    auto q = db.query(select + "WHERE \"Time horizon\" = ? ORDER BY rowid", {Value(s.ranking_TH)});
-    while (q.next()) {
-      const int64_t type = q.get("Impact type").as_int();
-      if (type == 1) {
-        add_figures(w.MSFlexGrid3, q);
-        mitigation_values.push_back(q.get(field).as_double());
-      } else if (type == 4) {
-        add_figures(w.MSFlexGrid12, q);
-        production_values.push_back(q.get(field).as_double());
-      }
+  for (const Row& row : figures.rows()) {
+    if (!stored_equals(row.horizon, s.ranking_TH)) continue;
+    const int64_t type = row.type.as_int();
+    if (type == 1) {
+      add_figures(w.MSFlexGrid3, row);
+      mitigation_values.push_back((row.*field).as_double());
+    } else if (type == 4) {
+      add_figures(w.MSFlexGrid12, row);
+      production_values.push_back((row.*field).as_double());
     }
   }
-  {
-    // Adaptation has one time horizon only.
-    auto q = db.query(select + "WHERE \"Time horizon\" = 1 ORDER BY rowid");
-    while (q.next()) {
-      if (q.get("Impact type").as_int() != 2) continue;
-      GridTable& g = w.MSFlexGrid4;
-      const int r = g.add_row();
-      g.cell(r, 0) = q.get("Operation ID").as_text();
-      g.cell(r, 1) = name_of(q.get("Operation ID").as_int());
-      g.cell(r, 2) = figure_cell(q.get(adapt_field));
-      g.cell(r, 3) = figure_cell(q.get("Data_Quality"));
-      adaptation_values.push_back(q.get(adapt_field).as_double());
-    }
+  // Adaptation has one time horizon only.
+  for (const Row& row : figures.rows()) {
+    if (!stored_equals(row.horizon, 1) || row.type.as_int() != 2) continue;
+    GridTable& g = w.MSFlexGrid4;
+    const int r = g.add_row();
+    g.cell(r, 0) = row.operation.as_text();
+    g.cell(r, 1) = name_of(row.operation.as_int());
+    g.cell(r, 2) = figure_cell(row.risk_reduction);
+    g.cell(r, 3) = figure_cell(row.quality);
+    adaptation_values.push_back(row.risk_reduction.as_double());
   }
   const double mitigation_scale = largest_magnitude(mitigation_values);
   const double adaptation_scale = largest_magnitude(adaptation_values);
   const double production_scale = largest_magnitude(production_values);
 
-  Statement horizon_row = db.prepare_statement(
-      select +
-      "WHERE \"Operation ID\" = ? AND \"Impact type\" = ? AND \"Time horizon\" = ? ORDER BY rowid "
-      "LIMIT 1");
-  Statement adaptation_row = db.prepare_statement(
-      select + "WHERE \"Operation ID\" = ? AND \"Impact type\" = 2 ORDER BY rowid LIMIT 1");
-  auto figure = [](Rows& q, const char* value_field) {
+  auto figure = [](const Row* row, Value Row::*value_field) {
     ScoreFigure f;
-    if (q.next()) {
-      f.value = q.get(value_field).as_double();
-      f.quality = q.get("Data_Quality").as_double();
+    if (row) {
+      f.value = (row->*value_field).as_double();
+      f.quality = row->quality.as_double();
     }
     return f;
   };
   for (const auto& [id, name] : operations) {
-    const ScoreFigure mitigation =
-        figure(horizon_row.query({Value(id), Value(1), Value(s.ranking_TH)}), field);
-    const ScoreFigure adaptation = figure(adaptation_row.query({Value(id)}), adapt_field);
-    const ScoreFigure production =
-        figure(horizon_row.query({Value(id), Value(4), Value(s.ranking_TH)}), field);
+    const ScoreFigure mitigation = figure(figures.first(id, 1, s.ranking_TH), field);
+    const ScoreFigure adaptation = figure(figures.first(id, 2, std::nullopt), &Row::risk_reduction);
+    const ScoreFigure production = figure(figures.first(id, 4, s.ranking_TH), field);
     const OperationScores sc =
         score_operation(mitigation, adaptation, production, mitigation_scale, adaptation_scale,
                         production_scale, s.miti_weight, s.adapt_weight, s.prod_weight);

@@ -324,6 +324,10 @@ namespace {
 }  // namespace
 
 PageFile::PageFile(std::string_view name) : path_(session().app_folder / std::string(name)) {
+  // A new file rather than the old one cut to nothing: the file system then
+  // has no old blocks to flush when the page is closed.
+  std::error_code ignored;
+  std::filesystem::remove(path_, ignored);
   errno = 0;
   out_.open(path_, std::ios::binary | std::ios::trunc);
   if (!out_) page_failure("cannot write the page", path_);

@@ -179,6 +179,25 @@ Value Rows::get(std::string_view column) const {
   return get(index_of(column));
 }
 
+double Rows::get_double(int i) const {
+  switch (sqlite3_column_type(stmt_, i)) {
+    case SQLITE_NULL:
+      return 0;
+    case SQLITE_INTEGER:
+      return static_cast<double>(sqlite3_column_int64(stmt_, i));
+    case SQLITE_FLOAT:
+      return sqlite3_column_double(stmt_, i);
+    default:
+      return get(i).as_double();
+  }
+}
+
+int64_t Rows::get_int(int i) const {
+  if (sqlite3_column_type(stmt_, i) == SQLITE_INTEGER)
+    return static_cast<int64_t>(sqlite3_column_int64(stmt_, i));
+  return get(i).as_int();
+}
+
 Value Rows::get(int i) const {
   switch (sqlite3_column_type(stmt_, i)) {
     case SQLITE_NULL:
@@ -196,18 +215,19 @@ Value Rows::get(int i) const {
 
 // ---- Db -----------------------------------------------------------------------
 
-Db Db::open(const std::filesystem::path& path) {
+Db Db::open(const std::filesystem::path& path, bool one_thread) {
   std::error_code ec;
   if (!std::filesystem::is_regular_file(path, ec))
     throw StoreError(path, "the file does not exist");
   sqlite3* h = nullptr;
-  int rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READWRITE, nullptr);
+  const int threading = one_thread ? SQLITE_OPEN_NOMUTEX : 0;
+  int rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READWRITE | threading, nullptr);
   if (rc != SQLITE_OK) {
     // Fall back to read-only for files the user may not write (a shared
     // folder, a locked copy): reading still works, writes fail clearly.
     sqlite3_close(h);
     h = nullptr;
-    rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READONLY, nullptr);
+    rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READONLY | threading, nullptr);
   }
   if (rc != SQLITE_OK) {
     std::string msg = h ? sqlite3_errmsg(h) : "cannot open";

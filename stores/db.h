@@ -74,6 +74,10 @@ class Rows {
   bool next();
   Value get(std::string_view column) const;
   Value get(int index) const;
+  // get(index).as_double() and get(index).as_int(), without building a
+  // Value when the field holds a number or nothing.
+  double get_double(int index) const;
+  int64_t get_int(int index) const;
   bool has_column(std::string_view column) const;
   int column_count() const;
   std::string column_name(int index) const;
@@ -113,7 +117,9 @@ class Db {
  public:
   // Opens an existing store; throws StoreError when the file is missing or
   // is not a store.
-  static Db open(const std::filesystem::path& path);
+  // `one_thread`: the connection is only ever used by one thread at a time,
+  // so SQLite need not lock it on every call (the fast path for bulk reads).
+  static Db open(const std::filesystem::path& path, bool one_thread = false);
   // Creates a new, empty store; an existing file at the path is deleted first.
   static Db create(const std::filesystem::path& path);
 
