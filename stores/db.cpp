@@ -126,6 +126,39 @@ int Statement::run(const std::vector<Value>& params) {
   return sqlite3_changes(db_->handle());
 }
 
+void Statement::bind(int index, int64_t v) {
+  if (sqlite3_bind_int64(stmt_, index, v) != SQLITE_OK) db_->fail(sqlite3_errmsg(db_->handle()));
+}
+
+void Statement::bind(int index, double v) {
+  if (sqlite3_bind_double(stmt_, index, v) != SQLITE_OK) db_->fail(sqlite3_errmsg(db_->handle()));
+}
+
+void Statement::bind(int index, std::string_view text) {
+  // A null pointer would bind NULL: an empty text stays an empty text.
+  const char* data = text.data() ? text.data() : "";
+  if (sqlite3_bind_text(stmt_, index, data, static_cast<int>(text.size()), SQLITE_STATIC) !=
+      SQLITE_OK)
+    db_->fail(sqlite3_errmsg(db_->handle()));
+}
+
+void Statement::bind_null(int index) {
+  if (sqlite3_bind_null(stmt_, index) != SQLITE_OK) db_->fail(sqlite3_errmsg(db_->handle()));
+}
+
+int Statement::run() {
+  int rc;
+  while ((rc = sqlite3_step(stmt_)) == SQLITE_ROW) {
+  }
+  if (rc != SQLITE_DONE) {
+    std::string why = sqlite3_errmsg(db_->handle());
+    sqlite3_reset(stmt_);
+    db_->fail(why);
+  }
+  sqlite3_reset(stmt_);
+  return sqlite3_changes(db_->handle());
+}
+
 Rows& Statement::query(const std::vector<Value>& params) {
   bind_all(params);
   if (!rows_) rows_.reset(new Rows(db_, stmt_, false));

@@ -52,6 +52,15 @@ class Statement {
   // of this statement.
   class Rows& query(const std::vector<Value>& params);
 
+  // Binding one parameter at a time (from 1), for bulk writes that should
+  // not build a Value per field; text must stay valid until run().
+  void bind(int index, int64_t v);
+  void bind(int index, double v);
+  void bind(int index, std::string_view text);
+  void bind_null(int index);
+  // Runs the statement with what is bound; returns the rows it changed.
+  int run();
+
  private:
   friend class Db;
   Statement(const Db* db, sqlite3_stmt* stmt);
