@@ -107,6 +107,8 @@ int main(int argc, char** argv) {
   std::printf("run: %.2f s, %.0f pairs/s, %.0f rows/s, peak memory %.0f MiB, %u threads\n", run_s,
               static_cast<double>(p.pairs) / run_s, static_cast<double>(p.rows) / run_s, run_peak,
               std::max(1u, std::thread::hardware_concurrency()));
+  std::printf("of which generating and writing the areas %.2f s, stamping and zipping %.2f s\n",
+              p.generate_seconds, p.publish_seconds);
   std::printf("floor: %.2f s for %lld rows (INSERT INTO ... SELECT into indexed tables)\n", floor_s,
               static_cast<long long>(rows_copied));
   std::printf("run / floor = %.2f\n", run_s / floor_s);

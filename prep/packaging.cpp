@@ -11,6 +11,7 @@
 #include "core/session.h"
 #include "core/text.h"
 #include "core/ui.h"
+#include "prep/store_zip.h"
 #include "settings/store_install.h"
 #include "settings/update_check.h"
 #include "settings/zip_files.h"
@@ -571,7 +572,7 @@ int publish_country_store(Ui& ui, const fs::path& target, const std::string& cou
   std::error_code ec;
   write_text_file(csv_tmp, version_file_text(date) + "\n");
   fs::remove(zip_tmp, ec);
-  int result = zip_single_file(ui, target.string(), zip_tmp.string());
+  int result = zip_store_on_all_cores(ui, target, zip_tmp);
   if (result != kZipOk) {
     fs::remove(csv_tmp, ec);
     fs::remove(zip_tmp, ec);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <deque>
 #include <filesystem>
 #include <map>
@@ -260,9 +261,13 @@ void datapp_rows(const ImpactGenerator& gen, double impact_area, double operatio
   }
 }
 
-// The statements that write one country's NUTS<k>_OPS tables.
+// The statements that write one country's NUTS<k>_OPS tables. The rows of
+// an operation go in by statements of 8, 4, 2 and 1 rows, in their order:
+// fewer statement runs than rows, the same rows in the same order.
 struct OpsWriter {
-  std::vector<Statement> remove, insert;
+  static constexpr size_t kBatches[] = {8, 4, 2, 1};
+  std::vector<Statement> remove;
+  std::vector<std::vector<Statement>> insert;  // by level, then by batch
 
   explicit OpsWriter(const Db& target) {
     std::string cols, marks;
@@ -275,9 +280,39 @@ struct OpsWriter {
       remove.push_back(target.prepare_statement("DELETE FROM " + table + " WHERE " +
                                                 quote_name(nuts_id_column(k)) +
                                                 " = ? AND \"Operation ID\" = ?"));
-      insert.push_back(target.prepare_statement("INSERT INTO " + table + " (" + cols +
-                                                ") VALUES (" + marks + ")"));
+      insert.emplace_back();
+      for (size_t n : kBatches) {
+        std::string sql = "INSERT INTO " + table + " (" + cols + ") VALUES ";
+        for (size_t i = 0; i < n; ++i) sql += (i ? ", (" : "(") + marks + ")";
+        insert.back().push_back(target.prepare_statement(sql));
+      }
     }
+  }
+
+  // Binds one row at the parameters from `at` on.
+  static void bind_row(Statement& st, int at, const Area& a, const OperationRows& op,
+                       const OpsRow& r) {
+    st.bind(at + 1, int64_t{3});  // the literal 3 on every row, whatever the level: intended
+    st.bind(at + 2, std::string_view(a.code));
+    st.bind(at + 3, std::string_view(a.name));
+    for (int p = 0; p <= 3; ++p)
+      if (p <= a.level)
+        st.bind(at + 4 + p, a.ids[p]);
+      else
+        st.bind_null(at + 4 + p);
+    st.bind(at + 8, a.sqkm);
+    st.bind(at + 9, a.av_fs);
+    st.bind(at + 10, int64_t{0});
+    st.bind(at + 11, op.operation_id);
+    st.bind(at + 12, r.activity_id);
+    st.bind(at + 13, r.impact_type);
+    st.bind(at + 14, r.category);
+    st.bind(at + 15, r.value);
+    st.bind(at + 16, op.impact_area);
+    st.bind(at + 17, r.cseq);
+    st.bind(at + 18, r.impact_max);
+    st.bind(at + 19, r.data_quality);
+    st.bind(at + 20, r.refs);
   }
 
   // save_to_datapp_db: replaces the rows of one operation in one area.
@@ -286,32 +321,18 @@ struct OpsWriter {
     // A pair that had no rows when the country started has none to delete:
     // the run writes each area once.
     if (op.had_rows) remove[k].run({Value(a.id()), Value(op.operation_id)});
-    Statement& st = insert[k];
-    // The area's columns, bound once for all rows of the operation.
-    st.bind(1, int64_t{3});  // the literal 3 on every row, whatever the level: intended
-    st.bind(2, std::string_view(a.code));
-    st.bind(3, std::string_view(a.name));
-    for (int p = 0; p <= 3; ++p)
-      if (p <= a.level)
-        st.bind(4 + p, a.ids[p]);
-      else
-        st.bind_null(4 + p);
-    st.bind(8, a.sqkm);
-    st.bind(9, a.av_fs);
-    st.bind(10, int64_t{0});
-    st.bind(11, op.operation_id);
-    st.bind(16, op.impact_area);
-    for (size_t i = op.first; i < op.first + op.count; ++i) {
-      const OpsRow& r = result.rows[i];
-      st.bind(12, r.activity_id);
-      st.bind(13, r.impact_type);
-      st.bind(14, r.category);
-      st.bind(15, r.value);
-      st.bind(17, r.cseq);
-      st.bind(18, r.impact_max);
-      st.bind(19, r.data_quality);
-      st.bind(20, r.refs);
-      st.run();
+    const int width = static_cast<int>(ops_columns().size());
+    size_t i = op.first;
+    const size_t end = op.first + op.count;
+    for (size_t b = 0; b < std::size(kBatches); ++b) {
+      const size_t n = kBatches[b];
+      Statement& st = insert[k][b];
+      while (end - i >= n) {
+        for (size_t j = 0; j < n; ++j)
+          bind_row(st, static_cast<int>(j) * width, a, op, result.rows[i + j]);
+        st.run();
+        i += n;
+      }
     }
     return static_cast<int64_t>(op.count);
   }
@@ -616,7 +637,7 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
   Db rvc = Db::open(session().rvc_db_path);
   std::vector<Area> areas = country_areas(rvc, nuts0_id, params.level);
   CorineShares shares = corine_shares(rvc, areas, run.terms, params.level);
-  std::optional<Db> store_file(Db::open(building));
+  std::optional<Db> store_file(Db::open_for_one_thread(building));
   Db& store = *store_file;
   build_pragmas(store);
   ExistingRows existing = existing_rows(store, params.level);
@@ -628,11 +649,13 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
   });
 
   CountryPlan plan{areas, existing, store_dates, shares, {}};
-  const unsigned threads = std::max(1u, std::thread::hardware_concurrency());
+  const unsigned threads =
+      params.threads ? params.threads : std::max(1u, std::thread::hardware_concurrency());
   std::vector<ImpactGenerator> gens;
   for (unsigned t = 0; t < threads; ++t) gens.emplace_back(run.source);
   plan_horizons(run, plan, gens[0]);
 
+  const auto started = std::chrono::steady_clock::now();
   AreaSlots slots(areas.size(), 2 * threads + 2);
   std::vector<std::thread> workers;
   for (unsigned t = 0; t < threads; ++t)
@@ -719,6 +742,11 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
     throw;
   }
   finish_workers();
+  auto seconds_since = [](std::chrono::steady_clock::time_point t) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count();
+  };
+  const double generated = seconds_since(started);
+  run.control.update([&](RunProgress& p) { p.generate_seconds += generated; });
   if (halted || run.control.halted) return false;
 
   // update_last_updated_date: the store now remembers what was generated.
@@ -739,7 +767,10 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
   for (const auto& op : params.operations) ids.push_back(op.id);
   replace.armed = false;
   fs::rename(building, target);
+  const auto publishing = std::chrono::steady_clock::now();
   publish_country_store(ui, target, cc, ids);
+  const double published = seconds_since(publishing);
+  run.control.update([&](RunProgress& p) { p.publish_seconds += published; });
   return true;
 }
 

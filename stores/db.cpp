@@ -229,18 +229,41 @@ Value Rows::get(int i) const {
 
 // ---- Db -----------------------------------------------------------------------
 
+namespace {
+
+// Before the library's first use: no count of the memory in use, which
+// costs a global lock on every allocation. Nothing here reads that count.
+void configure_library() {
+  static const bool done = [] {
+    sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    return true;
+  }();
+  (void)done;
+}
+
+}  // namespace
+
 Db Db::open(const std::filesystem::path& path) {
+  return open_with(path, 0);
+}
+
+Db Db::open_for_one_thread(const std::filesystem::path& path) {
+  return open_with(path, SQLITE_OPEN_NOMUTEX);
+}
+
+Db Db::open_with(const std::filesystem::path& path, int flags) {
+  configure_library();
   std::error_code ec;
   if (!std::filesystem::is_regular_file(path, ec))
     throw StoreError(path, "the file does not exist");
   sqlite3* h = nullptr;
-  int rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READWRITE, nullptr);
+  int rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READWRITE | flags, nullptr);
   if (rc != SQLITE_OK) {
     // Fall back to read-only for files the user may not write (a shared
     // folder, a locked copy): reading still works, writes fail clearly.
     sqlite3_close(h);
     h = nullptr;
-    rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READONLY, nullptr);
+    rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READONLY | flags, nullptr);
   }
   if (rc != SQLITE_OK) {
     std::string msg = h ? sqlite3_errmsg(h) : "cannot open";
@@ -260,6 +283,7 @@ Db Db::open(const std::filesystem::path& path) {
 }
 
 Db Db::create(const std::filesystem::path& path) {
+  configure_library();
   std::error_code ec;
   std::filesystem::remove(path, ec);
   if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), ec);
