@@ -718,6 +718,7 @@ void ImpactGenerator::gen_impact_data(int64_t operation_id, int64_t corine_class
   if (!text_cells_ && gen_numeric(operation_id, corine_class, nuts3_id, nuts2_id, nuts1_id,
                                   nuts0_id, area_sqkm, nuts_level)) {
     tables_stale_ = true;
+    if (!results_only_) make_tables();
     return;
   }
   // A figure that is not finite or an id that is not a number: the cells

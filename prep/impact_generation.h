@@ -106,8 +106,9 @@ class ImpactGenerator {
   // The same for the yield rows, without rows kept apart.
   void G3_Act_sum();
 
-  // The tables are made from the numeric results on first access after a
-  // gen_impact_data; edits to them are seen by G1_Act_sum and G3_Act_sum.
+  // The tables are made from the numeric results by gen_impact_data, or,
+  // with set_results_only, on first access after it; edits to them are seen
+  // by G1_Act_sum and G3_Act_sum.
   // "Activity ID", "Activity/feature", "Regional impact (tCO2e) / ha",
   // "Regional impact (tCO2e) (total)", "Carbon sequestration", "Data Quality", "Refs".
   GridTable& mitigation_rows();
@@ -128,6 +129,9 @@ class ImpactGenerator {
   // Works through text cells, as reg_data and the table steps do, instead
   // of numbers: the slow path that the numeric one must agree with.
   void set_text_cells(bool on) { text_cells_ = on; }
+  // Leaves the tables to be made when asked for: for callers that read the
+  // results alone.
+  void set_results_only(bool on) { results_only_ = on; }
   // True when the last results were read from text cells, whose texts
   // change on the next call.
   bool results_are_text() const { return results_text_; }
@@ -168,6 +172,7 @@ class ImpactGenerator {
   GridTable yield_rows_;
   bool tables_stale_ = false;  // the results are newer than the tables
   bool text_cells_ = false;
+  bool results_only_ = false;
   bool results_text_ = false;
   std::vector<ImpactResult> results_[3];  // mitigation, adaptation, yield
   std::vector<ImpactResult> fold_work_;

@@ -652,7 +652,7 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
   const unsigned threads =
       params.threads ? params.threads : std::max(1u, std::thread::hardware_concurrency());
   std::vector<ImpactGenerator> gens;
-  for (unsigned t = 0; t < threads; ++t) gens.emplace_back(run.source);
+  for (unsigned t = 0; t < threads; ++t) gens.emplace_back(run.source).set_results_only(true);
   plan_horizons(run, plan, gens[0]);
 
   const auto started = std::chrono::steady_clock::now();
