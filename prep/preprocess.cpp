@@ -16,6 +16,7 @@
 #include "core/numbers.h"
 #include "core/session.h"
 #include "prep/impact_generation.h"
+#include "prep/ordered_slots.h"
 #include "prep/packaging.h"
 #include "stores/db.h"
 #include "stores/schema.h"
@@ -429,66 +430,7 @@ bool decide(RunMode mode, const RunOperation& op, bool has_rows, const std::stri
   return false;
 }
 
-// The results of a country's areas between the generating threads and the
-// writer: each area has its slot, filled in any order and taken in area
-// order, and no thread runs more than `window` areas ahead of the writer.
-class AreaSlots {
- public:
-  AreaSlots(size_t areas, size_t window) : slots_(areas), window_(window) {}
-
-  // The next area to generate, or nullopt when none is left or the run stops.
-  std::optional<size_t> claim(const std::atomic<bool>& halted) {
-    std::unique_lock lock(m_);
-    cv_.wait(lock, [&] { return next_ < taken_ + window_ || stop_ || halted; });
-    if (stop_ || halted || next_ >= slots_.size()) return std::nullopt;
-    return next_++;
-  }
-  void put(size_t i, AreaResult r) {
-    std::lock_guard lock(m_);
-    slots_[i].result = std::move(r);
-    slots_[i].ready = true;
-    cv_.notify_all();
-  }
-  void fail(size_t i, std::exception_ptr e) {
-    std::lock_guard lock(m_);
-    slots_[i].failure = std::move(e);
-    slots_[i].ready = true;
-    cv_.notify_all();
-  }
-  // Area i's result; rethrows its failure. nullopt when it will never come
-  // (the run was halted before it was claimed).
-  std::optional<AreaResult> take(size_t i, const std::atomic<bool>& halted) {
-    std::unique_lock lock(m_);
-    cv_.wait(lock, [&] { return slots_[i].ready || (halted && i >= next_); });
-    if (!slots_[i].ready) return std::nullopt;
-    taken_ = i + 1;
-    cv_.notify_all();
-    if (slots_[i].failure) std::rethrow_exception(slots_[i].failure);
-    return std::move(slots_[i].result);
-  }
-  void stop() {
-    std::lock_guard lock(m_);
-    stop_ = true;
-    cv_.notify_all();
-  }
-  void wake() {
-    std::lock_guard lock(m_);
-    cv_.notify_all();
-  }
-
- private:
-  struct Slot {
-    bool ready = false;
-    AreaResult result;
-    std::exception_ptr failure;
-  };
-  std::mutex m_;
-  std::condition_variable cv_;
-  std::vector<Slot> slots_;
-  size_t window_;
-  size_t next_ = 0, taken_ = 0;
-  bool stop_ = false;
-};
+using AreaSlots = OrderedSlots<AreaResult>;
 
 struct CountryRun {
   const RunParams& params;
