@@ -217,7 +217,9 @@ std::vector<int> partition(int total, int parts, int cap, Rng& rng) {
   return size;
 }
 
-Geography make_geography(const Options& o, int country) {
+// `base` holds the ids already taken at each level by countries written
+// before this one into the same store.
+Geography make_geography(const Options& o, int country, const std::array<int, 4>& base) {
   Rng rng(o.seed, kGeo);
   const int n3 = o.nuts3;
   const int n2 = std::clamp(static_cast<int>(std::lround(2 * std::sqrt(n3))), (n3 + 35) / 36, n3);
@@ -236,21 +238,21 @@ Geography make_geography(const Options& o, int country) {
   g.level[0].push_back(c);
   for (int i1 = 0; i1 < n1; ++i1) {
     Area a1;
-    a1.id = i1 + 1;
+    a1.id = base[1] + i1 + 1;
     a1.code = o.country + code_digit(i1, n1);
     a1.name = place_name(rng);
     a1.lo = g.level[3].size();
     for (int j = 0; j < per1[static_cast<size_t>(i1)]; ++j) {
       const size_t i2 = g.level[2].size();
       Area a2;
-      a2.id = static_cast<int>(i2) + 1;
+      a2.id = base[2] + static_cast<int>(i2) + 1;
       a2.nuts1 = a1.id;
       a2.code = a1.code + code_digit(j, per1[static_cast<size_t>(i1)]);
       a2.name = place_name(rng);
       a2.lo = g.level[3].size();
       for (int k = 0; k < per2[i2]; ++k) {
         Area a3;
-        a3.id = static_cast<int>(g.level[3].size()) + 1;
+        a3.id = base[3] + static_cast<int>(g.level[3].size()) + 1;
         a3.nuts1 = a1.id;
         a3.nuts2 = a2.id;
         a3.up = i2;
@@ -562,43 +564,8 @@ std::vector<int> area_percent(const Rvc& v, const Geography& g, int level, const
   return to_percent(w);
 }
 
-void write_rvcs_store(const std::filesystem::path& path, const Geography& g, const RvcSet& s) {
-  Db db = create_rvcs_master(path);
-  Transaction tx(db);
-  {
-    std::vector<const Rvc*> by_id;
-    for (const auto& v : s.list) by_id.push_back(&v);
-    std::sort(by_id.begin(), by_id.end(), [](auto* a, auto* b) { return a->id < b->id; });
-    Inserter ins(db, "RVC_List",
-                 {"RVC ID", "RVC Type", "RVC Parent", "CORINE Class", "RVC Short Name",
-                  "RVC Long Name", "RVC Short Letter ID", "Risk statement", "RVC min", "RVC max",
-                  "N factor", "Euro min", "Euro max", "Hotspots Exclude Class Zero", "Notes",
-                  "GIS Data File", "Impact Type", "Max_factor"});
-    for (const Rvc* v : by_id) {
-      std::string short_name = v->name;
-      for (char& ch : short_name)
-        if (ch == ' ') ch = '_';
-      const int parent = v->parent < 0 ? 0 : s.list[static_cast<size_t>(v->parent)].id;
-      ins.row({v->id, v->type, parent, v->corine, short_name, v->name, v->letter, v->risk, v->min,
-               v->max, v->n_factor, v->euro_min, v->euro_max, v->type == 1 ? 1 : 0,
-               "Synthetic data", "rvc_" + v->letter + ".shp", v->impact_type, v->max_factor});
-    }
-    ins.flush();
-  }
-  {
-    Inserter ins(db, "Baseline_Impact_Look_Up",
-                 {"Combo RVC", "Combo Class", "Baseline RVC", "Baseline RVC Class", "Impact RVC",
-                  "Impact RVC Class"});
-    for (int ci : s.combos) {
-      const Rvc& v = s.list[static_cast<size_t>(ci)];
-      const Rvc& b = s.list[static_cast<size_t>(v.base)];
-      const Rvc& i = s.list[static_cast<size_t>(v.impact)];
-      for (int bc = 0; bc <= b.max; ++bc)
-        for (int ic = 0; ic <= i.max; ++ic)
-          ins.row({v.id, 1 + bc * static_cast<int>(i.width()) + ic, b.id, bc, i.id, ic});
-    }
-    ins.flush();
-  }
+// The NUTS<k> rows of one country and the RVC data of its areas.
+void write_areas(Db& db, const Geography& g, const RvcSet& s) {
   for (int k = 0; k <= 3; ++k) {
     const std::string lv = "NUTS" + std::to_string(k);
     {
@@ -642,6 +609,53 @@ void write_rvcs_store(const std::filesystem::path& path, const Geography& g, con
       }
     data.flush();
     dist.flush();
+  }
+}
+
+// Each country's class shares are made just before its areas are written,
+// with that country's options.
+void write_rvcs_store(const std::filesystem::path& path, const std::vector<Geography>& geos,
+                      const std::vector<Options>& options, RvcSet& s) {
+  Db db = create_rvcs_master(path);
+  Transaction tx(db);
+  {
+    std::vector<const Rvc*> by_id;
+    for (const auto& v : s.list) by_id.push_back(&v);
+    std::sort(by_id.begin(), by_id.end(), [](auto* a, auto* b) { return a->id < b->id; });
+    Inserter ins(db, "RVC_List",
+                 {"RVC ID", "RVC Type", "RVC Parent", "CORINE Class", "RVC Short Name",
+                  "RVC Long Name", "RVC Short Letter ID", "Risk statement", "RVC min", "RVC max",
+                  "N factor", "Euro min", "Euro max", "Hotspots Exclude Class Zero", "Notes",
+                  "GIS Data File", "Impact Type", "Max_factor"});
+    for (const Rvc* v : by_id) {
+      std::string short_name = v->name;
+      for (char& ch : short_name)
+        if (ch == ' ') ch = '_';
+      const int parent = v->parent < 0 ? 0 : s.list[static_cast<size_t>(v->parent)].id;
+      ins.row({v->id, v->type, parent, v->corine, short_name, v->name, v->letter, v->risk, v->min,
+               v->max, v->n_factor, v->euro_min, v->euro_max, v->type == 1 ? 1 : 0,
+               "Synthetic data", "rvc_" + v->letter + ".shp", v->impact_type, v->max_factor});
+    }
+    ins.flush();
+  }
+  {
+    Inserter ins(db, "Baseline_Impact_Look_Up",
+                 {"Combo RVC", "Combo Class", "Baseline RVC", "Baseline RVC Class", "Impact RVC",
+                  "Impact RVC Class"});
+    for (int ci : s.combos) {
+      const Rvc& v = s.list[static_cast<size_t>(ci)];
+      const Rvc& b = s.list[static_cast<size_t>(v.base)];
+      const Rvc& i = s.list[static_cast<size_t>(v.impact)];
+      for (int bc = 0; bc <= b.max; ++bc)
+        for (int ic = 0; ic <= i.max; ++ic)
+          ins.row({v.id, 1 + bc * static_cast<int>(i.width()) + ic, b.id, bc, i.id, ic});
+    }
+    ins.flush();
+  }
+  for (size_t country = 0; country < geos.size(); ++country) {
+    const Geography& g = geos[country];
+    make_distributions(s, g, options[country]);
+    write_areas(db, g, s);
   }
   tx.commit();
 }
@@ -1068,14 +1082,28 @@ int64_t parse_int(const std::string& flag, const std::string& text, int64_t lo, 
 }  // namespace
 
 std::string usage() {
-  return "usage: arven-synth --out DIR [--country CC] [--nuts3 N] [--operations N] "
-         "[--activities N] [--rvcs N] [--seed S]\n"
+  return "usage: arven-synth --out DIR [--country CC | --countries N|CC,CC,...] [--nuts3 N] "
+         "[--operations N] [--activities N] [--rvcs N] [--seed S]\n"
          "Writes the master stores arven_operations.mdb and arven_rvcs.mdb of one synthetic "
-         "country into DIR.\nDefaults: --country SK --nuts3 400 --operations 300 --activities 60 "
+         "country (or of several, --countries 27 naming the first 27 of the registry) into "
+         "DIR.\nDefaults: --country SK --nuts3 400 --operations 300 --activities 60 "
          "--rvcs 40 --seed 1.";
 }
 
+std::vector<std::string> country_codes(const Options& o) {
+  return o.countries.empty() ? std::vector<std::string>{o.country} : o.countries;
+}
+
 void validate(const Options& o) {
+  for (const auto& code : country_codes(o))
+    if (country_index_by_code(code) == 0)
+      throw std::invalid_argument("unknown country code \"" + code + "\"");
+  {
+    auto codes = country_codes(o);
+    std::sort(codes.begin(), codes.end());
+    if (std::adjacent_find(codes.begin(), codes.end()) != codes.end())
+      throw std::invalid_argument("a country is named twice in --countries");
+  }
   if (o.out.empty()) throw std::invalid_argument("--out DIR is required");
   if (country_index_by_code(o.country) == 0)
     throw std::invalid_argument("unknown country code \"" + o.country + "\"");
@@ -1102,6 +1130,23 @@ Options parse_options(const std::vector<std::string>& args) {
     else if (flag == "--country") {
       o.country = v;
       for (char& c : o.country) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    } else if (flag == "--countries") {
+      o.countries.clear();
+      if (!v.empty() && std::isdigit(static_cast<unsigned char>(v[0]))) {
+        const int n = static_cast<int>(parse_int(flag, v, 1, kMaxCountries));
+        for (int i = 1; i <= n; ++i) o.countries.push_back(country_code_by_index(i));
+      } else {
+        std::string code;
+        for (char c : v + ",") {
+          if (c != ',') {
+            code += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+            continue;
+          }
+          if (!code.empty()) o.countries.push_back(code);
+          code.clear();
+        }
+      }
+      if (!o.countries.empty()) o.country = o.countries.front();
     } else if (flag == "--nuts3")
       o.nuts3 = static_cast<int>(parse_int(flag, v, 1, kMaxNuts3));
     else if (flag == "--operations")
@@ -1121,13 +1166,24 @@ Options parse_options(const std::vector<std::string>& args) {
 
 TableCounts generate_country(const Options& o) {
   validate(o);
-  const Geography geo = make_geography(o, country_index_by_code(o.country));
+  // Every country has the same RVCs and operations; each has areas of its
+  // own, shaped by its own seed (the first one's is the given seed).
+  std::vector<Options> per_country;
+  std::vector<Geography> geos;
+  std::array<int, 4> base{};
+  for (const auto& code : country_codes(o)) {
+    Options oc = o;
+    oc.country = code;
+    oc.seed = o.seed + static_cast<uint32_t>(per_country.size());
+    geos.push_back(make_geography(oc, country_index_by_code(code), base));
+    for (size_t k = 1; k < 4; ++k) base[k] += static_cast<int>(geos.back().level[k].size());
+    per_country.push_back(oc);
+  }
   RvcSet rvcs = make_rvcs(o);
-  make_distributions(rvcs, geo, o);
   const auto ops_path = o.out / "arven_operations.mdb";
   const auto rvc_path = o.out / "arven_rvcs.mdb";
   write_operations_store(ops_path, o, rvcs);
-  write_rvcs_store(rvc_path, geo, rvcs);
+  write_rvcs_store(rvc_path, geos, per_country, rvcs);
 
   TableCounts counts;
   for (const auto& path : {ops_path, rvc_path}) {

@@ -13,6 +13,9 @@ namespace arven::synth {
 struct Options {
   std::filesystem::path out;
   std::string country = "SK";
+  // Several countries in the same master stores, each with `nuts3` areas of
+  // its own (ids numbered on across countries); empty: `country` alone.
+  std::vector<std::string> countries;
   int nuts3 = 400;
   int operations = 300;
   int activities = 60;
@@ -24,6 +27,7 @@ struct Options {
 // to its parent's code, so a parent has at most 36 children.
 inline constexpr int kMaxNuts3 = 36 * 36 * 36;
 inline constexpr int kMaxOperations = 100000;
+inline constexpr int kMaxCountries = 50;  // the registry's countries
 // Five activities at least: every country has a class-by-class mitigation
 // activity (1), an adaptation (2) and a production activity (3), a
 // sequestration activity with an equilibrium (4) and a mitigation activity
@@ -40,6 +44,9 @@ Options parse_options(const std::vector<std::string>& args);
 
 // The one-paragraph help text of arven-synth.
 std::string usage();
+
+// The countries to write: `countries`, or `country` alone.
+std::vector<std::string> country_codes(const Options& options);
 
 // Throws std::invalid_argument naming the first option out of range.
 void validate(const Options& options);

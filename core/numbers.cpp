@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <vector>
 
 namespace arven {
 
@@ -21,54 +20,71 @@ constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8
 
 enum class TieRule { even, away };
 
-// Decimal digits of |x| rounded to `places`, as an integer digit string
-// and the number of those digits that belong after the point (= places).
-// Decides on the exact binary value of x.
+// Decimal digits of |x| rounded to `places` (>= 0), as an integer digit
+// string without leading zeros ("0" for zero); the last `places` digits
+// belong after the point. Decides on the exact binary value of x: to_chars
+// with a precision rounds the exact value correctly, and only an exact tie
+// (where the rule matters) is told apart, without printing its expansion.
 std::string rounded_digits(double ax, int places, TieRule rule) {
-  // Fast path: scale and decide when the scaled value is clearly not a tie.
-  if (places >= 0 && places <= 22 && ax < 1e15) {
-    double y = ax * kPow10[places];
-    if (y < 4e15) {
-      double fl = std::floor(y);
-      double frac = y - fl;
-      double margin = 4 * std::ldexp(1.0, std::ilogb(y > 1 ? y : 1) - 52);
-      if (std::fabs(frac - 0.5) > margin) {
-        auto n = static_cast<long long>(frac > 0.5 ? fl + 1 : fl);
-        return std::to_string(n);
-      }
+  // ax is a tie at `places` exactly when ax * 2^(places + 1) is an odd whole
+  // number: ax * 10^places = k + 1/2 needs ax = odd / 2^(places + 1).
+  bool tie = false;
+  if (ax < 0x1p53) {
+    double t = std::ldexp(ax, places + 1);
+    tie = std::isfinite(t) && t == std::floor(t) && std::fmod(t, 2.0) == 1.0;
+  }
+  // A tie has exactly places + 1 decimals, so its text at that precision is
+  // exact and ends in 5.
+  const int precision = tie ? places + 1 : places;
+  char stack_buf[400];
+  std::string heap_buf;
+  char* buf = stack_buf;
+  size_t size = sizeof stack_buf;
+  if (precision > 64) {
+    heap_buf.resize(static_cast<size_t>(precision) + 340);
+    buf = heap_buf.data();
+    size = heap_buf.size();
+  }
+  auto res = std::to_chars(buf, buf + size, ax, std::chars_format::fixed, precision);
+  std::string kept;
+  kept.reserve(static_cast<size_t>(res.ptr - buf));
+  for (const char* c = buf; c != res.ptr; ++c)
+    if (*c != '.') kept.push_back(*c);
+  if (tie) {
+    kept.pop_back();  // the 5
+    bool up = rule == TieRule::away || ((kept.back() - '0') % 2 == 1);
+    if (up) {
+      int i = static_cast<int>(kept.size()) - 1;
+      while (i >= 0 && kept[static_cast<size_t>(i)] == '9') kept[static_cast<size_t>(i--)] = '0';
+      if (i < 0)
+        kept.insert(kept.begin(), '1');
+      else
+        kept[static_cast<size_t>(i)]++;
     }
-  }
-  // Exact path: glibc prints the exact decimal expansion of a double.
-  std::vector<char> buf(1500);
-  int len = std::snprintf(buf.data(), buf.size(), "%.1080f", ax);
-  std::string s(buf.data(), static_cast<size_t>(len));
-  auto dot = s.find('.');
-  std::string int_part = s.substr(0, dot);
-  std::string frac = s.substr(dot + 1);
-  std::string kept = int_part + frac.substr(0, static_cast<size_t>(places));
-  char next = frac[static_cast<size_t>(places)];
-  bool rest_zero =
-      frac.find_first_not_of('0', static_cast<size_t>(places) + 1) == std::string::npos;
-  bool up;
-  if (next > '5') {
-    up = true;
-  } else if (next < '5') {
-    up = false;
-  } else if (!rest_zero) {
-    up = true;
-  } else {
-    up = rule == TieRule::away || ((kept.back() - '0') % 2 == 1);
-  }
-  if (up) {
-    int i = static_cast<int>(kept.size()) - 1;
-    while (i >= 0 && kept[static_cast<size_t>(i)] == '9') kept[static_cast<size_t>(i--)] = '0';
-    if (i < 0)
-      kept.insert(kept.begin(), '1');
-    else
-      kept[static_cast<size_t>(i)]++;
   }
   auto nz = kept.find_first_not_of('0');
   return nz == std::string::npos ? "0" : kept.substr(nz);
+}
+
+// The double nearest to digits / 10^places: the value the decimal text reads
+// back as.
+double digits_value(const std::string& digits, int places) {
+  if (digits.size() <= 15 && places <= 22) {
+    // Both operands are exact, and the quotient is rounded once: the same
+    // double as reading the decimal text.
+    long long n = 0;
+    for (char c : digits) n = n * 10 + (c - '0');
+    return static_cast<double>(n) / kPow10[places];
+  }
+  std::string text = digits;
+  if (places > 0) {
+    auto p = static_cast<size_t>(places);
+    if (text.size() <= p) text.insert(0, p + 1 - text.size(), '0');
+    text.insert(text.size() - p, ".");
+  }
+  double v = 0;
+  std::from_chars(text.data(), text.data() + text.size(), v);
+  return v;
 }
 
 // Inserts the decimal point `places` digits from the right.
@@ -88,9 +104,15 @@ std::string& separator_storage() {
 
 double round_half_even(double x, int places) {
   if (!std::isfinite(x)) return x;
-  std::string digits = rounded_digits(std::fabs(x), places, TieRule::even);
-  double v = std::strtod(with_point(digits, places, ".").c_str(), nullptr);
+  double v = digits_value(rounded_digits(std::fabs(x), places, TieRule::even), places);
   return x < 0 ? -v : v;
+}
+
+double round_half_away(double x, int places) {
+  if (!std::isfinite(x)) return x;
+  double v = digits_value(rounded_digits(std::fabs(x), places, TieRule::away), places);
+  // format_fixed never shows "-0.000", so its text reads back as +0.
+  return x < 0 && v != 0 ? -v : v;
 }
 
 std::string format_fixed(double x, int places) {

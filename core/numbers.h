@@ -17,6 +17,10 @@ class NumberError : public std::runtime_error {
 // value of x: only an exact tie goes to the even digit, so 0.125 gives 0.12
 // while 2.675 (held as 2.67499999...) gives 2.67.
 double round_half_even(double x, int places);
+// The value that the text of format_fixed(x, places) reads back as: x
+// rounded to `places` decimals, an exact tie away from zero, and never -0.
+// A value that is not finite comes back unchanged.
+double round_half_away(double x, int places);
 
 // Fixed-point text with `places` decimals ("0.000" for three): an exact tie
 // of the binary value rounds away from zero; zero never prints as "-0.000".

@@ -1,6 +1,7 @@
 #include "prep/impact_generation.h"
 
 #include <array>
+#include <cmath>
 #include <functional>
 #include <limits>
 #include <optional>
@@ -10,164 +11,11 @@
 
 #include "core/numbers.h"
 #include "core/session.h"
+#include "prep/impact_data.h"
 #include "stores/db.h"
 #include "stores/value.h"
 
 namespace arven {
-
-namespace {
-
-constexpr int64_t kSharedRvc = 19;  // a factor RVC that takes its RVC from elsewhere
-constexpr std::array<int, 7> kHorizons = {1, 5, 10, 25, 50, 100, 250};
-
-const std::array<const char*, 7> kMitigationHeadings = {"Activity ID",
-                                                        "Activity/feature",
-                                                        "Regional impact (tCO2e) / ha",
-                                                        "Regional impact (tCO2e) (total)",
-                                                        "Carbon sequestration",
-                                                        "Data Quality",
-                                                        "Refs"};
-const std::array<const char*, 7> kAdaptationHeadings = {"Activity ID",
-                                                        "Activity/feature",
-                                                        "Impact",
-                                                        "Regional impact / ha",
-                                                        "Regional impact (total)",
-                                                        "Data Quality",
-                                                        "Refs"};
-const std::array<const char*, 6> kYieldHeadings = {"Activity ID",       "Activity/feature",
-                                                   "Yield impact / ha", "Yield impact (total)",
-                                                   "Data quality",      "Refs"};
-
-// Store keys are compared as numbers, the way the queries compared them.
-struct Key2 {
-  double a, b;
-  bool operator==(const Key2&) const = default;
-};
-struct Key4 {
-  double a, b, c, d;
-  bool operator==(const Key4&) const = default;
-};
-size_t mix(size_t h, double v) {
-  return h ^ (std::hash<double>{}(v) + 0x9e3779b97f4a7c15ULL + (h << 6) + (h >> 2));
-}
-struct Key2Hash {
-  size_t operator()(const Key2& k) const { return mix(mix(0, k.a), k.b); }
-};
-struct Key4Hash {
-  size_t operator()(const Key4& k) const { return mix(mix(mix(mix(0, k.a), k.b), k.c), k.d); }
-};
-
-template <typename T>
-const T* find_in(const std::unordered_map<double, T>& map, double key) {
-  auto it = map.find(key);
-  return it == map.end() ? nullptr : &it->second;
-}
-
-// A cell that is written only when the store's field holds something.
-struct OptionalCell {
-  bool set = false;
-  std::string text;
-  static OptionalCell of(const Value& v) {
-    return v.is_empty() ? OptionalCell{} : OptionalCell{true, v.as_text()};
-  }
-};
-
-}  // namespace
-
-struct ImpactSource::Data {
-  struct DeltaRow {
-    int64_t activity_id = 0;
-    std::string activity_text;  // the Activity ID as the result cell shows it
-    int64_t rvc_id = 0;
-    int64_t rvc_class = 0;
-    Value delta;
-    int64_t row = 0;  // in Operation_Activity_Delta, for messages
-  };
-  // A row of any of the three factor tables; `factor` is tCO2e, Impact
-  // factor or Yield, and RVC Value is 0 for adaptation, which has none.
-  struct FactorRow {
-    int64_t rvc_id = 0;
-    double rvc_value = 0;
-    double mitigation_type = 0;
-    double factor = 0;
-    bool equilibrium_set = false;
-    std::optional<double> equilibrium;  // nullopt: null, no level to stop at
-    OptionalCell data_quality;
-    OptionalCell refs;
-  };
-  struct DistRow {
-    double rvc_class = 0;
-    double percent = 0;
-  };
-  struct Combo {
-    Value rvc, cls;
-    int64_t row = 0;  // in Baseline_Impact_Look_Up, for messages
-  };
-  struct Level {
-    bool present = false;
-    std::unordered_map<Key2, std::vector<DistRow>, Key2Hash> rows;  // (area, RVC)
-  };
-
-  std::filesystem::path ops_path, rvc_path;
-  std::unordered_map<double, std::vector<DeltaRow>> deltas;  // by Operation ID
-  std::unordered_map<double, std::string> activity_names;
-  std::unordered_map<double, std::vector<FactorRow>> mitigation, adaptation, yield;
-  std::unordered_map<Key2, double, Key2Hash> corine_children;  // (parent, CORINE class)
-  std::unordered_map<double, double> corine_rvcs;              // CORINE class -> RVC Type 5
-  std::unordered_map<Key4, Combo, Key4Hash> combos;
-  std::array<double, kRvcFactorCount> n_factor{};
-  std::array<Level, 4> levels;
-
-  const std::vector<FactorRow>* factors(int impact_type, int64_t activity_id) const {
-    double key = static_cast<double>(activity_id);
-    switch (impact_type) {
-      case kImpactMitigation:
-        return find_in(mitigation, key);
-      case kImpactAdaptation:
-        return find_in(adaptation, key);
-      case kImpactYield:
-        return find_in(yield, key);
-    }
-    throw std::invalid_argument("impact type " + std::to_string(impact_type) + " is not 1, 2 or 4");
-  }
-
-  const std::string& activity_name(int64_t activity_id) const {
-    auto it = activity_names.find(static_cast<double>(activity_id));
-    if (it == activity_names.end())
-      throw StoreError(ops_path, "table \"Activities\" has no row where \"Activity ID\" = " +
-                                     std::to_string(activity_id));
-    return it->second;
-  }
-
-  double corine_child_rvc_id(double rvc, int64_t corine_class) const {
-    if (corine_class == 0) return rvc;
-    auto it = corine_children.find({rvc, static_cast<double>(corine_class)});
-    return it == corine_children.end() ? rvc : it->second;
-  }
-
-  double corine_rvc_id(int64_t corine_class) const {
-    auto it = corine_rvcs.find(static_cast<double>(corine_class));
-    if (it == corine_rvcs.end())
-      throw StoreError(rvc_path, "table \"RVC_List\" has no row where \"CORINE Class\" = " +
-                                     std::to_string(corine_class) + " and \"RVC Type\" = 5");
-    return it->second;
-  }
-
-  const Combo* combo_key(double b_rvc, double b_class, double i_rvc, double i_class) const {
-    auto it = combos.find({b_rvc, b_class, i_rvc, i_class});
-    return it == combos.end() ? nullptr : &it->second;
-  }
-
-  // The distribution rows of one RVC in one area, in store order.
-  const std::vector<DistRow>* distribution(int level, double area_id, double rvc) const {
-    const Level& l = levels.at(static_cast<size_t>(level));
-    if (!l.present)
-      throw StoreError(rvc_path,
-                       "table \"NUTS" + std::to_string(level) + "_RVC_Data_Dist\" is missing");
-    auto it = l.rows.find({area_id, rvc});
-    return it == l.rows.end() ? nullptr : &it->second;
-  }
-};
 
 namespace {
 
@@ -229,6 +77,11 @@ void load_ops(Data& d) {
     r.rvc_class = rows.get(3).as_int();
     r.delta = rows.get(4);
     r.row = rows.row();
+    if (auto n =
+            r.activity_text.empty() ? std::optional<double>(0) : parse_number(r.activity_text)) {
+      r.id = static_cast<float>(*n);
+      r.id_ok = true;
+    }
     d.deltas[op.as_double()].push_back(std::move(r));
   });
 
@@ -292,49 +145,6 @@ void load_rvcs(Data& d) {
            rows.get(3).as_double()});
     });
   }
-}
-
-std::string op_activity(int64_t operation_id, int64_t activity_id) {
-  return "operation " + std::to_string(operation_id) + ", activity " + std::to_string(activity_id);
-}
-
-// The place of a cell of the master store in a message.
-std::string cell_place(const char* table, int64_t row, const char* column) {
-  return std::string("table \"") + table + "\", row " + std::to_string(row) + ", column \"" +
-         column + "\"";
-}
-
-// The delta row's Delta as a number; "Multi" or any other text fails.
-double delta_number(const Data::DeltaRow& d, int64_t operation_id) {
-  if (d.delta.is_int() || d.delta.is_real()) return d.delta.as_double();
-  auto n = parse_number(d.delta.as_text());
-  if (!n)
-    throw ImpactDataError("Impact generation, " + op_activity(operation_id, d.activity_id) + ", " +
-                          cell_place("Operation_Activity_Delta", d.row, "Delta") +
-                          ": the delta \"" + d.delta.as_text() + "\" is not a number");
-  return *n;
-}
-
-bool is_multi(const Value& delta) {
-  return delta.is_text() && delta.as_text() == "Multi";
-}
-
-float combo_part(const Data::Combo& combo, bool cls, int64_t operation_id, int64_t activity_id) {
-  const Value& v = cls ? combo.cls : combo.rvc;
-  auto n = parse_number(v.as_text());
-  if (!n)
-    throw ImpactDataError(
-        "Impact generation, " + op_activity(operation_id, activity_id) + ", " +
-        cell_place("Baseline_Impact_Look_Up", combo.row, cls ? "Combo Class" : "Combo RVC") +
-        ": the combination \"" + v.as_text() + "\" is not a number");
-  return static_cast<float>(*n);
-}
-
-template <size_t N>
-void reset_table(GridTable& t, const std::array<const char*, N>& headings) {
-  t = GridTable(static_cast<int>(N));
-  t.add_row();
-  for (size_t c = 0; c < N; ++c) t.cell(0, static_cast<int>(c)) = headings[c];
 }
 
 float id_of(const std::string& cell) {
@@ -447,9 +257,10 @@ ImpactGenerator::ImpactGenerator(const ImpactSource& source) : src_(source.data(
   reset_table(yield_rows_, kYieldHeadings);
 }
 
-void ImpactGenerator::gen_impact_data(int64_t operation_id, int64_t corine_class, int64_t nuts3_id,
-                                      int64_t nuts2_id, int64_t nuts1_id, int64_t nuts0_id,
-                                      double area_sqkm, int nuts_level) {
+void ImpactGenerator::gen_text(int64_t operation_id, int64_t corine_class, int64_t nuts3_id,
+                               int64_t nuts2_id, int64_t nuts1_id, int64_t nuts0_id,
+                               double area_sqkm, int nuts_level) {
+  tables_stale_ = false;
   reset_table(mitigation_rows_, kMitigationHeadings);
   reset_table(adaptation_rows_, kAdaptationHeadings);
   reset_table(yield_rows_, kYieldHeadings);
@@ -522,19 +333,37 @@ void ImpactGenerator::reg_data(int64_t operation_id, int64_t activity_id, int im
                                int64_t corine_class, int64_t factor_rvc_id, int64_t nuts3_id,
                                int64_t nuts2_id, int64_t nuts1_id, int64_t nuts0_id,
                                double area_sqkm, int nuts_level) {
-  const auto* factors = src_.factors(impact_type, activity_id);  // checks the type
-  GridTable& table = impact_type == kImpactMitigation   ? mitigation_rows_
-                     : impact_type == kImpactAdaptation ? adaptation_rows_
-                                                        : yield_rows_;
+  src_.factors(impact_type, activity_id);  // checks the type
+  GridTable& table = impact_type == kImpactMitigation   ? mitigation_rows()
+                     : impact_type == kImpactAdaptation ? adaptation_rows()
+                                                        : yield_rows();
   if (table.rows() < 2) throw std::logic_error("reg_data: the result table has no row to write");
   const int row = table.rows() - 1;
   const int per_ha_col = impact_type == kImpactAdaptation ? 3 : 2;
   table.cell(row, per_ha_col) = "0";
   table.cell(row, per_ha_col + 1) = "0";
   if (impact_type == kImpactMitigation) table.cell(row, 4) = "0";
+  Sums sums =
+      compute(operation_id, activity_id, impact_type, delta, rvc_id, rvc_class, corine_class,
+              factor_rvc_id, nuts3_id, nuts2_id, nuts1_id, nuts0_id, area_sqkm, nuts_level);
+  if (sums.area_total != 0) {
+    table.cell(row, per_ha_col) = format_fixed_cell(sums.weighted_total / sums.area_total, 3);
+    table.cell(row, per_ha_col + 1) = number_to_cell(sums.weighted_total);
+    if (impact_type == kImpactMitigation)
+      table.cell(row, 4) = sums.equilibrium ? std::to_string(time_horizon_) : "0";
+  }
+}
+
+ImpactGenerator::Sums ImpactGenerator::compute(int64_t operation_id, int64_t activity_id,
+                                               int impact_type, double delta, int64_t rvc_id,
+                                               int64_t rvc_class, int64_t corine_class,
+                                               int64_t factor_rvc_id, int64_t nuts3_id,
+                                               int64_t nuts2_id, int64_t nuts1_id, int64_t nuts0_id,
+                                               double area_sqkm, int nuts_level) const {
+  const auto* factors = src_.factors(impact_type, activity_id);
   double weighted_total = 0;
   double area_total = 0;
-  if (!factors || factors->empty()) return;
+  if (!factors || factors->empty()) return {};
 
   const bool adaptation = impact_type == kImpactAdaptation;
   // Adaptation factors have no RVC Value, and the delta's class counts as 0
@@ -649,12 +478,7 @@ void ImpactGenerator::reg_data(int64_t operation_id, int64_t activity_id, int im
   }
 
   weighted_total = weighted_total * delta;
-  if (area_total != 0) {
-    table.cell(row, per_ha_col) = format_fixed_cell(weighted_total / area_total, 3);
-    table.cell(row, per_ha_col + 1) = number_to_cell(weighted_total);
-    if (impact_type == kImpactMitigation)
-      table.cell(row, 4) = equilibrium ? std::to_string(time_horizon_) : "0";
-  }
+  return {weighted_total, area_total, equilibrium};
 }
 
 std::string ImpactGenerator::operation_text() const {
@@ -662,11 +486,11 @@ std::string ImpactGenerator::operation_text() const {
 }
 
 void ImpactGenerator::G1_Act_sum() {
-  fold_activity_rows(mitigation_rows_, true, operation_text());
+  fold_activity_rows(mitigation_rows(), true, operation_text());
 }
 
 void ImpactGenerator::G3_Act_sum() {
-  fold_activity_rows(yield_rows_, false, operation_text());
+  fold_activity_rows(yield_rows(), false, operation_text());
 }
 
 }  // namespace arven

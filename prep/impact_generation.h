@@ -6,6 +6,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "core/grid_table.h"
 
@@ -52,6 +53,23 @@ class ImpactSource {
   std::unique_ptr<Data> data_;
 };
 
+// One row of a result table in numbers: the cells as they read back, with
+// the texts the table would show. Texts point into the source or into the
+// generator and stay valid until its next gen_impact_data.
+struct ImpactResult {
+  const std::string* activity_text = nullptr;  // the Activity ID cell
+  int64_t activity_id = 0;                     // for the activity's name
+  float id = 0;                                // the Activity ID cell as a 32-bit float
+  double total = 0;                            // the total cell
+  double per_ha = 0;                           // the per-hectare cell
+  double per_ha_raw = 0;                       // before rounding, when per_ha_text is fixed
+  enum class PerHaText { zero, fixed, shortest } per_ha_text = PerHaText::zero;
+  int horizon = 0;                            // mitigation: the carbon sequestration cell
+  int64_t category = 0;                       // adaptation: the factor's RVC ID
+  const std::string* data_quality = nullptr;  // null: an empty cell
+  const std::string* refs = nullptr;
+};
+
 // The impact calculation of one operation in one NUTS area: fills three
 // result tables from the source. One generator per thread; its only state
 // between calls is the time horizon, as the run expects.
@@ -88,18 +106,40 @@ class ImpactGenerator {
   // The same for the yield rows, without rows kept apart.
   void G3_Act_sum();
 
+  // The tables are made from the numeric results by gen_impact_data, or,
+  // with set_results_only, on first access after it; edits to them are seen
+  // by G1_Act_sum and G3_Act_sum.
   // "Activity ID", "Activity/feature", "Regional impact (tCO2e) / ha",
   // "Regional impact (tCO2e) (total)", "Carbon sequestration", "Data Quality", "Refs".
-  GridTable& mitigation_rows() { return mitigation_rows_; }
-  const GridTable& mitigation_rows() const { return mitigation_rows_; }
+  GridTable& mitigation_rows();
   // "Activity ID", "Activity/feature", "Impact", "Regional impact / ha",
   // "Regional impact (total)", "Data Quality", "Refs".
-  GridTable& adaptation_rows() { return adaptation_rows_; }
-  const GridTable& adaptation_rows() const { return adaptation_rows_; }
+  GridTable& adaptation_rows();
   // "Activity ID", "Activity/feature", "Yield impact / ha", "Yield impact (total)",
   // "Data quality", "Refs".
-  GridTable& yield_rows() { return yield_rows_; }
-  const GridTable& yield_rows() const { return yield_rows_; }
+  GridTable& yield_rows();
+
+  // The rows of the last gen_impact_data in numbers, consolidated as the
+  // tables are: the fast way to the stored rows. Cells that do not read
+  // back as numbers throw NumberError here, as reading the tables would.
+  const std::vector<ImpactResult>& mitigation_results() const { return results_[0]; }
+  const std::vector<ImpactResult>& adaptation_results() const { return results_[1]; }
+  const std::vector<ImpactResult>& yield_results() const { return results_[2]; }
+
+  // Works through text cells, as reg_data and the table steps do, instead
+  // of numbers: the slow path that the numeric one must agree with.
+  void set_text_cells(bool on) { text_cells_ = on; }
+  // Leaves the tables to be made when asked for: for callers that read the
+  // results alone.
+  void set_results_only(bool on) { results_only_ = on; }
+  // True when the last results were read from text cells, whose texts
+  // change on the next call.
+  bool results_are_text() const { return results_text_; }
+
+  // True when gen_impact_data of the operation leaves the time horizon at
+  // the last of the seven horizons: it has a carbon sequestration activity.
+  // Otherwise the call leaves the horizon as it found it.
+  bool sets_time_horizon(int64_t operation_id) const;
 
   // Years over which an equilibrium factor accumulates; gen_impact_data steps
   // it through the seven horizons and leaves it at the last one it used.
@@ -108,6 +148,21 @@ class ImpactGenerator {
 
  private:
   std::string operation_text() const;
+  struct Sums {
+    double weighted_total = 0, area_total = 0;
+    bool equilibrium = false;
+  };
+  Sums compute(int64_t operation_id, int64_t activity_id, int impact_type, double delta,
+               int64_t rvc_id, int64_t rvc_class, int64_t corine_class, int64_t factor_rvc_id,
+               int64_t nuts3_id, int64_t nuts2_id, int64_t nuts1_id, int64_t nuts0_id,
+               double area_sqkm, int nuts_level) const;
+  bool gen_numeric(int64_t operation_id, int64_t corine_class, int64_t nuts3_id, int64_t nuts2_id,
+                   int64_t nuts1_id, int64_t nuts0_id, double area_sqkm, int nuts_level);
+  void gen_text(int64_t operation_id, int64_t corine_class, int64_t nuts3_id, int64_t nuts2_id,
+                int64_t nuts1_id, int64_t nuts0_id, double area_sqkm, int nuts_level);
+  void results_from_tables();
+  bool fold_results(std::vector<ImpactResult>& rows, bool keep_horizons);
+  void make_tables();
 
   const ImpactSource::Data& src_;
   std::optional<int64_t> operation_id_;  // of the last gen_impact_data, for messages
@@ -115,6 +170,12 @@ class ImpactGenerator {
   GridTable mitigation_rows_;
   GridTable adaptation_rows_;
   GridTable yield_rows_;
+  bool tables_stale_ = false;  // the results are newer than the tables
+  bool text_cells_ = false;
+  bool results_only_ = false;
+  bool results_text_ = false;
+  std::vector<ImpactResult> results_[3];  // mitigation, adaptation, yield
+  std::vector<ImpactResult> fold_work_;
 };
 
 }  // namespace arven

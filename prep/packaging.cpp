@@ -11,6 +11,7 @@
 #include "core/session.h"
 #include "core/text.h"
 #include "core/ui.h"
+#include "prep/store_zip.h"
 #include "settings/store_install.h"
 #include "settings/update_check.h"
 #include "settings/zip_files.h"
@@ -229,7 +230,7 @@ void write_text_file(const fs::path& path, const std::string& text) {
 void replace_text_file(const fs::path& path, const std::string& text) {
   fs::path tmp = with_suffix(path, ".tmp");
   write_text_file(tmp, text);
-  fs::rename(tmp, path);
+  durable_rename(tmp, path);
 }
 
 // Replaces a table of the target by the source's: its definition with its
@@ -316,7 +317,7 @@ void copy_store_file(const fs::path& from, const fs::path& to) {
   fs::create_directories(to.parent_path(), ec);
   fs::path tmp = with_suffix(to, ".tmp");
   fs::copy_file(from, tmp, fs::copy_options::overwrite_existing);
-  fs::rename(tmp, to);
+  durable_rename(tmp, to);
 }
 
 bool store_is_whole(const fs::path& store) {
@@ -571,16 +572,16 @@ int publish_country_store(Ui& ui, const fs::path& target, const std::string& cou
   std::error_code ec;
   write_text_file(csv_tmp, version_file_text(date) + "\n");
   fs::remove(zip_tmp, ec);
-  int result = zip_single_file(ui, target.string(), zip_tmp.string());
+  int result = zip_store_on_all_cores(ui, target, zip_tmp);
   if (result != kZipOk) {
     fs::remove(csv_tmp, ec);
     fs::remove(zip_tmp, ec);
     return result;
   }
   // The archive first: a version file never announces an archive not yet there.
-  fs::rename(zip_tmp, zip);
+  durable_rename(zip_tmp, zip);
   write_sha256_file(zip);
-  fs::rename(csv_tmp, csv);
+  durable_rename(csv_tmp, csv);
   return kZipOk;
 }
 
@@ -591,7 +592,7 @@ void new_basefile() {
   std::error_code ec;
   fs::create_directories(tmp.parent_path(), ec);
   create_country_store_base(tmp);
-  fs::rename(tmp, prepro_base_path());
+  durable_rename(tmp, prepro_base_path());
 }
 
 void copy_dbs(const fs::path& target) {

@@ -1,11 +1,12 @@
 #include "prep/preprocess.h"
 
+#include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <filesystem>
 #include <map>
 #include <set>
+#include <string_view>
 #include <thread>
 #include <unordered_map>
 #include <unordered_set>
@@ -13,6 +14,7 @@
 #include "core/numbers.h"
 #include "core/session.h"
 #include "prep/impact_generation.h"
+#include "prep/ordered_slots.h"
 #include "prep/packaging.h"
 #include "stores/db.h"
 #include "stores/schema.h"
@@ -168,20 +170,32 @@ struct Area {
   int64_t id() const { return ids[level]; }
 };
 
-// The stored rows of one operation in one area.
-// The result tables of one operation in one area, as the generator left
-// them; the writer turns them into rows, so the two threads share the work.
+// One row of NUTS<k>_OPS apart from the area's columns, in numbers.
+struct OpsRow {
+  int64_t activity_id = 0;
+  int64_t impact_type = 0;
+  int64_t category = 0;
+  double value = 0;
+  double cseq = 0;
+  double impact_max = 0;
+  int64_t data_quality = 0;
+  std::string_view refs;
+};
+
+// The stored rows of one operation in one area, worked out on a generating
+// thread so that the writer only binds and inserts.
 struct OperationRows {
   int64_t operation_id = 0;
   bool had_rows = false;  // whether the store held rows of it before the run
   double impact_area = 0;
-  double operation_dq = 0;
-  GridTable mitigation, adaptation, yield;
+  size_t first = 0, count = 0;  // its rows in AreaResult::rows
 };
 
 struct AreaResult {
   size_t area_index = 0;
   std::vector<OperationRows> operations;
+  std::vector<OpsRow> rows;
+  std::deque<std::string> texts;  // Refs of rows made from text cells
   int processed = 0;
 };
 
@@ -194,88 +208,65 @@ const std::vector<std::string>& ops_columns() {
   return c;
 }
 
-// A cell read as a number, an empty cell as 0.
-double cell_or_zero(const std::string& text) {
-  return cell_to_number(text);
+// An Activity ID cell read as a 32-bit float, stored as a whole number.
+int64_t stored_activity_id(float id) {
+  return static_cast<int64_t>(round_half_even(static_cast<double>(id), 0));
 }
 
-// An Activity ID cell, read as a 32-bit float as the cells are text.
-int64_t activity_id_of(const std::string& text) {
-  return static_cast<int64_t>(
-      round_half_even(static_cast<double>(static_cast<float>(cell_or_zero(text))), 0));
+// Data quality x Operation_DQ, stored as a whole number; an empty cell is 0.
+int64_t data_quality(const std::string* cell, double operation_dq) {
+  double dq = cell ? cell_to_number(*cell) : 0;
+  return static_cast<int64_t>(round_half_even(dq * operation_dq, 0));
 }
 
-// Data quality x Operation_DQ, stored as a whole number.
-Value data_quality(const std::string& cell, double operation_dq) {
-  return Value(static_cast<int64_t>(round_half_even(cell_or_zero(cell) * operation_dq, 0)));
-}
-
-// The rows that save_to_datapp_db stores for one operation in one area,
-// from the generator's three tables.
-std::vector<std::vector<Value>> datapp_rows(const OperationRows& op, const Area& a,
-                                            const RvcTerms& rvc) {
-  const int64_t operation_id = op.operation_id;
-  const double impact_area = op.impact_area, operation_dq = op.operation_dq;
-  std::vector<std::vector<Value>> out;
-  auto base = [&](const std::string& activity) {
-    std::vector<Value> r(ops_columns().size());
-    r[0] = Value(3);  // the literal 3 on every row, whatever the level: intended
-    r[1] = Value(a.code);
-    r[2] = Value(a.name);
-    for (int k = 0; k <= 3; ++k)
-      r[static_cast<size_t>(3 + k)] = k <= a.level ? Value(a.ids[k]) : Value();
-    r[7] = Value(a.sqkm);
-    r[8] = Value(a.av_fs);
-    r[9] = Value(0);
-    r[10] = Value(operation_id);
-    r[11] = Value(activity_id_of(activity));
-    r[15] = Value(impact_area);
-    return r;
+// The rows that save_to_datapp_db stores for one operation in one area, from
+// the generator's results: mitigation, then adaptation, then yield.
+void datapp_rows(const ImpactGenerator& gen, double impact_area, double operation_dq,
+                 const RvcTerms& rvc, AreaResult& out) {
+  auto refs = [&](const std::string* t) -> std::string_view {
+    if (!t) return {};
+    if (!gen.results_are_text()) return *t;
+    return out.texts.emplace_back(*t);  // the generator's cells change on its next call
   };
-  const GridTable& m = op.mitigation;
-  for (int i = 1; i < m.rows(); ++i) {
-    auto r = base(m.cell(i, 0));
-    double cseq = cell_or_zero(m.cell(i, 4));
-    r[12] = Value(cseq == 0 ? 1 : 2);
-    r[13] = Value(0);
-    r[14] = Value(cell_or_zero(m.cell(i, 3)));
-    r[16] = Value(cseq);
-    r[17] = Value(0.0);
-    r[18] = data_quality(m.cell(i, 5), operation_dq);
-    r[19] = Value(m.cell(i, 6));
-    out.push_back(std::move(r));
+  for (const auto& r : gen.mitigation_results()) {
+    OpsRow o;
+    o.activity_id = stored_activity_id(r.id);
+    o.cseq = static_cast<double>(r.horizon);
+    o.impact_type = o.cseq == 0 ? 1 : 2;
+    o.value = r.total;
+    o.data_quality = data_quality(r.data_quality, operation_dq);
+    o.refs = refs(r.refs);
+    out.rows.push_back(o);
   }
-  const GridTable& ad = op.adaptation;
-  for (int i = 1; i < ad.rows(); ++i) {
-    auto r = base(ad.cell(i, 0));
-    int64_t category = static_cast<int64_t>(round_half_even(cell_or_zero(ad.cell(i, 2)), 0));
-    r[12] = Value(3);
-    r[13] = Value(category);
-    r[14] = Value(cell_or_zero(ad.cell(i, 4)));
-    r[16] = Value(0.0);
-    r[17] = Value(rvc.max_factor(category, impact_area));
-    r[18] = data_quality(ad.cell(i, 5), operation_dq);
-    r[19] = Value(ad.cell(i, 6));
-    out.push_back(std::move(r));
+  for (const auto& r : gen.adaptation_results()) {
+    OpsRow o;
+    o.activity_id = stored_activity_id(r.id);
+    o.impact_type = 3;
+    o.category = r.category;
+    o.value = r.total;
+    o.impact_max = rvc.max_factor(r.category, impact_area);
+    o.data_quality = data_quality(r.data_quality, operation_dq);
+    o.refs = refs(r.refs);
+    out.rows.push_back(o);
   }
-  const GridTable& y = op.yield;
-  for (int i = 1; i < y.rows(); ++i) {
-    auto r = base(y.cell(i, 0));
-    r[12] = Value(4);
-    r[13] = Value(0);
-    r[14] = Value(cell_or_zero(y.cell(i, 3)));
-    r[16] = Value(0.0);
-    r[17] = Value(0.0);
-    r[18] = data_quality(y.cell(i, 4), operation_dq);
-    r[19] = Value(y.cell(i, 5));
-    out.push_back(std::move(r));
+  for (const auto& r : gen.yield_results()) {
+    OpsRow o;
+    o.activity_id = stored_activity_id(r.id);
+    o.impact_type = 4;
+    o.value = r.total;
+    o.data_quality = data_quality(r.data_quality, operation_dq);
+    o.refs = refs(r.refs);
+    out.rows.push_back(o);
   }
-  return out;
 }
 
-// The statements that write one country's NUTS<k>_OPS tables.
+// The statements that write one country's NUTS<k>_OPS tables. The rows of
+// an operation go in by statements of 8, 4, 2 and 1 rows, in their order:
+// fewer statement runs than rows, the same rows in the same order.
 struct OpsWriter {
-  std::vector<Statement> remove, insert;
+  static constexpr size_t kBatches[] = {8, 4, 2, 1};
+  std::vector<Statement> remove;
+  std::vector<std::vector<Statement>> insert;  // by level, then by batch
 
   explicit OpsWriter(const Db& target) {
     std::string cols, marks;
@@ -288,20 +279,61 @@ struct OpsWriter {
       remove.push_back(target.prepare_statement("DELETE FROM " + table + " WHERE " +
                                                 quote_name(nuts_id_column(k)) +
                                                 " = ? AND \"Operation ID\" = ?"));
-      insert.push_back(target.prepare_statement("INSERT INTO " + table + " (" + cols +
-                                                ") VALUES (" + marks + ")"));
+      insert.emplace_back();
+      for (size_t n : kBatches) {
+        std::string sql = "INSERT INTO " + table + " (" + cols + ") VALUES ";
+        for (size_t i = 0; i < n; ++i) sql += (i ? ", (" : "(") + marks + ")";
+        insert.back().push_back(target.prepare_statement(sql));
+      }
     }
   }
 
+  // Binds one row at the parameters from `at` on.
+  static void bind_row(Statement& st, int at, const Area& a, const OperationRows& op,
+                       const OpsRow& r) {
+    st.bind(at + 1, int64_t{3});  // the literal 3 on every row, whatever the level: intended
+    st.bind(at + 2, std::string_view(a.code));
+    st.bind(at + 3, std::string_view(a.name));
+    for (int p = 0; p <= 3; ++p)
+      if (p <= a.level)
+        st.bind(at + 4 + p, a.ids[p]);
+      else
+        st.bind_null(at + 4 + p);
+    st.bind(at + 8, a.sqkm);
+    st.bind(at + 9, a.av_fs);
+    st.bind(at + 10, int64_t{0});
+    st.bind(at + 11, op.operation_id);
+    st.bind(at + 12, r.activity_id);
+    st.bind(at + 13, r.impact_type);
+    st.bind(at + 14, r.category);
+    st.bind(at + 15, r.value);
+    st.bind(at + 16, op.impact_area);
+    st.bind(at + 17, r.cseq);
+    st.bind(at + 18, r.impact_max);
+    st.bind(at + 19, r.data_quality);
+    st.bind(at + 20, r.refs);
+  }
+
   // save_to_datapp_db: replaces the rows of one operation in one area.
-  int64_t save_to_datapp_db(const Area& a, const OperationRows& op, const RvcTerms& rvc) {
+  int64_t save_to_datapp_db(const Area& a, const OperationRows& op, const AreaResult& result) {
     auto k = static_cast<size_t>(a.level);
     // A pair that had no rows when the country started has none to delete:
     // the run writes each area once.
     if (op.had_rows) remove[k].run({Value(a.id()), Value(op.operation_id)});
-    auto rows = datapp_rows(op, a, rvc);
-    for (const auto& row : rows) insert[k].run(row);
-    return static_cast<int64_t>(rows.size());
+    const int width = static_cast<int>(ops_columns().size());
+    size_t i = op.first;
+    const size_t end = op.first + op.count;
+    for (size_t b = 0; b < std::size(kBatches); ++b) {
+      const size_t n = kBatches[b];
+      Statement& st = insert[k][b];
+      while (end - i >= n) {
+        for (size_t j = 0; j < n; ++j)
+          bind_row(st, static_cast<int>(j) * width, a, op, result.rows[i + j]);
+        st.run();
+        i += n;
+      }
+    }
+    return static_cast<int64_t>(op.count);
   }
 };
 
@@ -396,36 +428,7 @@ bool decide(RunMode mode, const RunOperation& op, bool has_rows, const std::stri
   return false;
 }
 
-// A bounded queue between the generating thread and the writing one.
-class ResultQueue {
- public:
-  void push(AreaResult r) {
-    std::unique_lock lock(m_);
-    cv_.wait(lock, [&] { return q_.size() < 8 || closed_; });
-    q_.push_back(std::move(r));
-    cv_.notify_all();
-  }
-  std::optional<AreaResult> pop() {
-    std::unique_lock lock(m_);
-    cv_.wait(lock, [&] { return !q_.empty() || closed_; });
-    if (q_.empty()) return std::nullopt;
-    AreaResult r = std::move(q_.front());
-    q_.pop_front();
-    cv_.notify_all();
-    return r;
-  }
-  void close() {
-    std::lock_guard lock(m_);
-    closed_ = true;
-    cv_.notify_all();
-  }
-
- private:
-  std::mutex m_;
-  std::condition_variable cv_;
-  std::deque<AreaResult> q_;
-  bool closed_ = false;
-};
+using AreaSlots = OrderedSlots<AreaResult>;
 
 struct CountryRun {
   const RunParams& params;
@@ -433,83 +436,150 @@ struct CountryRun {
   const ImpactSource& source;
   const RvcTerms& terms;
   const std::unordered_map<int64_t, MasterOperation>& master_ops;
+  int& time_horizon;  // as a one-thread run leaves it from area to area
 };
 
-// Generates every area of one country on its own thread, in the order of a
-// one-thread run, so the rows are the same as if one thread did it all.
-void generate_country(const CountryRun& run, const std::vector<Area>& areas,
-                      const ExistingRows& existing,
-                      const std::unordered_map<int64_t, std::string>& store_dates,
-                      const CorineShares& shares, ImpactGenerator& gen, ResultQueue& out,
-                      std::exception_ptr& failure) {
-  try {
-    const auto& ops = run.params.operations;
-    for (size_t i = 0; i < areas.size(); ++i) {
-      const Area& a = areas[i];
-      AreaResult result;
-      result.area_index = i;
-      for (size_t j = 0; j < ops.size(); ++j) {
-        if (run.control.halted) break;
-        const RunOperation& op = ops[j];
-        run.control.update([&](RunProgress& p) {
-          p.operation = op.name;
-          p.operation_index = static_cast<int>(j + 1);
-          p.operation_count = static_cast<int>(ops.size());
-        });
-        auto m = run.master_ops.find(op.id);
-        if (m == run.master_ops.end())
-          throw ImpactDataError("operation " + std::to_string(op.id) +
-                                " is not in the Operations table of the operations store");
-        auto sd = store_dates.find(op.id);
-        bool has_rows = existing.count({a.level, a.id(), op.id}) > 0;
-        if (!decide(run.params.mode, op, has_rows, m->second.last_updated,
-                    sd == store_dates.end() ? "" : sd->second))
-          continue;
-        int64_t corine = m->second.corine_class;
-        gen.gen_impact_data(op.id, corine, a.ids[3], a.ids[2], a.ids[1], a.ids[0], a.sqkm, a.level);
-        double impact_area = a.sqkm * 100;
-        if (corine != 0) {
-          double p = 0;
-          auto rvc = run.terms.corine_rvc.find(corine);
-          if (rvc != run.terms.corine_rvc.end()) {
-            auto s = shares.find({a.level, a.id(), rvc->second});
-            if (s != shares.end()) p = s->second;
-          }
-          impact_area = (p / 100) * (a.sqkm * 100);
-        }
-        result.operations.push_back({op.id, has_rows, impact_area, m->second.operation_dq,
-                                     gen.mitigation_rows(), gen.adaptation_rows(),
-                                     gen.yield_rows()});
-        ++result.processed;
-      }
-      out.push(std::move(result));
-      if (run.control.halted) break;
-    }
-  } catch (...) {
-    failure = std::current_exception();
-  }
-  out.close();
+// What a country's generation needs besides the run.
+struct CountryPlan {
+  const std::vector<Area>& areas;
+  const ExistingRows& existing;
+  const std::unordered_map<int64_t, std::string>& store_dates;
+  const CorineShares& shares;
+  std::vector<int> horizon_at;  // the time horizon at the start of each area
+};
+
+// Whether the run processes the operation in the area.
+bool processes(const CountryRun& run, const CountryPlan& plan, const Area& a,
+               const RunOperation& op) {
+  auto m = run.master_ops.find(op.id);
+  if (m == run.master_ops.end())
+    throw ImpactDataError("operation " + std::to_string(op.id) +
+                          " is not in the Operations table of the operations store");
+  auto sd = plan.store_dates.find(op.id);
+  bool has_rows = plan.existing.count({a.level, a.id(), op.id}) > 0;
+  return decide(run.params.mode, op, has_rows, m->second.last_updated,
+                sd == plan.store_dates.end() ? "" : sd->second);
 }
 
+// The time horizon is the only state a generator keeps from call to call,
+// and it changes only to the last horizon. So the horizon a one-thread run
+// has at the start of each area is known before any area is generated, and
+// each area can be generated apart. The areas' rows are thus those of a
+// one-thread run.
+void plan_horizons(const CountryRun& run, CountryPlan& plan, const ImpactGenerator& gen) {
+  std::unordered_map<int64_t, bool> sets;
+  for (const auto& op : run.params.operations) sets.emplace(op.id, gen.sets_time_horizon(op.id));
+  plan.horizon_at.clear();
+  for (const Area& a : plan.areas) {
+    plan.horizon_at.push_back(run.time_horizon);
+    for (const auto& op : run.params.operations) {
+      if (!sets[op.id]) continue;
+      bool does = false;
+      try {
+        does = processes(run, plan, a, op);
+      } catch (const ImpactDataError&) {
+        break;  // the generation of this area fails there and says so
+      }
+      if (does) {
+        run.time_horizon = 250;  // the last horizon
+        break;
+      }
+    }
+  }
+}
+
+// Generates one area with its own generator.
+AreaResult generate_area(const CountryRun& run, const CountryPlan& plan, size_t i,
+                         ImpactGenerator& gen) {
+  const Area& a = plan.areas[i];
+  const auto& ops = run.params.operations;
+  AreaResult result;
+  result.area_index = i;
+  gen.set_time_horizon(plan.horizon_at[i]);
+  for (size_t j = 0; j < ops.size(); ++j) {
+    if (run.control.halted) break;
+    const RunOperation& op = ops[j];
+    if (j % 32 == 0 || j + 1 == ops.size())
+      run.control.update([&](RunProgress& p) {
+        p.operation = op.name;
+        p.operation_index = static_cast<int>(j + 1);
+        p.operation_count = static_cast<int>(ops.size());
+      });
+    if (!processes(run, plan, a, op)) continue;
+    const MasterOperation& m = run.master_ops.at(op.id);
+    const int64_t corine = m.corine_class;
+    gen.gen_impact_data(op.id, corine, a.ids[3], a.ids[2], a.ids[1], a.ids[0], a.sqkm, a.level);
+    double impact_area = a.sqkm * 100;
+    if (corine != 0) {
+      double p = 0;
+      auto rvc = run.terms.corine_rvc.find(corine);
+      if (rvc != run.terms.corine_rvc.end()) {
+        auto s = plan.shares.find({a.level, a.id(), rvc->second});
+        if (s != plan.shares.end()) p = s->second;
+      }
+      impact_area = (p / 100) * (a.sqkm * 100);
+    }
+    OperationRows rows;
+    rows.operation_id = op.id;
+    rows.had_rows = plan.existing.count({a.level, a.id(), op.id}) > 0;
+    rows.impact_area = impact_area;
+    rows.first = result.rows.size();
+    datapp_rows(gen, impact_area, m.operation_dq, run.terms, result);
+    rows.count = result.rows.size() - rows.first;
+    result.operations.push_back(rows);
+    ++result.processed;
+  }
+  return result;
+}
+
+// The pragmas of a store being built in a temporary file: it is renamed into
+// place when the run ends, and a killed run leaves the old store, so the
+// file need not survive a crash itself. Rollback still works, in memory.
+void build_pragmas(Db& db) {
+  db.exec_script(
+      "PRAGMA journal_mode = MEMORY; PRAGMA synchronous = OFF; PRAGMA cache_size = -65536;");
+}
+
+// Areas written per transaction.
+constexpr int kAreasPerTransaction = 64;
+
 // One country of the run; false when it was halted.
-bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::string& cc,
-                 ImpactGenerator& gen) {
+bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::string& cc) {
   const RunParams& params = run.params;
-  fs::path target = country_target_path(cc);
+  const fs::path target = country_target_path(cc);
+  // The store is built beside the target and replaces it when the run ends
+  // in any way but a kill: done, halted or stopped by a fault (rows already
+  // written for areas stay, as they would in place).
+  const fs::path building = fs::path(target.string() + ".tmp");
+  std::error_code ec;
+  fs::remove(building, ec);
   if (!params.existing_db || !fs::exists(target)) {
-    // Both copies are atomic, and a target that is not a whole store (left
-    // by a killed copy) never overwrites the backup of the last good one.
+    // A target that is not a whole store (left by a killed copy) never
+    // overwrites the backup of the last good one.
     if (store_is_whole(target))
       copy_store_file(target, prepro_folder() / ("backup_" + target.filename().string()));
     if (!fs::exists(prepro_base_path())) new_basefile();
-    copy_store_file(prepro_base_path(), target);
+    fs::copy_file(prepro_base_path(), building, fs::copy_options::overwrite_existing);
+  } else {
+    fs::copy_file(target, building, fs::copy_options::overwrite_existing);
   }
-  fill_country_store(target, nuts0_id, params.dq_refs, &ui);
+  struct Replace {
+    const fs::path &from, &to;
+    bool armed = true;
+    ~Replace() {
+      std::error_code e;
+      if (armed) durable_rename(from, to, e);
+    }
+  } replace{building, target};
+
+  fill_country_store(building, nuts0_id, params.dq_refs, &ui);
 
   Db rvc = Db::open(session().rvc_db_path);
   std::vector<Area> areas = country_areas(rvc, nuts0_id, params.level);
   CorineShares shares = corine_shares(rvc, areas, run.terms, params.level);
-  Db store = Db::open(target);
+  std::optional<Db> store_file(Db::open(building, true));
+  Db& store = *store_file;
+  build_pragmas(store);
   ExistingRows existing = existing_rows(store, params.level);
   auto store_dates = last_updated_by_operation(store);
   run.control.update([&](RunProgress& p) {
@@ -518,32 +588,71 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
     p.processed.clear();
   });
 
-  ResultQueue queue;
-  std::exception_ptr failure;
-  std::thread generator(
-      [&] { generate_country(run, areas, existing, store_dates, shares, gen, queue, failure); });
+  CountryPlan plan{areas, existing, store_dates, shares, {}};
+  const unsigned threads =
+      params.threads ? params.threads : std::max(1u, std::thread::hardware_concurrency());
+  std::vector<ImpactGenerator> gens;
+  for (unsigned t = 0; t < threads; ++t) gens.emplace_back(run.source).set_results_only(true);
+  plan_horizons(run, plan, gens[0]);
+
+  const auto started = std::chrono::steady_clock::now();
+  AreaSlots slots(areas.size(), 2 * threads + 2);
+  std::vector<std::thread> workers;
+  for (unsigned t = 0; t < threads; ++t)
+    workers.emplace_back([&, t] {
+      while (auto i = slots.claim(run.control.halted)) {
+        try {
+          slots.put(*i, generate_area(run, plan, *i, gens[t]));
+        } catch (...) {
+          slots.fail(*i, std::current_exception());
+          slots.stop();
+        }
+      }
+    });
+  auto finish_workers = [&] {
+    slots.stop();
+    for (auto& w : workers)
+      if (w.joinable()) w.join();
+  };
+
   std::set<int64_t> list5;  // operations processed in this country
-  OpsWriter writer(store);
+  bool halted = false;
   auto last_report = std::chrono::steady_clock::now() - std::chrono::seconds(1);
+  std::optional<Transaction> tx;
   try {
-    while (auto result = queue.pop()) {
+    OpsWriter writer(store);
+    int in_tx = 0;
+    for (size_t i = 0; i < areas.size(); ++i) {
       // A halt stops the run after the area being written; areas generated
       // ahead of the writer are dropped, as if never reached.
-      if (run.control.halted) {
-        while (queue.pop()) {
-        }
+      std::optional<AreaResult> result;
+      if (!run.control.halted) result = slots.take(i, run.control.halted);
+      if (!result || run.control.halted) {
+        halted = true;
         break;
       }
-      const Area& a = areas[result->area_index];
-      Transaction tx(store);
+      const Area& a = areas[i];
+      if (!tx) tx.emplace(store);
       int64_t rows = 0;
-      for (const auto& op : result->operations) {
-        rows += writer.save_to_datapp_db(a, op, run.terms);
-        // List5 compares ids as 32-bit floats, as the list holds text.
-        list5.insert(static_cast<int64_t>(static_cast<float>(op.operation_id)));
+      // Each area is whole or absent, as if it had a transaction of its own.
+      store.exec("SAVEPOINT area");
+      try {
+        for (const auto& op : result->operations) rows += writer.save_to_datapp_db(a, op, *result);
+      } catch (...) {
+        store.exec("ROLLBACK TO area");
+        store.exec("RELEASE area");
+        throw;
       }
-      tx.commit();
-      int index = static_cast<int>(result->area_index) + 1;
+      store.exec("RELEASE area");
+      // List5 compares ids as 32-bit floats, as the list holds text.
+      for (const auto& op : result->operations)
+        list5.insert(static_cast<int64_t>(static_cast<float>(op.operation_id)));
+      if (++in_tx == kAreasPerTransaction) {
+        tx->commit();
+        tx.reset();
+        in_tx = 0;
+      }
+      int index = static_cast<int>(i) + 1;
       std::string label = std::to_string(index) + "/" + std::to_string(areas.size()) + ". NUTS" +
                           std::to_string(a.level) + ": " + a.code + ": " + a.name;
       run.control.update([&](RunProgress& p) {
@@ -561,18 +670,24 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
           index == static_cast<int>(areas.size())) {
         ui.progress(index, static_cast<int>(areas.size()), label);
         last_report = now;
+        slots.wake();  // a halt asked for during the progress report
       }
     }
+    if (tx) tx->commit();
   } catch (...) {
-    run.control.halted = true;  // stops the generator
-    while (queue.pop()) {
-    }
-    generator.join();
+    run.control.halted = true;  // stops the generators
+    finish_workers();
+    // The areas written before the fault stay.
+    if (tx) tx->commit();
     throw;
   }
-  generator.join();
-  if (failure) std::rethrow_exception(failure);
-  if (run.control.halted) return false;
+  finish_workers();
+  auto seconds_since = [](std::chrono::steady_clock::time_point t) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count();
+  };
+  const double generated = seconds_since(started);
+  run.control.update([&](RunProgress& p) { p.generate_seconds += generated; });
+  if (halted || run.control.halted) return false;
 
   // update_last_updated_date: the store now remembers what was generated.
   {
@@ -587,9 +702,15 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
     }
     tx.commit();
   }
+  store_file.reset();
   std::vector<int64_t> ids;
   for (const auto& op : params.operations) ids.push_back(op.id);
+  replace.armed = false;
+  durable_rename(building, target);
+  const auto publishing = std::chrono::steady_clock::now();
   publish_country_store(ui, target, cc, ids);
+  const double published = seconds_since(publishing);
+  run.control.update([&](RunProgress& p) { p.publish_seconds += published; });
   return true;
 }
 
@@ -660,8 +781,8 @@ bool process_start2(Ui& ui, const RunParams& params, RunControl& control) {
                                                rows.get("Last_Updated").as_text()});
           });
         }
-        ImpactGenerator gen(source);
-        CountryRun run{params, control, source, terms, master_ops};
+        int time_horizon = 0;  // a generator's first horizon
+        CountryRun run{params, control, source, terms, master_ops, time_horizon};
         int index = 0;
         for (int64_t nuts0_id : params.countries) {
           std::string cc, label;
@@ -679,7 +800,7 @@ bool process_start2(Ui& ui, const RunParams& params, RunControl& control) {
             p.country_index = index;
           });
           ui.progress(0, 1, label);
-          if (!run_country(ui, run, nuts0_id, cc, gen)) {
+          if (!run_country(ui, run, nuts0_id, cc)) {
             halted = true;
             break;
           }

@@ -46,6 +46,7 @@ struct RunParams {
   std::vector<RunOperation> operations;  // List3, in order
   bool existing_db = false;              // "Existing DB"
   bool dq_refs = false;                  // "DQ and Refs"
+  unsigned threads = 0;                  // generating threads; 0: one per core
 };
 
 // What the dialog shows while a run goes on; read from any thread.
@@ -59,6 +60,9 @@ struct RunProgress {
   std::string processed;  // "Number of operations being processed = n"
   int64_t pairs = 0;      // area-operation pairs generated so far
   int64_t rows = 0;       // NUTS<k>_OPS rows written so far
+  // Seconds spent generating and writing the areas, and stamping and
+  // zipping the stores, over the countries done so far.
+  double generate_seconds = 0, publish_seconds = 0;
   bool running = false;
 };
 

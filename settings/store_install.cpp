@@ -21,13 +21,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void sync_path(const fs::path& p, int flags) {
-  int fd = ::open(p.c_str(), flags);
-  if (fd < 0) return;
-  ::fsync(fd);
-  ::close(fd);
-}
-
 // A temporary name in the same folder, so that the rename is atomic.
 fs::path part_name(const fs::path& target) {
   return target.parent_path() /
@@ -117,19 +110,17 @@ std::string install_store_archive(const fs::path& zip, int cc, const fs::path& d
     fs::remove(part, ec);
     return why;
   }
-  sync_path(part, O_RDONLY);
   // Journal files of the store being replaced would be applied to the new one.
   for (const char* suffix : {"-journal", "-wal", "-shm"}) {
     fs::path side = target;
     side += suffix;
     fs::remove(side, ec);
   }
-  fs::rename(part, target, ec);
+  durable_rename(part, target, ec);
   if (ec) {
     fs::remove(part, ec);
     return "cannot replace " + target.string() + ": " + ec.message();
   }
-  sync_path(target.parent_path(), O_RDONLY | O_DIRECTORY);
   return "";
 }
 

@@ -1,6 +1,8 @@
 #include "stores/db.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -126,6 +128,39 @@ int Statement::run(const std::vector<Value>& params) {
   return sqlite3_changes(db_->handle());
 }
 
+void Statement::bind(int index, int64_t v) {
+  if (sqlite3_bind_int64(stmt_, index, v) != SQLITE_OK) db_->fail(sqlite3_errmsg(db_->handle()));
+}
+
+void Statement::bind(int index, double v) {
+  if (sqlite3_bind_double(stmt_, index, v) != SQLITE_OK) db_->fail(sqlite3_errmsg(db_->handle()));
+}
+
+void Statement::bind(int index, std::string_view text) {
+  // A null pointer would bind NULL: an empty text stays an empty text.
+  const char* data = text.data() ? text.data() : "";
+  if (sqlite3_bind_text(stmt_, index, data, static_cast<int>(text.size()), SQLITE_STATIC) !=
+      SQLITE_OK)
+    db_->fail(sqlite3_errmsg(db_->handle()));
+}
+
+void Statement::bind_null(int index) {
+  if (sqlite3_bind_null(stmt_, index) != SQLITE_OK) db_->fail(sqlite3_errmsg(db_->handle()));
+}
+
+int Statement::run() {
+  int rc;
+  while ((rc = sqlite3_step(stmt_)) == SQLITE_ROW) {
+  }
+  if (rc != SQLITE_DONE) {
+    std::string why = sqlite3_errmsg(db_->handle());
+    sqlite3_reset(stmt_);
+    db_->fail(why);
+  }
+  sqlite3_reset(stmt_);
+  return sqlite3_changes(db_->handle());
+}
+
 Rows& Statement::query(const std::vector<Value>& params) {
   bind_all(params);
   if (!rows_) rows_.reset(new Rows(db_, stmt_, false));
@@ -215,7 +250,22 @@ Value Rows::get(int i) const {
 
 // ---- Db -----------------------------------------------------------------------
 
+namespace {
+
+// Before the library's first use: no count of the memory in use, which
+// costs a global lock on every allocation. Nothing here reads that count.
+void configure_library() {
+  static const bool done = [] {
+    sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    return true;
+  }();
+  (void)done;
+}
+
+}  // namespace
+
 Db Db::open(const std::filesystem::path& path, bool one_thread) {
+  configure_library();
   std::error_code ec;
   if (!std::filesystem::is_regular_file(path, ec))
     throw StoreError(path, "the file does not exist");
@@ -247,6 +297,7 @@ Db Db::open(const std::filesystem::path& path, bool one_thread) {
 }
 
 Db Db::create(const std::filesystem::path& path) {
+  configure_library();
   std::error_code ec;
   std::filesystem::remove(path, ec);
   if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), ec);
@@ -426,6 +477,30 @@ Transaction::~Transaction() {
 void Transaction::commit() {
   db_.exec_script("COMMIT");
   open_ = false;
+}
+
+namespace {
+
+void sync_path(const std::filesystem::path& p, int flags) {
+  int fd = ::open(p.c_str(), flags | O_CLOEXEC);
+  if (fd < 0) return;
+  ::fsync(fd);
+  ::close(fd);
+}
+
+}  // namespace
+
+void durable_rename(const std::filesystem::path& from, const std::filesystem::path& to,
+                    std::error_code& ec) {
+  sync_path(from, O_RDONLY);
+  std::filesystem::rename(from, to, ec);
+  if (!ec) sync_path(to.parent_path().empty() ? "." : to.parent_path(), O_RDONLY | O_DIRECTORY);
+}
+
+void durable_rename(const std::filesystem::path& from, const std::filesystem::path& to) {
+  std::error_code ec;
+  durable_rename(from, to, ec);
+  if (ec) throw std::filesystem::filesystem_error("cannot rename", from, to, ec);
 }
 
 }  // namespace arven

@@ -52,6 +52,15 @@ class Statement {
   // of this statement.
   class Rows& query(const std::vector<Value>& params);
 
+  // Binding one parameter at a time (from 1), for bulk writes that should
+  // not build a Value per field; text must stay valid until run().
+  void bind(int index, int64_t v);
+  void bind(int index, double v);
+  void bind(int index, std::string_view text);
+  void bind_null(int index);
+  // Runs the statement with what is bound; returns the rows it changed.
+  int run();
+
  private:
   friend class Db;
   Statement(const Db* db, sqlite3_stmt* stmt);
@@ -180,5 +189,13 @@ class Transaction {
   Db& db_;
   bool open_ = true;
 };
+
+// Puts a file built under a temporary name into place: its content is
+// flushed to disk before the rename and the rename after it, so that a
+// crash leaves either the old file or the whole new one. `ec` as rename's.
+void durable_rename(const std::filesystem::path& from, const std::filesystem::path& to,
+                    std::error_code& ec);
+// The same; throws std::filesystem::filesystem_error when the rename fails.
+void durable_rename(const std::filesystem::path& from, const std::filesystem::path& to);
 
 }  // namespace arven

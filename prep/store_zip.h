@@ -1,0 +1,18 @@
+#pragma once
+
+#include <filesystem>
+
+namespace arven {
+
+class Ui;
+
+// Zips one store into a new archive, the store at the archive's top level
+// under its file name, deflated at the fastest level on every core: the
+// store is cut into pieces, each piece deflated apart and ended on a byte
+// boundary, and the pieces joined in order into one deflate stream that any
+// unzip reads. Returns kZipOk or a kZip* code of settings/zip_files.h, and
+// tells the user of a failure as the zip facility does.
+int zip_store_on_all_cores(Ui& ui, const std::filesystem::path& store,
+                           const std::filesystem::path& zip);
+
+}  // namespace arven
