@@ -6,6 +6,9 @@
 # is compared row by row, each value with its type and, for reals, its exact
 # bits. The version files are compared byte for byte.
 #
+# The reference is another build's folder (a build of an earlier commit),
+# given by --ref-admin and --ref-synth or as ARVEN_REF_BUILD=DIR.
+#
 #   scripts/compare_prepro.sh [--ref-admin PATH] [--new-admin PATH]
 #                             [--ref-synth PATH] [--new-synth PATH]
 #                             [--seeds "1 2 3"] [--nuts3 N] [--operations N]
@@ -20,9 +23,10 @@
 set -euo pipefail
 
 ROOT="$(cd "$(dirname "$0")/.." && pwd)"
-REF_ADMIN=/work/ref/arven-admin
+REF_BUILD="${ARVEN_REF_BUILD:-}"
+REF_ADMIN="${REF_BUILD:+$REF_BUILD/arven-admin}"
 NEW_ADMIN="$ROOT/build/arven-admin"
-REF_SYNTH=/work/ref/bench/arven-synth
+REF_SYNTH="${REF_BUILD:+$REF_BUILD/bench/arven-synth}"
 NEW_SYNTH="$ROOT/build/bench/arven-synth"
 SEEDS="1 2 3"
 NUTS3=60
@@ -42,6 +46,14 @@ while [ $# -gt 0 ]; do
     --keep) KEEP=1; shift ;;
     *) echo "unknown argument $1" >&2; exit 2 ;;
   esac
+done
+
+for tool in "$REF_ADMIN" "$REF_SYNTH" "$NEW_ADMIN" "$NEW_SYNTH"; do
+  if [ -z "$tool" ] || [ ! -x "$tool" ]; then
+    echo "compare_prepro.sh: name the reference build (ARVEN_REF_BUILD=DIR or --ref-admin and" \
+      "--ref-synth); missing: ${tool:-the reference}" >&2
+    exit 2
+  fi
 done
 
 WORK="$(mktemp -d /tmp/compare-prepro-XXXXXX)"
