@@ -92,7 +92,8 @@ int zip_store_on_all_cores(Ui& ui, const fs::path& store, const fs::path& zip) {
   if (!out) return fail(ui, kZipCreateError, "zip: cannot create " + zip.string());
 
   const std::string name = store.filename().string();
-  const auto [mtime, mdate] = dos_time(store);
+  const std::pair<uint16_t, uint16_t> stamp = dos_time(store);
+  const uint16_t mtime = stamp.first, mdate = stamp.second;
   auto header = [&](uint32_t crc, uint32_t csize) {
     std::string h;
     put32(h, 0x04034b50);
