@@ -227,7 +227,8 @@
   // `value` on Enter (then edits the row below) or when it loses focus, and
   // Escape drops. Number cells take any typing: the program reads the
   // `decimal` separator or the point and refuses anything else with a
-  // message, so no key vanishes unseen. Rows marked in
+  // message, so no key vanishes unseen. Pasting a block of cells from a
+  // spreadsheet into an editor fills the cells from there. Rows marked in
   // `changed` are tinted.
   let gridEdit = null;  // {id, row, col}: the editor to open after the next redraw
   function renderEditGrid(g) {
@@ -272,6 +273,25 @@
         if (e.key === 'Escape') { e.preventDefault(); finish(false, false); return; }
       });
       input.addEventListener('blur', () => finish(true, false));
+      // A block copied from a spreadsheet (tab-separated cells, a line per
+      // row) fills the grid from this cell on, as far as the grid reaches;
+      // each cell goes to the program as its own edit, in order.
+      input.addEventListener('paste', async (e) => {
+        const text = e.clipboardData?.getData('text') || '';
+        if (!/[\t\n]/.test(text.replace(/\r?\n$/, ''))) return;
+        e.preventDefault();
+        done = true;
+        const block = text.replace(/\r?\n$/, '').split(/\r?\n/).map((line) => line.split('\t'));
+        for (let r = 0; r < block.length && i + r < rows.length; ++r) {
+          for (let k = 0; k < block[r].length && c + k < header.length; ++k) {
+            const kind = kindOf(c + k);
+            if (kind !== 'number' && kind !== 'text') continue;
+            const res = await post('command', { grid: g.id, row: i + r, col: c + k, event: 'edit', value: block[r][k].trim() });
+            if (!res.ok) return;  // refused, or a message box now waits
+          }
+        }
+        lastControls = '';
+      });
       td.replaceChildren(input);
       input.focus();
       input.select();
