@@ -14,6 +14,7 @@
 #include "core/numbers.h"
 #include "core/registry.h"
 #include "core/session.h"
+#include "engine/stored_figures.h"
 #include "reports/page_kit.h"
 
 namespace arven::engine_detail {
@@ -96,13 +97,7 @@ KeptRows& kept_rows() {
 // The whole number a stored key equals, as "key = ?" with an integer would
 // match it; none for text, null and fractions.
 std::optional<int64_t> whole_key(const Rows& rows, int c) {
-  const Value v = rows.get(c);
-  if (v.is_int()) return std::get<int64_t>(v.raw());
-  if (v.is_real()) {
-    const double d = std::get<double>(v.raw());
-    if (std::trunc(d) == d && std::fabs(d) < 9.2e18) return static_cast<int64_t>(d);
-  }
-  return std::nullopt;
+  return whole_number(rows.get(c));
 }
 
 }  // namespace

@@ -4,9 +4,6 @@
 
 namespace arven {
 
-namespace {
-
-// The whole number a stored value equals, if any.
 std::optional<int64_t> whole_number(const Value& v) {
   if (v.is_int()) return std::get<int64_t>(v.raw());
   if (v.is_real()) {
@@ -16,8 +13,6 @@ std::optional<int64_t> whole_number(const Value& v) {
   }
   return std::nullopt;
 }
-
-}  // namespace
 
 bool stored_equals(const Value& stored, int64_t x) {
   if (stored.is_int()) return std::get<int64_t>(stored.raw()) == x;

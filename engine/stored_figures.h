@@ -45,4 +45,8 @@ class StoredFigures {
 // number column with a bound integer: numbers by value, text and null never.
 bool stored_equals(const Value& stored, int64_t x);
 
+// The whole number a stored value equals, as that comparison sees it (a
+// whole real included); none for text, null and fractions.
+std::optional<int64_t> whole_number(const Value& v);
+
 }  // namespace arven
