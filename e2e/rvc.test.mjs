@@ -4,7 +4,7 @@
 // cancelled; the report window reused and closed from its menu.
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
+import { execFileSync, spawn } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, pageText, screenshotPath,
@@ -88,19 +88,28 @@ test('the hotspot report runs from the summary page, switches tabs and is cancel
     await page.screenshot({ path: screenshotPath('rvc-hotspot-rep2') });
 
     // A second run, cancelled from its wait page. Its figures would differ
-    // (the store's distributions changed), and the store is made slow to
-    // read (two million rows of other areas), so the cancel comes in time:
-    // the pages of the first run must stay as they were.
+    // (the store's distributions changed), and the store stays locked by
+    // another process until the cancel has been clicked, so the run cannot
+    // finish first: the pages of the first run must stay as they were.
     const rep1File = path.join(sandbox.app, 'hotspot_rep1.htm');
     const before = fs.readFileSync(rep1File, 'utf8');
     const store = path.join(sandbox.app, 'dbases', STORE);
-    execFileSync('sqlite3', [store, 'UPDATE "NUTS3_RVC_Data_Dist" SET "Percent" = 100 - "Percent";' +
-      'WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000000) ' +
-      'INSERT INTO "NUTS3_RVC_Data_Dist" SELECT 900000 + i, 1, 1, 1 FROM n;']);
+    execFileSync('sqlite3', [store, 'UPDATE "NUTS3_RVC_Data_Dist" SET "Percent" = 100 - "Percent";']);
     await page.click('#close-window');
     await page.locator('#panel-3').waitFor();
-    await main.locator('a[href="hot.hot"]').click();
-    await page.frameLocator('#page').locator('a[href="hot.hcn"]').click({ timeout: 20000, noWaitAfter: true });
+    const lock = spawn('sqlite3', [store], { stdio: ['pipe', 'pipe', 'inherit'] });
+    await new Promise((resolve, reject) => {
+      lock.stdout.on('data', (d) => { if (String(d).includes('locked')) resolve(); });
+      lock.on('exit', (code) => reject(new Error('the locking sqlite3 ended with ' + code)));
+      lock.stdin.write(".timeout 10000\n.bail on\nBEGIN EXCLUSIVE;\nSELECT 'locked';\n");
+    });
+    try {
+      await main.locator('a[href="hot.hot"]').click();
+      await page.frameLocator('#page').locator('a[href="hot.hcn"]').click({ timeout: 20000, noWaitAfter: true });
+    } finally {
+      lock.stdin.end('COMMIT;\n');
+      await new Promise((resolve) => lock.on('close', resolve));
+    }
     await page.locator('#tab-report-1').waitFor({ timeout: 20000 });
     await pageText(page, 'Hotspot Report: Hotspots.arv');
     assert.equal(fs.readFileSync(rep1File, 'utf8'), before);
