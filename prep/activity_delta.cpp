@@ -5,16 +5,13 @@
 
 #include "core/numbers.h"
 #include "core/session.h"
+#include "prep/master_stores.h"
 #include "reports/export.h"
 #include "stores/db.h"
 
 namespace arven {
 
 namespace {
-
-Db ops_db() {
-  return Db::open(session().ops_db_path);
-}
 
 std::string q(std::string_view name) {
   return quote_name(name);

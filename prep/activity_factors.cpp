@@ -4,6 +4,7 @@
 
 #include "core/numbers.h"
 #include "core/session.h"
+#include "prep/master_stores.h"
 #include "stores/db.h"
 
 namespace arven {
@@ -12,9 +13,6 @@ namespace {
 
 std::string q(std::string_view name) {
   return quote_name(name);
-}
-Db ops_db() {
-  return Db::open(session().ops_db_path);
 }
 
 constexpr const char* kMitigation = "Mitigation_Activity_Emission_Factors";

@@ -7,6 +7,7 @@
 #include "core/session.h"
 #include "core/utf8.h"
 #include "prep/activity_factors.h"
+#include "prep/master_stores.h"
 #include "reports/page_kit.h"
 #include "stores/db.h"
 
@@ -16,12 +17,6 @@ namespace {
 
 std::string q(std::string_view name) {
   return quote_name(name);
-}
-Db ops_db() {
-  return Db::open(session().ops_db_path);
-}
-Db rvc_db() {
-  return Db::open(session().rvc_db_path);
 }
 
 constexpr const char* kSpare = "zSpareOp_";
