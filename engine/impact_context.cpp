@@ -208,6 +208,18 @@ void keep_rows(const std::string& path, const FileStamp& stamp, const AreaKey& k
   store_kept(path, stamp, area);
 }
 
+// Whether the rows of `area` (its operation aside) are kept for every one of
+// these operations, from the store at `path` at `stamp`.
+bool kept_all_of(const KeptRows& kept, const std::string& path, const FileStamp& stamp,
+                 AreaKey area, const std::vector<int64_t>& operations) {
+  auto store = kept.stores.find(path);
+  return store != kept.stores.end() && store->second.stamp == stamp &&
+         std::all_of(operations.begin(), operations.end(), [&](int64_t op) {
+           area.operation_id = op;
+           return store->second.areas.count(area) > 0;
+         });
+}
+
 // The ten columns of an area row, from column `c` of the query on.
 const char* const kAreaColumns =
     "\"Impact Type\", \"Cseq Years\", \"Activity ID\", \"Impact value\", \"Impact Category\", "
@@ -231,14 +243,12 @@ void decode_area_row(const Rows& rows, int c, OpsRow& r) {
 void StoreCache::prefetch_area(int level, int64_t area_id, const std::vector<int64_t>& operations) {
   if (!stamp_ || operations.empty() || level < 0 || level > 3) return;
   {
-    // Nothing to do when every operation's rows of the area are kept.
     KeptRows& kept = kept_rows();
     std::lock_guard lock(kept.mutex);
-    auto store = kept.stores.find(db_.path().string());
-    if (store != kept.stores.end() && store->second.stamp == *stamp_ &&
-        std::all_of(operations.begin(), operations.end(), [&](int64_t op) {
-          return store->second.areas.count({level, area_id, op}) > 0;
-        }))
+    // Nothing to do when every operation's rows of the area are kept, nor
+    // when there is no room left to keep them: the calculation reads them.
+    if (kept_all_of(kept, db_.path().string(), *stamp_, {level, area_id, 0}, operations) ||
+        kept.rows + operations.size() > kKeptAreaRows)
       return;
   }
   auto& st = area_queries_[static_cast<size_t>(level)];
@@ -269,6 +279,13 @@ void StoreCache::prefetch_area(int level, int64_t area_id, const std::vector<int
   for (size_t i = 0; i < operations.size(); ++i)
     if (keepable[i]) keep.emplace_back(AreaKey{level, area_id, operations[i]}, std::move(found[i]));
   store_kept(db_.path().string(), *stamp_, keep);
+}
+
+bool StoreCache::all_kept(int level, int64_t area_id, const std::vector<int64_t>& operations) {
+  if (!stamp_) return false;
+  KeptRows& kept = kept_rows();
+  std::lock_guard lock(kept.mutex);
+  return kept_all_of(kept, db_.path().string(), *stamp_, {level, area_id, 0}, operations);
 }
 
 std::vector<OpsRow> StoreCache::ops_rows(int level, int64_t area_id, int64_t operation_id) {

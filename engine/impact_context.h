@@ -77,6 +77,8 @@ class StoreCache {
   // one query and keeps them for read_ops_rows. Nothing when the store's rows
   // cannot be kept.
   void prefetch_area(int level, int64_t area_id, const std::vector<int64_t>& operations);
+  // Whether the rows of the area for all these operations are kept.
+  bool all_kept(int level, int64_t area_id, const std::vector<int64_t>& operations);
   // `Activity Name`, HTML-escaped for the grids; throws when there is no row.
   const std::string& activity_name(int64_t activity_id);
   // `Norm_factor` (null is 0); throws when there is no row.
@@ -200,8 +202,10 @@ std::string country_store_for(const std::string& nuts_code);
 ScalingSettings read_settings(ImpactContext& ctx, int64_t operation_id, bool* in_file);
 
 // Reads the rows of every area of the region for all these operations, an
-// area at a time, so that calculating them one by one finds them read.
-// Failures are left to the calculation, which meets them again.
+// area at a time, so that calculating them one by one finds them read; on
+// more than one core, half of the areas are read by a second thread. Rows
+// are kept only as far as there is room for them. Failures are left to the
+// calculation, which meets them again.
 void prefetch_region_rows(ImpactContext& ctx, std::vector<int64_t> operations);
 
 // get_impact_data_direct_MT's work; throws on any failure, before it has

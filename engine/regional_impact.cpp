@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -327,15 +328,49 @@ double scale_area_rows(const std::vector<OpsRow>& rows, StoreCache& store,
 void prefetch_region_rows(ImpactContext& ctx, std::vector<int64_t> operations) {
   std::sort(operations.begin(), operations.end());
   operations.erase(std::unique(operations.begin(), operations.end()), operations.end());
-  if (operations.size() < 2) return;
+  if (operations.size() < 2) return;  // one is read as fast area by area
+  struct AreaRead {
+    std::string store;
+    int level;
+    int64_t nuts_id;
+  };
+  std::vector<AreaRead> reads;
+  // On more than one core a second thread reads the second half of the
+  // areas, on connections of its own, unless they are all kept already.
+  size_t half = 0;
   try {
     for (const RegionArea& region : ctx.regions()) {
       if (region.level < 0 || region.level > 3) return;
-      ctx.store(country_store_for(region.code))
-          .prefetch_area(static_cast<int>(region.level), region.nuts_id, operations);
+      reads.push_back(
+          {country_store_for(region.code), static_cast<int>(region.level), region.nuts_id});
     }
+    half = reads.size();
+    if (std::thread::hardware_concurrency() > 1 && reads.size() > 1)
+      for (size_t i = reads.size() / 2; i < reads.size(); ++i)
+        if (!ctx.store(reads[i].store).all_kept(reads[i].level, reads[i].nuts_id, operations)) {
+          half = reads.size() / 2;
+          break;
+        }
   } catch (const std::exception&) {
-    // The calculation reads the same and reports what failed.
+    return;  // the calculation reads the same and reports what failed
+  }
+  std::jthread second;
+  if (half < reads.size())
+    second = std::jthread([&reads, &operations, half] {
+      try {
+        std::map<std::string, std::unique_ptr<StoreCache>> stores;
+        for (size_t i = half; i < reads.size(); ++i) {
+          auto& store = stores[reads[i].store];
+          if (!store) store = std::make_unique<StoreCache>(reads[i].store);
+          store->prefetch_area(reads[i].level, reads[i].nuts_id, operations);
+        }
+      } catch (const std::exception&) {
+      }
+    });
+  try {
+    for (size_t i = 0; i < half; ++i)
+      ctx.store(reads[i].store).prefetch_area(reads[i].level, reads[i].nuts_id, operations);
+  } catch (const std::exception&) {
   }
 }
 

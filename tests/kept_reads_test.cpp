@@ -202,6 +202,47 @@ TEST_F(KeptReadsTest, RecalculationReplacesTheRowsOfEachOperationOnly) {
   }
 }
 
+TEST_F(KeptReadsTest, RowsReadAheadOnTwoThreadsAnswerAsFreshReads) {
+  // Six areas, so that a second thread reads ahead the last three; two
+  // operations, one of them with text where a number is kept (read afresh
+  // each time) in an area of each half.
+  file_db_->insert(
+      "Operations",
+      {"Operation ID", "Operation Name", "Scaling up technique", "ST Value", "Uptake", "TEA_Inc"},
+      {int64_t{9}, "Op 9", 1, 80.0, 50.0, 1});
+  for (int64_t a = 2; a <= 6; ++a) {
+    if (a > 2) store_->insert("NUTS3", {"NUTS3_ID", "AV_FS"}, {a, 4.0});
+    region("DK01" + std::to_string(a), a);
+  }
+  for (int64_t a = 3; a <= 6; ++a)
+    add_ops({.area = a, .value = 10.0 * static_cast<double>(a), .impact_area = 100});
+  for (int64_t a = 1; a <= 6; ++a)
+    add_ops({.area = a,
+             .op = 9,
+             .value = 3.0 + static_cast<double>(a),
+             .impact_area = 50,
+             .dq = a == 2 || a == 5 ? Value("3") : Value(int64_t{2}),
+             .refs = "r" + std::to_string(a)});
+  auto figures = [&] {
+    std::vector<std::string> out;
+    for (int64_t op : {7, 9}) {
+      EXPECT_EQ(get_impact_data_direct_MT(ui_, op), ImpactStatus::done)
+          << (ui_.messages.empty() ? "" : ui_.messages.back().text);
+      const GridTable& t = explorer_state().ghg_activity_table;
+      for (int r = 0; r < t.rows(); ++r)
+        for (int c = 0; c < t.cols(); ++c) out.push_back(t.cell(r, c));
+      out.push_back(std::to_string(explorer_state().op_total_area));
+    }
+    return out;
+  };
+  const std::vector<std::string> fresh = figures();
+  forget_kept_store_rows();
+  ASSERT_EQ(data_update(ui_, {}, true), ImpactStatus::done);  // reads ahead, keeps
+  EXPECT_EQ(figures(), fresh);
+  forget_kept_store_rows();
+  EXPECT_EQ(figures(), fresh);
+}
+
 TEST_F(KeptReadsTest, StampsMoveWithEveryChangeAndNotWithReads) {
   const std::string path = session().country_db_path[kDK];
   const auto a = engine_detail::stamp_of(path);
