@@ -3,7 +3,6 @@
 #include <set>
 
 #include "core/numbers.h"
-#include "core/session.h"
 #include "prep/master_stores.h"
 #include "stores/db.h"
 
@@ -51,8 +50,18 @@ Value class_value(const GridTable& t, int r) {
   return static_cast<double>(static_cast<float>(number_cell(t, r, "RVC Class", false)));
 }
 
-void delete_rows(Db& db, const char* table, int64_t activity_id) {
-  db.exec("DELETE FROM " + q(table) + " WHERE " + q("Activity ID") + " = ?", {activity_id});
+// Replaces the activity's rows of `table` by those `insert` writes, in one
+// transaction, then stamps the operations that use the activity.
+template <class Insert>
+void replace_rows(const char* table, int64_t activity_id, Insert&& insert) {
+  {
+    Db db = ops_db();
+    Transaction tx(db);
+    db.exec("DELETE FROM " + q(table) + " WHERE " + q("Activity ID") + " = ?", {activity_id});
+    insert(db);
+    tx.commit();
+  }
+  update_op_update_date(activity_id);
 }
 
 }  // namespace
@@ -64,7 +73,7 @@ const std::vector<std::string>& factor_kind_texts() {
 }
 
 std::vector<ListItem> get_rvcs() {
-  Db db = Db::open(session().rvc_db_path);
+  Db db = rvc_db();
   std::vector<ListItem> out;
   auto rows = db.query("SELECT * FROM " + q("RVC_List") + " WHERE " + q("RVC Type") +
                        " IN (1, 3, 4) ORDER BY " + q("RVC ID"));
@@ -131,7 +140,7 @@ GridTable get_ghg_details(int64_t activity_id, FactorKind kind, int64_t& rvc_id)
 GridTable get_es_details(int64_t activity_id) {
   GridTable t = factor_table(FactorKind::ecosystem_services);
   Db db = ops_db();
-  Db rvc = Db::open(session().rvc_db_path);
+  Db rvc = rvc_db();
   auto name = rvc.prepare_statement("SELECT " + q("RVC Short Name") + " FROM " + q("RVC_List") +
                                     " WHERE " + q("RVC ID") + " = ?");
   auto rows = db.query(
@@ -177,34 +186,24 @@ void save_ghg_details(int64_t activity_id, int mitigation_type, int64_t rvc_id,
     if (mitigation_type == 2) row.equilibrium = number_cell(table, r, "Equilibrium", false);
     rows.push_back(row);
   }
-  {
-    Db db = ops_db();
-    Transaction tx(db);
-    // Both mitigation types share the table: an activity has one kind.
-    delete_rows(db, kMitigation, activity_id);
+  // Both mitigation types share the table: an activity has one kind.
+  replace_rows(kMitigation, activity_id, [&](Db& db) {
     for (const Row& r : rows)
       db.insert(kMitigation,
                 {"Activity ID", "RVC ID", "RVC Value", "Mitigation Type", "tCO2e", "Equilibrium"},
                 {activity_id, rvc_id, r.cls, mitigation_type, r.tco2e, r.equilibrium});
-    tx.commit();
-  }
-  update_op_update_date(activity_id);
+  });
 }
 
 void save_yield_details(int64_t activity_id, int64_t rvc_id, const GridTable& table) {
   std::vector<std::pair<Value, double>> rows;
   for (int r = 1; r < table.rows(); ++r)
     rows.push_back({class_value(table, r), number_cell(table, r, "Yield", true)});
-  {
-    Db db = ops_db();
-    Transaction tx(db);
-    delete_rows(db, kYield, activity_id);
+  replace_rows(kYield, activity_id, [&](Db& db) {
     for (const auto& [cls, yield] : rows)
       db.insert(kYield, {"Activity ID", "RVC ID", "RVC Value", "Yield"},
                 {activity_id, rvc_id, cls, yield});
-    tx.commit();
-  }
-  update_op_update_date(activity_id);
+  });
 }
 
 void save_es_details(int64_t activity_id, const GridTable& table) {
@@ -216,15 +215,10 @@ void save_es_details(int64_t activity_id, const GridTable& table) {
                       "\" is not a whole number. Nothing was saved; the old values stay.");
     rows.push_back({static_cast<int64_t>(id), number_cell(table, r, "Value", false)});
   }
-  {
-    Db db = ops_db();
-    Transaction tx(db);
-    delete_rows(db, kAdaptation, activity_id);
+  replace_rows(kAdaptation, activity_id, [&](Db& db) {
     for (const auto& [id, value] : rows)
       db.insert(kAdaptation, {"Activity ID", "RVC ID", "Impact factor"}, {activity_id, id, value});
-    tx.commit();
-  }
-  update_op_update_date(activity_id);
+  });
 }
 
 void update_op_update_date(int64_t activity_id) {
