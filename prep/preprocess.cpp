@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <deque>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -14,6 +13,7 @@
 #include "core/numbers.h"
 #include "core/session.h"
 #include "prep/impact_generation.h"
+#include "prep/ops_rows.h"
 #include "prep/ordered_slots.h"
 #include "prep/packaging.h"
 #include "stores/db.h"
@@ -103,6 +103,12 @@ bool needs_update(const std::string& master_last_updated, const std::string& sto
 
 namespace {
 
+using prep_detail::Area;
+using prep_detail::AreaResult;
+using prep_detail::OperationRows;
+using prep_detail::OpsRow;
+using prep_detail::OpsWriter;
+
 std::string nuts_table(int k) {
   return "NUTS" + std::to_string(k);
 }
@@ -161,53 +167,6 @@ struct RvcTerms {
   }
 };
 
-// One area of a level, as the run walks them.
-struct Area {
-  int level = 0;
-  int64_t ids[4] = {0, 0, 0, 0};  // NUTS0..NUTS3 ids; finer than the level stay 0
-  std::string code, name;
-  double sqkm = 0, av_fs = 0;
-  int64_t id() const { return ids[level]; }
-};
-
-// One row of NUTS<k>_OPS apart from the area's columns, in numbers.
-struct OpsRow {
-  int64_t activity_id = 0;
-  int64_t impact_type = 0;
-  int64_t category = 0;
-  double value = 0;
-  double cseq = 0;
-  double impact_max = 0;
-  int64_t data_quality = 0;
-  std::string_view refs;
-};
-
-// The stored rows of one operation in one area, worked out on a generating
-// thread so that the writer only binds and inserts.
-struct OperationRows {
-  int64_t operation_id = 0;
-  bool had_rows = false;  // whether the store held rows of it before the run
-  double impact_area = 0;
-  size_t first = 0, count = 0;  // its rows in AreaResult::rows
-};
-
-struct AreaResult {
-  size_t area_index = 0;
-  std::vector<OperationRows> operations;
-  std::vector<OpsRow> rows;
-  std::deque<std::string> texts;  // Refs of rows made from text cells
-  int processed = 0;
-};
-
-const std::vector<std::string>& ops_columns() {
-  static const std::vector<std::string> c = {
-      "NUTS Type ID", "NUTS Code",   "NUTS Name",   "NUTS0_ID",           "NUTS1_ID",
-      "NUTS2_ID",     "NUTS3_ID",    "NUTS area",   "Average field size", "Number of fields",
-      "Operation ID", "Activity ID", "Impact Type", "Impact Category",    "Impact value",
-      "Impact area",  "Cseq Years",  "Impact max",  "Data_Quality",       "Refs"};
-  return c;
-}
-
 // An Activity ID cell read as a 32-bit float, stored as a whole number.
 int64_t stored_activity_id(float id) {
   return static_cast<int64_t>(round_half_even(static_cast<double>(id), 0));
@@ -259,83 +218,6 @@ void datapp_rows(const ImpactGenerator& gen, double impact_area, double operatio
     out.rows.push_back(o);
   }
 }
-
-// The statements that write one country's NUTS<k>_OPS tables. The rows of
-// an operation go in by statements of 8, 4, 2 and 1 rows, in their order:
-// fewer statement runs than rows, the same rows in the same order.
-struct OpsWriter {
-  static constexpr size_t kBatches[] = {8, 4, 2, 1};
-  std::vector<Statement> remove;
-  std::vector<std::vector<Statement>> insert;  // by level, then by batch
-
-  explicit OpsWriter(const Db& target) {
-    std::string cols, marks;
-    for (const auto& c : ops_columns()) {
-      cols += (cols.empty() ? "" : ", ") + quote_name(c);
-      marks += marks.empty() ? "?" : ", ?";
-    }
-    for (int k = 0; k <= 3; ++k) {
-      std::string table = quote_name(nuts_table(k) + "_OPS");
-      remove.push_back(target.prepare_statement("DELETE FROM " + table + " WHERE " +
-                                                quote_name(nuts_id_column(k)) +
-                                                " = ? AND \"Operation ID\" = ?"));
-      insert.emplace_back();
-      for (size_t n : kBatches) {
-        std::string sql = "INSERT INTO " + table + " (" + cols + ") VALUES ";
-        for (size_t i = 0; i < n; ++i) sql += (i ? ", (" : "(") + marks + ")";
-        insert.back().push_back(target.prepare_statement(sql));
-      }
-    }
-  }
-
-  // Binds one row at the parameters from `at` on.
-  static void bind_row(Statement& st, int at, const Area& a, const OperationRows& op,
-                       const OpsRow& r) {
-    st.bind(at + 1, int64_t{3});  // the literal 3 on every row, whatever the level: intended
-    st.bind(at + 2, std::string_view(a.code));
-    st.bind(at + 3, std::string_view(a.name));
-    for (int p = 0; p <= 3; ++p)
-      if (p <= a.level)
-        st.bind(at + 4 + p, a.ids[p]);
-      else
-        st.bind_null(at + 4 + p);
-    st.bind(at + 8, a.sqkm);
-    st.bind(at + 9, a.av_fs);
-    st.bind(at + 10, int64_t{0});
-    st.bind(at + 11, op.operation_id);
-    st.bind(at + 12, r.activity_id);
-    st.bind(at + 13, r.impact_type);
-    st.bind(at + 14, r.category);
-    st.bind(at + 15, r.value);
-    st.bind(at + 16, op.impact_area);
-    st.bind(at + 17, r.cseq);
-    st.bind(at + 18, r.impact_max);
-    st.bind(at + 19, r.data_quality);
-    st.bind(at + 20, r.refs);
-  }
-
-  // save_to_datapp_db: replaces the rows of one operation in one area.
-  int64_t save_to_datapp_db(const Area& a, const OperationRows& op, const AreaResult& result) {
-    auto k = static_cast<size_t>(a.level);
-    // A pair that had no rows when the country started has none to delete:
-    // the run writes each area once.
-    if (op.had_rows) remove[k].run({Value(a.id()), Value(op.operation_id)});
-    const int width = static_cast<int>(ops_columns().size());
-    size_t i = op.first;
-    const size_t end = op.first + op.count;
-    for (size_t b = 0; b < std::size(kBatches); ++b) {
-      const size_t n = kBatches[b];
-      Statement& st = insert[k][b];
-      while (end - i >= n) {
-        for (size_t j = 0; j < n; ++j)
-          bind_row(st, static_cast<int>(j) * width, a, op, result.rows[i + j]);
-        st.run();
-        i += n;
-      }
-    }
-    return static_cast<int64_t>(op.count);
-  }
-};
 
 // The areas of a country at levels 0..level, in the order the run visits them.
 std::vector<Area> country_areas(const Db& rvc, int64_t nuts0_id, int level) {
