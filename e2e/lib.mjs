@@ -33,6 +33,18 @@ export function makeSandbox({ withStores = [] } = {}) {
   return { dir, app, home, docs: path.join(home, 'Documents') };
 }
 
+// A sandbox with the demo master stores, or null when scripts/setup.sh has
+// not made them (or one of `alsoNeeded`), after marking the test skipped.
+export function demoMastersSandbox(t, alsoNeeded = []) {
+  const masters = ['arven_operations.mdb', 'arven_rvcs.mdb'];
+  const needed = [...masters.map((m) => path.join(APP_SOURCE, 'dbases', m)), ...alsoNeeded];
+  if (!needed.every((f) => fs.existsSync(f))) {
+    t.skip('the demo master stores are missing: run scripts/setup.sh');
+    return null;
+  }
+  return makeSandbox({ withStores: masters });
+}
+
 // Starts a program on the sandbox; resolves with its address once it listens.
 // `detached` gives it a process group of its own, so that what it starts
 // (the downloader, and the program started again) can be ended with it.
@@ -63,6 +75,20 @@ export async function launchBrowser() {
     args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
       '--disable-background-networking', '--disable-component-update', '--disable-sync'],
   });
+}
+
+// Opens the started program in a new browser page of that size, passes the
+// About box and runs `body(page)`; the browser and the program end with it.
+export async function onProgramPage(program, viewport, body) {
+  const browser = await launchBrowser();
+  try {
+    const page = await browser.newPage({ viewport });
+    await passAboutBox(page, program.url);
+    await body(page);
+  } finally {
+    await browser.close();
+    program.child.kill();
+  }
 }
 
 // Answers the dialog on screen with a button, after checking its title.

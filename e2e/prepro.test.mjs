@@ -4,20 +4,13 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
-import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, screenshotPath, passAboutBox } from './lib.mjs';
+import { startProgram, answer, screenshotPath, demoMastersSandbox, onProgramPage } from './lib.mjs';
 
 test('a pre-processing run from the dialog publishes a country store', async (t) => {
-  const masters = ['arven_operations.mdb', 'arven_rvcs.mdb'];
-  if (!masters.every((m) => fs.existsSync(path.join(APP_SOURCE, 'dbases', m)))) {
-    t.skip('the demo master stores are missing: run scripts/setup.sh');
-    return;
-  }
-  const sandbox = makeSandbox({ withStores: masters });
+  const sandbox = demoMastersSandbox(t);
+  if (!sandbox) return;
   const program = await startProgram(sandbox, 'arven-admin');
-  const browser = await launchBrowser();
-  try {
-    const page = await browser.newPage({ viewport: { width: 1200, height: 800 } });
-    await passAboutBox(page, program.url);
+  await onProgramPage(program, { width: 1200, height: 800 }, async (page) => {
     await page.goto(program.base + '/admin/');
     await page.click('#button-prepro');
     await page.goto(program.base + '/admin/prepro/');
@@ -35,8 +28,5 @@ test('a pre-processing run from the dialog publishes a country store', async (t)
     assert.ok(fs.existsSync(archive));
     const version = fs.readFileSync(path.join(sandbox.app, 'dbases/prepro/zipped/arven_db_version_LU.csv'), 'utf8');
     assert.match(version, /^\d\d\/\d\d\/\d{4}\n$/);
-  } finally {
-    await browser.close();
-    program.child.kill();
-  }
+  });
 });

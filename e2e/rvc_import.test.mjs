@@ -6,27 +6,20 @@ import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
 import { execFileSync } from 'node:child_process';
-import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, answer, screenshotPath, passAboutBox } from './lib.mjs';
+import { APP_SOURCE, startProgram, answer, screenshotPath, demoMastersSandbox, onProgramPage } from './lib.mjs';
 
 const sql = (store, query) => execFileSync('sqlite3', [store, query], { encoding: 'utf8' }).trim();
 
 test('an RVC export is imported and aggregated from the dialog, and a backup restores the stores', async (t) => {
-  const masters = ['arven_operations.mdb', 'arven_rvcs.mdb'];
   const exportStore = path.join(APP_SOURCE, 'dbases/rvcs/NUTS3_Import.mdb');
-  if (!masters.every((m) => fs.existsSync(path.join(APP_SOURCE, 'dbases', m))) || !fs.existsSync(exportStore)) {
-    t.skip('the demo master stores are missing: run scripts/setup.sh');
-    return;
-  }
-  const sandbox = makeSandbox({ withStores: masters });
+  const sandbox = demoMastersSandbox(t, [exportStore]);
+  if (!sandbox) return;
   fs.mkdirSync(path.join(sandbox.app, 'dbases/rvcs'));
   fs.copyFileSync(exportStore, path.join(sandbox.app, 'dbases/rvcs/NUTS3_Import.mdb'));
   const rvcs = path.join(sandbox.app, 'dbases/arven_rvcs.mdb');
   sql(rvcs, 'DELETE FROM "NUTS3_Soil erosion risk"; DELETE FROM NUTS2_RVC_Data_Dist WHERE "RVC ID" = 1;');
   const program = await startProgram(sandbox, 'arven-admin');
-  const browser = await launchBrowser();
-  try {
-    const page = await browser.newPage({ viewport: { width: 1200, height: 800 } });
-    await passAboutBox(page, program.url);
+  await onProgramPage(program, { width: 1200, height: 800 }, async (page) => {
     await page.goto(program.base + '/admin/');
     await page.click('#button-rvcimport');
     await page.goto(program.base + '/admin/rvcimport/');
@@ -66,24 +59,14 @@ test('an RVC export is imported and aggregated from the dialog, and a backup res
     await answer(page, 'Restore', 'OK');
     await page.screenshot({ path: screenshotPath('backups') });
     assert.equal(sql(rvcs, 'SELECT count(*) FROM NUTS3'), '20');
-  } finally {
-    await browser.close();
-    program.child.kill();
-  }
+  });
 });
 
 test('the all-country store window runs Code Gen', async (t) => {
-  const masters = ['arven_operations.mdb', 'arven_rvcs.mdb'];
-  if (!masters.every((m) => fs.existsSync(path.join(APP_SOURCE, 'dbases', m)))) {
-    t.skip('the demo master stores are missing: run scripts/setup.sh');
-    return;
-  }
-  const sandbox = makeSandbox({ withStores: masters });
+  const sandbox = demoMastersSandbox(t);
+  if (!sandbox) return;
   const program = await startProgram(sandbox, 'arven-admin');
-  const browser = await launchBrowser();
-  try {
-    const page = await browser.newPage({ viewport: { width: 1200, height: 800 } });
-    await passAboutBox(page, program.url);
+  await onProgramPage(program, { width: 1200, height: 800 }, async (page) => {
     await page.goto(program.base + '/admin/');
     await page.click('#button-prepro');
     await page.goto(program.base + '/admin/prepro/');
@@ -96,8 +79,5 @@ test('the all-country store window runs Code Gen', async (t) => {
     await page.screenshot({ path: screenshotPath('all_country') });
     const code = fs.readFileSync(path.join(sandbox.app, 'dbases/prepro/gencode.txt'), 'utf8');
     assert.match(code, /"NUTS3_OPS_LU"/);
-  } finally {
-    await browser.close();
-    program.child.kill();
-  }
+  });
 });
