@@ -75,17 +75,6 @@ const std::vector<std::string> kOperationColumns = {
     "Regional impact total", "Time horizon", "Regional risk reduction total",
     "Data_Quality",          "Refs"};
 
-// The statement that Db::insert runs for a row of these columns.
-std::string insert_sql(std::string_view table, const std::vector<std::string>& columns) {
-  std::string sql = "INSERT INTO " + quote_name(table) + " (";
-  std::string marks;
-  for (size_t i = 0; i < columns.size(); ++i) {
-    sql += (i ? ", " : "") + quote_name(columns[i]);
-    marks += i ? ", ?" : "?";
-  }
-  return sql + ") VALUES (" + marks + ")";
-}
-
 int horizon_index(int64_t years) {
   for (size_t h = 0; h < kHorizonYears.size(); ++h)
     if (kHorizonYears[h] == years) return static_cast<int>(h) + 1;

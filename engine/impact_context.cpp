@@ -197,6 +197,20 @@ bool kept_row_of(const OpsRow& r, KeptRow& k) {
   return true;
 }
 
+// The row a kept row was made from: kept_row_of undone.
+void row_of(const KeptRow& k, OpsRow& r) {
+  r.impact_type = k.impact_type;
+  r.cseq_years = k.cseq_years;
+  r.activity_id = value_of(k.activity_id);
+  r.impact_value = k.impact_value;
+  r.impact_category = value_of(k.impact_category);
+  r.impact_max = value_of(k.impact_max);
+  r.data_quality = value_of(k.data_quality);
+  r.refs = k.refs;
+  r.field_size = k.field_size;
+  r.impact_area = k.impact_area;
+}
+
 // Keeps the rows of one area, unless one of them cannot be kept.
 void keep_rows(const std::string& path, const FileStamp& stamp, const AreaKey& key,
                const std::vector<OpsRow>& rows) {
@@ -208,15 +222,20 @@ void keep_rows(const std::string& path, const FileStamp& stamp, const AreaKey& k
   store_kept(path, stamp, area);
 }
 
+// The rows kept from the store at `path` read at `stamp`; null when none are.
+const KeptStore* kept_store(const KeptRows& kept, const std::string& path, const FileStamp& stamp) {
+  auto store = kept.stores.find(path);
+  return store != kept.stores.end() && store->second.stamp == stamp ? &store->second : nullptr;
+}
+
 // Whether the rows of `area` (its operation aside) are kept for every one of
 // these operations, from the store at `path` at `stamp`.
 bool kept_all_of(const KeptRows& kept, const std::string& path, const FileStamp& stamp,
                  AreaKey area, const std::vector<int64_t>& operations) {
-  auto store = kept.stores.find(path);
-  return store != kept.stores.end() && store->second.stamp == stamp &&
-         std::all_of(operations.begin(), operations.end(), [&](int64_t op) {
+  const KeptStore* store = kept_store(kept, path, stamp);
+  return store && std::all_of(operations.begin(), operations.end(), [&](int64_t op) {
            area.operation_id = op;
-           return store->second.areas.count(area) > 0;
+           return store->areas.count(area) > 0;
          });
 }
 
@@ -310,23 +329,10 @@ void StoreCache::read_ops_rows(int level, int64_t area_id, int64_t operation_id,
   if (stamp_) {
     KeptRows& kept = kept_rows();
     std::lock_guard lock(kept.mutex);
-    auto store = kept.stores.find(db_.path().string());
-    if (store != kept.stores.end() && store->second.stamp == *stamp_) {
-      auto area = store->second.areas.find(key);
-      if (area != store->second.areas.end()) {
-        for (const KeptRow& k : area->second) {
-          OpsRow& r = out.emplace_back();
-          r.impact_type = k.impact_type;
-          r.cseq_years = k.cseq_years;
-          r.activity_id = value_of(k.activity_id);
-          r.impact_value = k.impact_value;
-          r.impact_category = value_of(k.impact_category);
-          r.impact_max = value_of(k.impact_max);
-          r.data_quality = value_of(k.data_quality);
-          r.refs = k.refs;
-          r.field_size = k.field_size;
-          r.impact_area = k.impact_area;
-        }
+    if (const KeptStore* store = kept_store(kept, db_.path().string(), *stamp_)) {
+      auto area = store->areas.find(key);
+      if (area != store->areas.end()) {
+        for (const KeptRow& k : area->second) row_of(k, out.emplace_back());
         return;
       }
     }

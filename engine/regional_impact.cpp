@@ -358,12 +358,9 @@ void prefetch_region_rows(ImpactContext& ctx, std::vector<int64_t> operations) {
   if (half < reads.size())
     second = std::jthread([&reads, &operations, half] {
       try {
-        std::map<std::string, std::unique_ptr<StoreCache>> stores;
-        for (size_t i = half; i < reads.size(); ++i) {
-          auto& store = stores[reads[i].store];
-          if (!store) store = std::make_unique<StoreCache>(reads[i].store);
-          store->prefetch_area(reads[i].level, reads[i].nuts_id, operations);
-        }
+        ImpactContext own;  // its stores only, opened on this thread
+        for (size_t i = half; i < reads.size(); ++i)
+          own.store(reads[i].store).prefetch_area(reads[i].level, reads[i].nuts_id, operations);
       } catch (const std::exception&) {
       }
     });

@@ -400,15 +400,19 @@ void Db::exec_script(std::string_view sql) {
   }
 }
 
-void Db::insert(std::string_view table, const std::vector<std::string>& columns,
-                const std::vector<Value>& values) {
+std::string insert_sql(std::string_view table, const std::vector<std::string>& columns) {
   std::string sql = "INSERT INTO " + quote_name(table) + " (";
   std::string marks;
   for (size_t i = 0; i < columns.size(); ++i) {
     sql += (i ? ", " : "") + quote_name(columns[i]);
     marks += i ? ", ?" : "?";
   }
-  exec(sql + ") VALUES (" + marks + ")", values);
+  return sql + ") VALUES (" + marks + ")";
+}
+
+void Db::insert(std::string_view table, const std::vector<std::string>& columns,
+                const std::vector<Value>& values) {
+  exec(insert_sql(table, columns), values);
 }
 
 bool Db::has_table(std::string_view table) const {

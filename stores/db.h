@@ -30,6 +30,9 @@ class StoreError : public std::runtime_error {
 
 // Quotes a table or column name for SQL, spaces and hyphens included.
 std::string quote_name(std::string_view name);
+// The statement that inserts one row of these columns into `table`, one
+// parameter per column in their order (what Db::insert runs).
+std::string insert_sql(std::string_view table, const std::vector<std::string>& columns);
 
 // A text for a LIKE pattern with ESCAPE '\': '%', '_' and '\' in it match
 // themselves, so a search for "100%" finds just that.
