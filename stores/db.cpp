@@ -120,12 +120,7 @@ void Statement::bind_all(const std::vector<Value>& params) {
 
 int Statement::run(const std::vector<Value>& params) {
   bind_all(params);
-  int rc;
-  while ((rc = sqlite3_step(stmt_)) == SQLITE_ROW) {
-  }
-  if (rc != SQLITE_DONE) db_->fail(sqlite3_errmsg(db_->handle()));
-  sqlite3_reset(stmt_);
-  return sqlite3_changes(db_->handle());
+  return run();
 }
 
 void Statement::bind(int index, int64_t v) {
