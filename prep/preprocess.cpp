@@ -187,36 +187,24 @@ void datapp_rows(const ImpactGenerator& gen, double impact_area, double operatio
     if (!gen.results_are_text()) return *t;
     return out.texts.emplace_back(*t);  // the generator's cells change on its next call
   };
-  for (const auto& r : gen.mitigation_results()) {
-    OpsRow o;
+  // The columns every kind of result fills alike.
+  auto row = [&](const auto& r, int64_t impact_type) -> OpsRow& {
+    OpsRow& o = out.rows.emplace_back();
     o.activity_id = stored_activity_id(r.id);
-    o.cseq = static_cast<double>(r.horizon);
-    o.impact_type = o.cseq == 0 ? 1 : 2;
+    o.impact_type = impact_type;
     o.value = r.total;
     o.data_quality = data_quality(r.data_quality, operation_dq);
     o.refs = refs(r.refs);
-    out.rows.push_back(o);
-  }
+    return o;
+  };
+  for (const auto& r : gen.mitigation_results())
+    row(r, r.horizon == 0 ? 1 : 2).cseq = static_cast<double>(r.horizon);
   for (const auto& r : gen.adaptation_results()) {
-    OpsRow o;
-    o.activity_id = stored_activity_id(r.id);
-    o.impact_type = 3;
+    OpsRow& o = row(r, 3);
     o.category = r.category;
-    o.value = r.total;
     o.impact_max = rvc.max_factor(r.category, impact_area);
-    o.data_quality = data_quality(r.data_quality, operation_dq);
-    o.refs = refs(r.refs);
-    out.rows.push_back(o);
   }
-  for (const auto& r : gen.yield_results()) {
-    OpsRow o;
-    o.activity_id = stored_activity_id(r.id);
-    o.impact_type = 4;
-    o.value = r.total;
-    o.data_quality = data_quality(r.data_quality, operation_dq);
-    o.refs = refs(r.refs);
-    out.rows.push_back(o);
-  }
+  for (const auto& r : gen.yield_results()) row(r, 4);
 }
 
 // The areas of a country at levels 0..level, in the order the run visits them.
