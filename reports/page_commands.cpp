@@ -146,7 +146,10 @@ bool sort_command(Ui& ui, const std::string& target) {
   if (!parse_sort_target(target, grid, state)) return false;
   // A state the list does not have is never stored: later visits would
   // sort by it.
-  if (word_of(target) != "sort" || !valid_sort_state(grid, state)) return true;
+  const size_t dot = target.find('.');
+  if (dot == std::string::npos || lower_case(target.substr(0, dot)) != "sort" ||
+      !valid_sort_state(grid, state))
+    return true;
   ExplorerWindow& w = explorer_window();
   try {
     switch (grid) {

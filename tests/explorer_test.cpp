@@ -226,6 +226,32 @@ TEST_F(ExplorerTest, TamperedTargetsChangeNothing) {
   EXPECT_FALSE(dispatch_navigation(ui_, "ranked.htm"));
 }
 
+// Every sort link a list page can offer reaches its list: one- and
+// two-digit states, and the production list's three-character ending.
+TEST_F(ExplorerTest, EverySortLinkOfTheListsStoresItsState) {
+  open_file();
+  addto_oplist(ui_, 10);
+  addto_oplist(ui_, 11);
+  tab2_click(ui_, 1);
+  ui_.messages.clear();  // no region: the two operations are chosen without figures
+  const ExplorerWindow& w = explorer_window();
+  const std::pair<int, const int*> lists[] = {{3, &w.sort_grid3},   {4, &w.sort_grid4},
+                                              {5, &w.sort_grid5},   {12, &w.sort_grid12},
+                                              {7, &w.sort_aggrid1}, {8, &w.sort_aggrid1_ranked}};
+  for (const auto& [grid, stored] : lists) {
+    const int last = grid == 5 || grid == 8 ? 10 : grid == 7 ? 8 : 6;
+    for (int state = last; state >= 1; --state) {
+      const std::string t = "sort." + std::to_string(state) + "s" + std::to_string(grid);
+      EXPECT_TRUE(dispatch_navigation(ui_, t)) << t;
+      EXPECT_EQ(*stored, state) << t;
+    }
+  }
+  // Upper case reads the same; the ranked list goes best combined first.
+  dispatch_navigation(ui_, "SORT.10S5");
+  EXPECT_EQ(w.sort_grid5, 10);
+  for (const auto& m : ui_.messages) ADD_FAILURE() << m.text;
+}
+
 TEST_F(ExplorerTest, SelectAllNeedsAGroupAndSkipsSpares) {
   open_file();
   Catalogue& c = catalogue();
