@@ -48,9 +48,12 @@ std::string js_text(std::string_view text) {
 void open_script(PageFile& out) {
   out.line(R"(<script type="text/javascript" src="javascript/jquery.Min.js"></script>)");
   out.line(R"(<script type="text/javascript" src="javascript/highcharts.js"></script>)");
-  // Saving as PNG or SVG and printing the chart alone, made in the page.
-  out.line(R"(<script type="text/javascript" src="javascript/exporting.js"></script>)");
-  out.line(R"(<script type="text/javascript" src="javascript/offline-exporting.js"></script>)");
+  // Saving as PNG or SVG and printing the chart alone, made in the page;
+  // the modules come once to a page of several charts.
+  if (out.first("exporting")) {
+    out.line(R"(<script type="text/javascript" src="javascript/exporting.js"></script>)");
+    out.line(R"(<script type="text/javascript" src="javascript/offline-exporting.js"></script>)");
+  }
   out.line(R"(<script type="text/javascript">)");
   out.line("var chart;");
   out.line("$(document).ready(function() {");
@@ -79,13 +82,23 @@ void tooltip(PageFile& out, std::string_view unit) {
          "this.series.name +': '+ this.y +' " + std::string(unit) + "';", "}"});
 }
 
-void no_credits(PageFile& out) {
+void no_credits(PageFile& out, const ChartCaption& caption) {
   block(out, "credits", {"enabled: false"});
   // The chart's menu saves and prints in the page; nothing goes to a server.
-  block(
-      out, "exporting",
-      {"fallbackToExportServer: false,",
-       "buttons: { contextButton: { menuItems: ['printChart', 'downloadPNG', 'downloadSVG'] } }"});
+  // A saved or printed chart stands alone, so it carries what the page
+  // around it says: its title, the operation or area, the region.
+  out.line("exporting: {");
+  out.line("fallbackToExportServer: false,");
+  if (!caption.file_name.empty()) out.line("filename: '" + js_text(caption.file_name) + "',");
+  std::string options;
+  if (!caption.title.empty()) options += "title: {text: '" + js_text(caption.title) + "'}";
+  if (!caption.subtitle.empty())
+    options += std::string(options.empty() ? "" : ", ") + "subtitle: {text: '" +
+               js_text(caption.subtitle) + "'}";
+  if (!options.empty()) out.line("chartOptions: {" + options + "},");
+  out.line(
+      "buttons: { contextButton: { menuItems: ['printChart', 'downloadPNG', 'downloadSVG'] } }");
+  out.line("},");
 }
 void no_legend(PageFile& out) {
   block(out, "legend", {"enabled: false"});
@@ -195,7 +208,8 @@ std::string scale_axis_line(int64_t scale) {
 
 // The area chart of a cost curve: column 1 of each data row names a series,
 // columns 4.. hold its points ("null" where the series is not drawn).
-void mac_chart(PageFile& out, const GridTable& grid, const MacKind& kind) {
+void mac_chart(PageFile& out, const GridTable& grid, const MacKind& kind,
+               const ChartCaption& caption) {
   open_script(out);
   block(out, "chart", {"renderTo: 'container',", "type: 'area'"});
   block(out, "title", {kind.title});
@@ -207,7 +221,10 @@ void mac_chart(PageFile& out, const GridTable& grid, const MacKind& kind) {
   out.line("},");
   block(out, "yAxis", {"title: {", "text: '" + kind.unit + "',", "align: 'high'", "}"});
   tooltip(out, kind.unit);
-  no_credits(out);
+  no_credits(out, caption);
+  // A point per unit of risk reduction is too many markers to read the
+  // curve by: the area alone shows it.
+  if (kind.adapt) block(out, "plotOptions", {"area: { marker: { enabled: false } }"});
   // Many items make a long legend: it pages instead of taking the plot's room.
   block(out, "legend", {"maxHeight: 90"});
   out.line("series: [{");
@@ -259,24 +276,29 @@ RegionalKind regional_kind(int impact_kind, int chart_kind) {
 
 }  // namespace
 
-void chart_mac_ghg_operations(PageFile& out, const GridTable& grid, int64_t scale) {
-  mac_chart(out, grid, {ghg_title("Operations"), scale_axis_line(scale), "€/tCO2e", false});
+void chart_mac_ghg_operations(PageFile& out, const GridTable& grid, int64_t scale,
+                              const ChartCaption& caption) {
+  mac_chart(out, grid, {ghg_title("Operations"), scale_axis_line(scale), "€/tCO2e", false},
+            caption);
 }
 
-void chart_mac_ghg_measures(PageFile& out, const GridTable& grid, int64_t scale) {
-  mac_chart(out, grid, {ghg_title("Measures"), scale_axis_line(scale), "€/tCO2e", false});
+void chart_mac_ghg_measures(PageFile& out, const GridTable& grid, int64_t scale,
+                            const ChartCaption& caption) {
+  mac_chart(out, grid, {ghg_title("Measures"), scale_axis_line(scale), "€/tCO2e", false}, caption);
 }
 
-void chart_mac_adapt_operations(PageFile& out, const GridTable& grid) {
+void chart_mac_adapt_operations(PageFile& out, const GridTable& grid, const ChartCaption& caption) {
   mac_chart(out, grid,
             {"text: 'MAC (ADAPT) curve for RDP Operations'", "text: 'Risk reduction'",
-             "€/Risk reduction", true});
+             "€/Risk reduction", true},
+            caption);
 }
 
-void chart_mac_adapt_measures(PageFile& out, const GridTable& grid) {
+void chart_mac_adapt_measures(PageFile& out, const GridTable& grid, const ChartCaption& caption) {
   mac_chart(out, grid,
             {"text: 'MAC (ADAPT) curve for RDP Measures'", "text: 'Risk reduction'",
-             "€/Risk reduction", true});
+             "€/Risk reduction", true},
+            caption);
 }
 
 void chart_mac_example(PageFile& out) {
@@ -286,7 +308,7 @@ void chart_mac_example(PageFile& out) {
   block(out, "xAxis", {"categories: [null, null, null],", "title: {", "text: 'tCO2e'", "}"});
   block(out, "yAxis", {"title: {", "text: '£/tCO2e',", "align: 'high'", "}"});
   tooltip(out, "£/tCO2e");
-  no_credits(out);
+  no_credits(out, {});
   out.line("series: [{");
   out.line("name: 'A',");
   out.line("data: [-5, -5, null, null, null, null, null, null]");
@@ -300,7 +322,7 @@ void chart_mac_example(PageFile& out) {
 }
 
 void chart_regional_bar(PageFile& out, const GridTable& grid, const std::string& operation_name,
-                        int impact_kind, int chart_kind) {
+                        int impact_kind, int chart_kind, const ChartCaption& caption) {
   const RegionalKind kind = regional_kind(impact_kind, chart_kind);
   std::string categories;
   for (int r = 1; r < grid.rows(); ++r) {
@@ -336,14 +358,15 @@ void chart_regional_bar(PageFile& out, const GridTable& grid, const std::string&
   block(out, "yAxis", {"title: {", "text: '" + kind.unit + "',", "align: 'high'", "}"});
   tooltip(out, kind.tooltip);
   no_legend(out);
-  no_credits(out);
+  no_credits(out, caption);
   out.line("series: [{");
   out.line("name: '" + kind.unit + "',");
   out.line("data: [" + values + "]");
   close_script(out);
 }
 
-void chart_impact_columns(PageFile& out, const GridTable& grid, int row, bool ghg) {
+void chart_impact_columns(PageFile& out, const GridTable& grid, int row, bool ghg,
+                          const ChartCaption& caption) {
   std::string categories;
   for (int c = 1; c < grid.cols(); ++c) {
     if (c > 1) categories += ", ";
@@ -358,7 +381,7 @@ void chart_impact_columns(PageFile& out, const GridTable& grid, int row, bool gh
         {"title: {", ghg ? "text: 'tCO2e'," : "text: 'Impact',", "align: 'high'", "}"});
   tooltip(out, ghg ? "tCO2e" : "impact");
   no_legend(out);
-  no_credits(out);
+  no_credits(out, caption);
   out.line("series: [{");
   out.line("name: 'Emissions',");
   out.line("data: [" + joined_cells(grid, row, 1) + "]");
@@ -366,7 +389,7 @@ void chart_impact_columns(PageFile& out, const GridTable& grid, int row, bool gh
 }
 
 void chart_rvc_pie(PageFile& out, int64_t rvc_id, const std::string& short_name,
-                   const std::vector<PieBand>& bands) {
+                   const std::vector<PieBand>& bands, const ChartCaption& caption) {
   std::string data;
   for (const PieBand& band : bands) {
     if (!data.empty()) data += ", ";
@@ -383,7 +406,7 @@ void chart_rvc_pie(PageFile& out, int64_t rvc_id, const std::string& short_name,
   block(out, "plotOptions",
         {"pie: {", "allowPointSelect: true,", "cursor: 'pointer',", "dataLabels: {",
          "enabled: false", "},", "showInLegend: false", "}"});
-  no_credits(out);
+  no_credits(out, caption);
   out.line("series: [{");
   out.line("type: 'pie',");
   out.line("name: 'Value',");

@@ -19,9 +19,19 @@ namespace arven {
 // either decimal form) and always written with '.'; a cell "null", an empty
 // cell or one that is no number leaves a gap in the series.
 
+// What a chart saved as PNG or SVG, or printed alone, carries: a title (the
+// chart's own when empty), a line naming the operation, measure or area and
+// the region, and the saved file's name. An empty caption adds nothing.
+struct ChartCaption {
+  std::string title;
+  std::string subtitle;
+  std::string file_name;
+};
+
 // Columns of one row of a grid of time horizons (row 0 the horizons in
 // columns 1..n, `row` the values). `ghg` picks the unit: tCO2e or impact.
-void chart_impact_columns(PageFile& out, const GridTable& grid, int row, bool ghg);
+void chart_impact_columns(PageFile& out, const GridTable& grid, int row, bool ghg,
+                          const ChartCaption& caption = {});
 
 // One band of an RVC's class distribution for the pie.
 struct PieBand {
@@ -30,15 +40,19 @@ struct PieBand {
   std::string colour;   // six hex digits, no "#"
 };
 void chart_rvc_pie(PageFile& out, int64_t rvc_id, const std::string& short_name,
-                   const std::vector<PieBand>& bands);
+                   const std::vector<PieBand>& bands, const ChartCaption& caption = {});
 
 // Cost curves. `grid`: column 1 the name, columns 4.. the curve columns, one
 // series per data row. `scale` is the divisor of the horizontal axis, a power
 // of ten from 1 to 100000000 (another value throws std::invalid_argument).
-void chart_mac_ghg_operations(PageFile& out, const GridTable& grid, int64_t scale);
-void chart_mac_ghg_measures(PageFile& out, const GridTable& grid, int64_t scale);
-void chart_mac_adapt_operations(PageFile& out, const GridTable& grid);
-void chart_mac_adapt_measures(PageFile& out, const GridTable& grid);
+void chart_mac_ghg_operations(PageFile& out, const GridTable& grid, int64_t scale,
+                              const ChartCaption& caption = {});
+void chart_mac_ghg_measures(PageFile& out, const GridTable& grid, int64_t scale,
+                            const ChartCaption& caption = {});
+void chart_mac_adapt_operations(PageFile& out, const GridTable& grid,
+                                const ChartCaption& caption = {});
+void chart_mac_adapt_measures(PageFile& out, const GridTable& grid,
+                              const ChartCaption& caption = {});
 void chart_mac_example(PageFile& out);
 
 // The bar chart of a regional breakdown: names in column 1 of `grid`,
@@ -47,7 +61,7 @@ void chart_mac_example(PageFile& out);
 // 1 (GHG), 2 (adaptation) or 4 (production); other kinds throw
 // std::invalid_argument.
 void chart_regional_bar(PageFile& out, const GridTable& grid, const std::string& operation_name,
-                        int impact_kind, int chart_kind);
+                        int impact_kind, int chart_kind, const ChartCaption& caption = {});
 
 // The stacked bars of the EU member states' RDP budget: one category per
 // row of Countries in the operations master (session().ops_db_path), one

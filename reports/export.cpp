@@ -15,6 +15,7 @@
 #include "core/numbers.h"
 #include "core/session.h"
 #include "core/utf8.h"
+#include "reports/explorer_window.h"
 #include "stores/db.h"
 
 namespace arven {
@@ -121,6 +122,8 @@ std::string html_unescape(std::string_view text) {
 void write_csv(const GridTable& grid, const fs::path& file, const ExportContext& context) {
   std::ofstream out(file, std::ios::binary | std::ios::trunc);
   if (!out) throw ExportError(failure(file, std::strerror(errno)));
+  // The byte-order mark tells a spreadsheet that the text is UTF-8 (ø, æ).
+  out << "\xEF\xBB\xBF";
   for (const auto& [label, text] : context)
     out << csv_field(valid_utf8(label)) << ',' << csv_field(valid_utf8(text)) << "\r\n";
   if (!context.empty()) out << "\r\n";
@@ -150,10 +153,8 @@ std::string excel_sheet_name(std::string_view name) {
   return clean.empty() ? std::string("Sheet1") : clean;
 }
 
-ExportContext export_context() {
+std::string regions_text() {
   const Session& s = session();
-  ExportContext context;
-  context.emplace_back("File", s.current_file.empty() ? "(none)" : s.current_file);
   std::string regions;
   if (!s.current_file.empty()) {
     try {
@@ -166,8 +167,26 @@ ExportContext export_context() {
       regions = "(the file could not be read)";
     }
   }
-  context.emplace_back("Regions", regions.empty() ? "(none)" : regions);
+  return regions.empty() ? "(none)" : valid_utf8(regions);
+}
+
+ExportContext export_context() {
+  const Session& s = session();
+  ExportContext context;
+  context.emplace_back("File", s.current_file.empty() ? "(none)" : s.current_file);
+  context.emplace_back("Regions", regions_text());
   context.emplace_back("Time horizon (years)", std::to_string(s.ranking_TH));
+  // What the ranked list's Combined column is made of, so that it can be
+  // worked again from the exported scores.
+  context.emplace_back("Ranking weights (%)", "mitigation " + std::to_string(s.miti_weight) +
+                                                  ", adaptation " + std::to_string(s.adapt_weight) +
+                                                  ", production " + std::to_string(s.prod_weight));
+  context.emplace_back("Combined",
+                       "(mitigation x weight + adaptation x weight + production x weight) / 3, "
+                       "weights as fractions of 100, rounded half to even, at most 100");
+  context.emplace_back("Scores ranked by", explorer_window().ranking_mode == 2
+                                               ? "regional value per hectare"
+                                               : "regional total");
   context.emplace_back("Units", "as in each column's head; figures at full precision");
   const std::time_t now = std::time(nullptr);
   std::tm tm{};

@@ -43,6 +43,10 @@ using ExportContext = std::vector<std::pair<std::string, std::string>>;
 void write_csv(const GridTable& grid, const std::filesystem::path& file,
                const ExportContext& context = {});
 
+// The regions of the open assessment file, "code name; code name", or
+// "(none)"; read from the file.
+std::string regions_text();
+
 // The context of the open assessment file, read from it; a file that
 // cannot be read gives what is known without it.
 ExportContext export_context();

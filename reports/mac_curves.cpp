@@ -268,16 +268,20 @@ void write_curve_page(const GridTable& curve, const HubKind& kind, int64_t scale
   const ExplorerWindow& w = explorer_window();
   PageFile out("rep1.htm");
   page_header(out, 1);
+  const bool operations = kind.items == Items::operations;
+  const ChartCaption caption{"", "Region: " + regions_text(),
+                             std::string(kind.adaptation ? "mac-adaptation-" : "mac-ghg-") +
+                                 (operations ? "operations" : "measures")};
   if (kind.adaptation) {
-    if (kind.items == Items::operations)
-      chart_mac_adapt_operations(out, curve);
+    if (operations)
+      chart_mac_adapt_operations(out, curve, caption);
     else
-      chart_mac_adapt_measures(out, curve);
+      chart_mac_adapt_measures(out, curve, caption);
   } else {
-    if (kind.items == Items::operations)
-      chart_mac_ghg_operations(out, curve, scale);
+    if (operations)
+      chart_mac_ghg_operations(out, curve, scale, caption);
     else
-      chart_mac_ghg_measures(out, curve, scale);
+      chart_mac_ghg_measures(out, curve, scale, caption);
   }
   out.line("</head>");
   out.line("<body>");

@@ -105,10 +105,11 @@ OperationProperties read_properties(int64_t operation_id, int in_file) {
 }
 
 std::string icon_link(const std::string& target, const char* image, const char* label) {
+  // The words under the icon are part of the link: a click on them acts.
   return "<td align=\"center\" valign=\"top\"><a href=" + target + "><img src=\"" + image +
          "\" width=\"48\" height=\"48\" border=\"0\" alt=\"" + label + "\" title=\"" + label +
-         "\"></a><br><font face=\"Verdana\"><small><small>" + label +
-         "</small></small></font></td>";
+         "\"><br><font face=\"Verdana\"><small><small>" + label +
+         "</small></small></font></a></td>";
 }
 
 // The action icons of a summary report, one cell each.
@@ -464,7 +465,10 @@ void operation_specific_html_hub(Ui& ui, int in_file, int kind) {
 
   PageFile out(file);
   page_header(out, 1);
-  if (has_ghg) chart_impact_columns(out, ex.ghg_summary_table, 1, true);
+  if (has_ghg)
+    chart_impact_columns(out, ex.ghg_summary_table, 1, true,
+                         {"Carbon balance by time horizon: " + report_operation_name(id, in_file),
+                          "Region: " + regions_text(), "carbon-balance-" + id_text(id)});
   out.line("</head>");
   out.line("<body>");
 
@@ -598,7 +602,7 @@ void operation_specific_html_hub(Ui& ui, int in_file, int kind) {
     table_row(out, {cell("Production impact (total) per annum:"),
                     cell(euro(summary_cell(ex.production_summary_table, 1, 1), 0))});
     table_row(out, {cell("Production impact per hectare per annum:"),
-                    cell(euro(summary_cell(ex.production_summary_table, 2, 1), 3))});
+                    cell(euro(summary_cell(ex.production_summary_table, 2, 1), 0))});
     if (kind == 2) table_row(out, {cell("&nbsp;"), cell(link(ids + ".rep", "Regional breakdown"))});
     out.line("</table>");
     if (kind == 2) {

@@ -236,8 +236,14 @@ void go_to_measure(Ui& ui, int64_t id) {
   }
   Tree& tree = c.chosen;
   tree.nodes[static_cast<size_t>(found)].expanded = true;
-  tree.select(found);
   tree_node_click(ui, true, found);
+  // The measure's own page, as a group node of the catalogue has it: the
+  // operations of that measure, not every chosen one under its name.
+  try {
+    operation_general_html_hub(ui, tree, c.chosen_view);
+  } catch (const std::exception& e) {
+    report_failure(ui, e);
+  }
   explorer_window().tab2 = 5;
 }
 

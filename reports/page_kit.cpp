@@ -219,13 +219,29 @@ constexpr SortLink kSortLinks[10][5] = {
 };
 // clang-format on
 
-std::string sort_link(int state, int column, int grid_number) {
+const SortLink& sort_link_of(int state, int column) {
   if (state < 1 || state > 10)
     throw std::out_of_range("sort state " + std::to_string(state) + " is not 1 to 10");
-  const SortLink& l = kSortLinks[state - 1][column - 1];
-  return "&nbsp;<a href=sort." + std::to_string(l.target) + "s" + std::to_string(grid_number) +
+  return kSortLinks[state - 1][column - 1];
+}
+
+std::string sort_href(const SortLink& l, int grid_number) {
+  return "sort." + std::to_string(l.target) + "s" + std::to_string(grid_number);
+}
+
+std::string sort_link(int state, int column, int grid_number) {
+  const SortLink& l = sort_link_of(state, column);
+  return "&nbsp;<a href=" + sort_href(l, grid_number) +
          "><img src=" + (l.up ? "graphics/sorted_up.gif" : "graphics/sorted_down.gif") + " alt=\"" +
-         l.text + "\" border=0></a>";
+         l.text + "\" title=\"" + l.text + "\" border=0></a>";
+}
+
+// A column's title, a link that sorts as its arrow does: the arrow alone is
+// a small thing to hit.
+std::string sort_title(std::string_view title, int state, int column, int grid_number) {
+  const SortLink& l = sort_link_of(state, column);
+  return "<a href=" + sort_href(l, grid_number) + " title=\"" + l.text + "\">" +
+         cell_text(title, true) + "</a>";
 }
 
 void write_welcome_page(Ui& ui) {
@@ -546,7 +562,8 @@ void grid_table_sortable(const GridTable& grid, PageFile& out, int size, int sor
       if (!regional && c == last) {
         out.line(grid_cell(grid, 0, c, size));
       } else if (c <= 5) {
-        out.line(cell_line(cell_text(grid.cell(0, c), true) + sort_link(sort_state, c, grid_number),
+        out.line(cell_line(sort_title(grid.cell(0, c), sort_state, c, grid_number) +
+                               sort_link(sort_state, c, grid_number),
                            size));
       }
       // Head cells of columns above 5 are left out, so the head row is
@@ -681,12 +698,26 @@ void rvc_key(PageFile& out, int size, int64_t rvc_type) {
   out.line("<p><font face=\"Verdana\"><strong>Colour code key</strong></font></p>");
   out.line(kTableOpen);
   out.line("<tr>");
+  // The scale runs from its lowest entry beside "Low" to its highest beside
+  // "High", so that the key reads as the cells are painted.
   out.line(cell_line("Low", size));
-  for (const char* colour : gradient_scale()) out.line(cell_line("&nbsp;", size, bgcolor(colour)));
+  const auto& scale = gradient_scale();
+  for (auto c = scale.rbegin(); c != scale.rend(); ++c)
+    out.line(cell_line("&nbsp;", size, bgcolor(*c)));
   out.line(cell_line("High", size));
   out.line("</tr>");
   out.line("</table>");
 }
+
+namespace {
+// An image link of the main page with its words beside the image, inside
+// the link, and the words again as the image's tip.
+std::string image_link(std::string_view target, std::string_view image, std::string_view text) {
+  const std::string t(text);
+  return "<a href=" + std::string(target) + "><img src=" + std::string(image) + " alt=\"" + t +
+         "\" title=\"" + t + "\" border=0 align=\"middle\">&nbsp;" + t + "</a>&nbsp;&nbsp;";
+}
+}  // namespace
 
 void summary_page(Ui& ui) {
   Session& s = session();
@@ -730,12 +761,9 @@ void summary_page(Ui& ui) {
   PageFile out("summary_display.htm");
   page_header(out, 0);
   out.line("<p>");
-  out.line(
-      R"(<a href=edit.xx2><img src=graphics/edit_gif.gif alt="Edit current regional profile" border=0></a>)");
-  out.line(
-      R"(<a href=edit.xx1><img src=graphics/edit_rdp_gif.gif alt="Edit RDP Operations" border=0></a>)");
-  if (regions.rows() > 0)
-    out.line(R"(<a href=hot.hot><img src=graphics/hotspot.gif alt="Hotspot report" border=0></a>)");
+  out.line(image_link("edit.xx2", "graphics/edit_gif.gif", "Edit current regional profile"));
+  out.line(image_link("edit.xx1", "graphics/edit_rdp_gif.gif", "Edit RDP Operations"));
+  if (regions.rows() > 0) out.line(image_link("hot.hot", "graphics/hotspot.gif", "Hotspot report"));
   out.line("</p>");
   out.line(paragraph("<strong>File: </strong>" + html_escape(file_name_of(s.current_file, 1))));
   if (regions.rows() > 0) grid_table_plain(regions, out, 1);

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -62,9 +63,14 @@ class PageFile {
   bool is_open() const { return out_.is_open(); }
   const std::filesystem::path& path() const { return path_; }
 
+  // True the first time the page asks for `part` (a script library that a
+  // page loads once, whatever number of charts it holds), false after.
+  bool first(std::string_view part) { return once_.insert(std::string(part)).second; }
+
  private:
   std::filesystem::path path_;
   std::ofstream out_;
+  std::set<std::string> once_;
 };
 
 // Where page_footer takes today's date from. An empty function restores the

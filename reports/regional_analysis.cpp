@@ -248,7 +248,9 @@ void reg_analysis_chart(Ui& ui, int64_t operation_id, int impact_kind, int chart
 
   PageFile out("regional_chart.htm");
   page_header(out, 1);
-  chart_regional_bar(out, w.RegGrid1, operation_name_of(operation_id), impact_kind, chart_kind);
+  chart_regional_bar(
+      out, w.RegGrid1, operation_name_of(operation_id), impact_kind, chart_kind,
+      {"", "Region: " + regions_text(), "regional-breakdown-" + std::to_string(operation_id)});
   out.line("</head>");
   out.line("<body>");
   out.line("<div id=\"container\" style=\"width: " + std::to_string(std::lround(width)) +

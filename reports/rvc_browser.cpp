@@ -210,6 +210,22 @@ void details_load(Ui& ui, const std::string& code) {
   ui.set_timer([&ui] { details(ui, rvc_browser().current_area); });
 }
 
+namespace {
+// The shares of a pie in words, under it: the pie shows them only on hover.
+std::string share_key(const std::vector<PieBand>& bands) {
+  if (bands.empty())
+    return "<p align=\"center\"><font face=\"Verdana\"><small>No class distribution is stored "
+           "for this area.</small></font></p>";
+  std::string row;
+  for (const PieBand& band : bands)
+    row += "<td bgcolor=\"#" + html_escape(band.colour) +
+           "\">&nbsp;&nbsp;&nbsp;</td><td><font face=\"Verdana\"><small>" + html_escape(band.name) +
+           ": " + number_to_cell(round_half_even(cell_to_number(band.percent), 1)) +
+           "&nbsp;%&nbsp;&nbsp;</small></font></td>";
+  return "<table border=\"0\" cellspacing=\"2\" align=\"center\"><tr>" + row + "</tr></table>";
+}
+}  // namespace
+
 void details(Ui& ui, const std::string& code) {
   const int64_t country = country_of_code(code);
   select_country_store(country);
@@ -242,7 +258,10 @@ void details(Ui& ui, const std::string& code) {
 
   PageFile out(code + "_details.htm");
   page_header(out, 1);
-  for (const Block& b : blocks) chart_rvc_pie(out, b.rvc->id, b.rvc->short_name, b.bands);
+  const std::string area_text = (area.found ? area.name : code) + " (" + code + ")";
+  for (const Block& b : blocks)
+    chart_rvc_pie(out, b.rvc->id, b.rvc->short_name, b.bands,
+                  {"", area_text, "rvc-" + code + "-" + std::to_string(b.rvc->id)});
   out.line("</head>");
   out.line("<body>");
   out.line(breadcrumb(stores, code));
@@ -251,13 +270,20 @@ void details(Ui& ui, const std::string& code) {
   // The area's averages, by the impact their RVCs bear on.
   for (const char* impact : {"GHG Emissions", "Adaptive Capacity"}) {
     std::string figures;
+    bool bearing = false;
     for (const Block& b : blocks) {
-      if (b.rvc->impact.rfind(impact, 0) != 0 || !b.data || b.data->average.is_empty()) continue;
+      if (b.rvc->impact.rfind(impact, 0) != 0) continue;
+      bearing = true;
+      if (!b.data || b.data->average.is_empty()) continue;
       if (!figures.empty()) figures += ", ";
       figures += html_escape(b.rvc->letter) + " " + number_to_cell(b.data->average.as_double());
     }
+    // A dash alone reads as a fault: say why there is no figure.
+    if (figures.empty())
+      figures = bearing ? "- (the data store holds no average of this area for these categories)"
+                        : "- (none of the categories shown here bears on this impact)";
     out.line("<p><font face=\"Verdana\"><small><strong>" + std::string(impact) + ": </strong>" +
-             (figures.empty() ? "-" : figures) + "</small></font></p>");
+             figures + "</small></font></p>");
   }
   for (const Block& b : blocks) {
     const RvcInfo& rvc = *b.rvc;
@@ -275,6 +301,7 @@ void details(Ui& ui, const std::string& code) {
     const int height = std::clamp(200 + 20 * static_cast<int>(b.bands.size()), 250, 400);
     out.line("<div id=\"container" + std::to_string(rvc.id) + "\" style=\"width: 500px; height: " +
              std::to_string(height) + "px; margin: 0 auto\"></div>");
+    out.line(share_key(b.bands));
     if (b.excluded)
       out.line(
           "<p><font face=\"Verdana\"><small>Percent of area displayed (distribution) excludes "

@@ -81,10 +81,21 @@ build_in "$BUILD" "the program"
 
 # ---- program folder ---------------------------------------------------------------
 mkdir -p "$APP/dbases" "$APP/javascript" "$APP/graphics" "$APP/help"
-cp -u "$ROOT/node_modules/highcharts/highcharts.js" "$APP/javascript/highcharts.js"
+# The two libraries every chart script names define themselves once: a page
+# of several charts names them once per chart, and the chart library raises
+# an error when it is loaded over itself.
+# define_once SOURCE TARGET GLOBAL
+define_once() {
+  local guard="if (typeof window.$3 === 'undefined') {"
+  if [ ! -f "$2" ] || [ "$1" -nt "$2" ] || [ "$(head -n 1 "$2")" != "$guard" ]; then
+    { printf '%s\n' "$guard"; cat "$1"; printf '\n}\n'; } >"$2.tmp"
+    mv "$2.tmp" "$2"
+  fi
+}
+define_once "$ROOT/node_modules/highcharts/highcharts.js" "$APP/javascript/highcharts.js" Highcharts
+define_once "$ROOT/node_modules/jquery/dist/jquery.min.js" "$APP/javascript/jquery.Min.js" jQuery
 cp -u "$ROOT/node_modules/highcharts/modules/exporting.js" "$APP/javascript/exporting.js"
 cp -u "$ROOT/node_modules/highcharts/modules/offline-exporting.js" "$APP/javascript/offline-exporting.js"
-cp -u "$ROOT/node_modules/jquery/dist/jquery.min.js" "$APP/javascript/jquery.Min.js"
 for dir in graphics help; do
   [ -d "$ROOT/$dir" ] && cp -ru "$ROOT/$dir/." "$APP/$dir/"
 done

@@ -65,7 +65,9 @@ class ExportTest : public ::testing::Test {
 
 TEST_F(ExportTest, CsvQuotesFieldsUnescapesEntitiesAndEndsLinesWithCrlf) {
   write_csv(sample_grid(), dir / "t.csv");
+  // UTF-8 with its byte-order mark, so that a spreadsheet reads ø and æ.
   EXPECT_EQ(read_file(dir / "t.csv"),
+            "\xEF\xBB\xBF"
             "ID,Operation,Score,Note\r\n"
             "12,Zero tillage & direct drilling,12.5,\r\n"
             "7,\"Farmer's <own> \"\"plan\"\"\",-0.25,\"a, b\nc\"\r\n"
@@ -79,11 +81,13 @@ TEST_F(ExportTest, CsvQuotesFieldsUnescapesEntitiesAndEndsLinesWithCrlf) {
 
   // A context goes above the table, quoted as any field, then one empty
   // line; the table's rows follow as they were.
-  const std::string table = read_file(dir / "t.csv");
+  const std::string table = read_file(dir / "t.csv").substr(3);
   write_csv(sample_grid(), dir / "c.csv",
             {{"File", "/docs/a, \"b\".arv"}, {"Time horizon (years)", "50"}});
   EXPECT_EQ(read_file(dir / "c.csv"),
-            "File,\"/docs/a, \"\"b\"\".arv\"\r\nTime horizon (years),50\r\n\r\n" + table);
+            "\xEF\xBB\xBF"
+            "File,\"/docs/a, \"\"b\"\".arv\"\r\nTime horizon (years),50\r\n\r\n" +
+                table);
 }
 
 TEST_F(ExportTest, XlsxCarriesItsContextOnASheetOfItsOwn) {
@@ -98,7 +102,7 @@ TEST_F(ExportTest, XlsxCarriesItsContextOnASheetOfItsOwn) {
 
   session().current_file.clear();
   const ExportContext none = export_context();
-  ASSERT_EQ(none.size(), 5u);
+  ASSERT_EQ(none.size(), 8u);
   EXPECT_EQ(none[0], (std::pair<std::string, std::string>{"File", "(none)"}));
 }
 
@@ -152,6 +156,7 @@ TEST_F(ExportTest, ExportGridWritesIntoTheExportsFolderAndOpensIt) {
     void open_document(const std::string& target) override { opened.push_back(target); }
   } ui;
   session().ranking_TH = 25;
+  session().adapt_weight = 40;
   EXPECT_TRUE(export_grid(ui, sample_grid(), "ranked_list", false));
   EXPECT_TRUE(export_grid(ui, sample_grid(), "../mac curve", true));
   EXPECT_EQ(ui.opened,
@@ -162,8 +167,14 @@ TEST_F(ExportTest, ExportGridWritesIntoTheExportsFolderAndOpensIt) {
   // The CSV download carries the same context as the workbook's About sheet,
   // and the figures at full precision below it.
   const std::string csv = read_file(dir / "exports" / "ranked_list.csv");
-  EXPECT_EQ(csv.rfind("File,(none)\r\nRegions,(none)\r\nTime horizon (years),25\r\nUnits,", 0), 0u)
+  EXPECT_EQ(csv.rfind("\xEF\xBB\xBF"
+                      "File,(none)\r\nRegions,(none)\r\nTime horizon (years),25\r\n"
+                      "Ranking weights (%),\"mitigation 100, adaptation 40, production 100\"\r\n",
+                      0),
+            0u)
       << csv;
+  // The Combined column can be worked again from the weights and the mode.
+  EXPECT_NE(csv.find("\r\nScores ranked by,regional total\r\n"), std::string::npos) << csv;
   EXPECT_NE(csv.find("\r\nExported,20"), std::string::npos) << csv;
   EXPECT_NE(csv.find("\r\n\r\nID,Operation,Score,Note\r\n12,Zero tillage & direct drilling,12.5,"),
             std::string::npos)

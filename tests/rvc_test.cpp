@@ -174,7 +174,11 @@ TEST_F(RvcTest, KeyHasFiftyColourCells) {
        p = text.find("bgcolor=\"#", p + 1))
     ++cells;
   EXPECT_EQ(cells, 50u);
-  EXPECT_LT(text.find("ff00fe"), text.find("00ff13"));
+  // From "Low" through the low entries (green) to the high ones (magenta)
+  // and "High": the key reads as the cells are painted.
+  EXPECT_LT(text.find("Low"), text.find("00ff13"));
+  EXPECT_LT(text.find("00ff13"), text.find("ff00fe"));
+  EXPECT_LT(text.find("ff00fe"), text.find("High"));
   EXPECT_EQ(text.find("TX"), std::string::npos);  // another RVC Type
 }
 
