@@ -86,8 +86,11 @@ test('breakdown, aggregation, cost curves and export of an assessment', { skip: 
     const csv = fs.readFileSync(await download.path(), 'utf8');
     // Its context comes first (file, region, horizon, units, date), an empty
     // line, then the table as it stands.
-    const [about, table] = csv.split('\r\n\r\n');
-    assert.match(about, /^File,.*Analysis test\.arv\r\nRegions,DK02 Sjælland\r\nTime horizon \(years\),50\r\nUnits,/);
+    // UTF-8 with a byte-order mark, so that a spreadsheet reads "æ" as such.
+    assert.ok(csv.startsWith('\uFEFF'), 'byte-order mark');
+    const [about, table] = csv.slice(1).split('\r\n\r\n');
+    assert.match(about, /^File,.*Analysis test\.arv\r\nRegions,DK02 Sjælland\r\nTime horizon \(years\),50\r\n/);
+    assert.match(about, /\r\nRanking weights \(%\),"mitigation 100, adaptation 100, production 100"\r\n/);
     assert.match(about, /\r\nExported,\d{4}-\d\d-\d\d \d\d:\d\d$/);
     assert.match(table, /^Operation ID,Operation name,Mitigation,Adaptation,Production,Combined,Data Quality\r\n/);
     assert.match(table, /Zero tillage & direct drilling/);

@@ -42,6 +42,11 @@ struct ExplorerWindow {
   int browser_width = 1100;
   int browser_height = 700;
 
+  // Recalculations so far, and their count when the report window's page
+  // was made: a page made before the last one is marked as out of date.
+  int recalculations = 0;
+  int report_made_at = 0;
+
   // Cost-curve options panel.
   bool mac_panel = false;
   int mac_costs = 1;   // 1 both, 2 single investment only, 3 annual area only

@@ -361,6 +361,7 @@ void run_hub(Ui& ui, const HubKind& kind) {
     return;
   }
   ui.set_timer([&ui] {
+    explorer_window().report_made_at = explorer_window().recalculations;
     ui.show_window("report");
     ui.navigate("report", "rep1.htm");
     ui.navigate("explorer", explorer_window().open_page);

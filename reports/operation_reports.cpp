@@ -636,6 +636,7 @@ void operation_specific_html_hub(Ui& ui, int in_file, int kind) {
     ui.navigate("explorer", file);
   } else {
     ui.set_timer([&ui] {
+      explorer_window().report_made_at = explorer_window().recalculations;
       ui.show_window("report");
       ui.navigate("report", "detailed_report.htm");
     });

@@ -702,6 +702,7 @@ ImpactCacheHooks explorer_cache_hooks() {
     }
   };
   h.after_update = [](Ui& ui) {
+    ++explorer_window().recalculations;
     Catalogue& c = catalogue();
     if (c.tab == 2) {
       // The operation the user was on stays on show (after an edit of its

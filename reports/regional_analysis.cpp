@@ -257,6 +257,7 @@ void reg_analysis_chart(Ui& ui, int64_t operation_id, int impact_kind, int chart
            "px; height: " + std::to_string(std::lround(height)) + "px; margin: 0 auto\"></div>");
   page_footer(out);
   ui.set_timer([&ui] {
+    explorer_window().report_made_at = explorer_window().recalculations;
     ui.show_window("report");
     ui.navigate("report", "regional_chart.htm");
   });

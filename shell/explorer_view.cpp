@@ -206,8 +206,13 @@ void register_explorer_window(WebUi& ui) {
                                    {"mnuPrint", "Print"},
                                    {"mnuPrintPreview", "Print Preview"}})
       items.push_back({{"id", id}, {"text", text}});
+    const ExplorerWindow& w = explorer_window();
+    const bool outdated = w.report_made_at != w.recalculations;
     return json{{"title", "ARVEN Report"},
                 {"fill", true},
+                {"caption", outdated ? "This page was made before the last recalculation: make it "
+                                       "again from the explorer to see the new figures."
+                                     : ""},
                 {"menus", json::array({{{"text", "File"}, {"items", items}}})}};
   };
   report.command = [&ui](const Params& p) {

@@ -211,7 +211,12 @@ std::string WebUi::file_dialog(const FileDialogRequest& request) {
     d.files = list_files(request.initial_dir, request.filter);
     d.buttons = {request.save ? "Save" : "Open", "Cancel"};
     Answered a = ask(std::move(d));
-    if (a.button == "Cancel" || a.file_name.empty()) return "";
+    if (a.button == "Cancel") return "";
+    // A confirm with no name is no cancel: the chooser says what it needs.
+    if (a.file_name.empty()) {
+      message_box("Please enter a file name.", request.title, MsgButtons::Ok, MsgIcon::Exclamation);
+      continue;
+    }
     std::string name = a.file_name;
     std::string ext = request.filter.size() > 1 ? request.filter.substr(1) : "";
     if (!ext.empty() &&
@@ -256,6 +261,7 @@ void WebUi::show_modal(const std::string& window, int tab) {
     auto& w = windows_[window];
     w.open = true;
     modal_stack_.push_back(window);
+    forget_finished_work();
     changed();
   }
   refresh_controls();
@@ -289,6 +295,7 @@ void WebUi::show_window(const std::string& window) {
   {
     std::lock_guard lock(mutex_);
     windows_[window].open = true;
+    forget_finished_work();
     changed();
   }
   // A window beside the main one gets a browser window of its own.
@@ -307,6 +314,13 @@ void WebUi::navigate(const std::string& window, const std::string& page) {
   w.page = page;
   ++w.nav;
   changed();
+}
+
+// The word that ended work ("Recalculation finished: ...") belongs to the
+// window where it was done: a window opened later starts without it. Work
+// still running keeps its bar.
+void WebUi::forget_finished_work() {
+  if (progress_.max == 0) progress_.label.clear();
 }
 
 void WebUi::progress(int value, int max, const std::string& label) {

@@ -153,6 +153,7 @@ class WebUi : public Ui {
 
   Answered ask(Dialog dialog);  // publishes the dialog and waits for its answer
   void changed();               // bump the version (mutex held)
+  void forget_finished_work();  // clear the word of ended work (mutex held)
   void run_load(const std::string& window);
   bool run_immediate(const std::string& window, const Params& params);
   // Queues an event that runs with the window's handlers, as its window.
