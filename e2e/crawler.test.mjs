@@ -1,0 +1,278 @@
+// The crawler: on an assessment of the demo data with several operations,
+// it opens every window and page of the user build, runs every command of
+// the main window's, the explorer's and the RVC browser's command tables
+// once (dialogs answered with their safe choice), and fails on a console or
+// page error, a 4xx or 5xx answer, a command that changes nothing, a link
+// that leads nowhere or a blank page. It prints the commands it did not
+// reach, and fails while any is missing.
+import { test } from 'node:test';
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import path from 'node:path';
+import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, screenshotPath } from './lib.mjs';
+import { Crawler, expectedCommands, MAIN_MENUS } from './crawl.mjs';
+
+const STORE = 'new_arven_operations_DK.mdb';
+const missing = !fs.existsSync(path.join(APP_SOURCE, 'dbases', STORE)) && `the demo stores are missing (${STORE})`;
+const OPERATIONS = ['Winter cover crops', 'Zero tillage & direct drilling', 'Hedgerow planting'];
+
+// A new file by the file chooser, named `name`.
+const saveAs = (name) => [['', 'Save', name]];
+
+async function chooseRegion(c, page, areas) {
+  await c.onTop(page, 'regions');
+  const entry = (list, text) => page.locator(`#list-${list} .list-item`, { hasText: text });
+  await entry(0, 'DK - Danmark').click();
+  await c.settle(page);
+  await entry(1, 'DK0 - Danmark').click();
+  await c.settle(page);
+  for (const area of areas) {
+    await entry(2, area).dblclick();
+    await c.settle(page);
+  }
+  await c.closeWindow(page);
+  await c.onTop(page, 'main');
+}
+
+async function mainWindow(c, page) {
+  // No file yet: the welcome page's update link, the search that is not
+  // there yet, the settings.
+  await c.settle(page);
+  await c.followLinks(page, { only: ['main link uuu'] });
+  if ((await c.windowOf(page)) === 'settings') await c.closeWindow(page);
+  await c.onTop(page, 'main');
+  await c.click(page, '#panel-1', 'main panel 1');
+  await c.click(page, '#item-1-2', 'main pair 1,2');
+  await c.click(page, '#item-1-1', 'main pair 1,1');
+  await c.onTop(page, 'settings');
+  for (const tab of await page.locator('[id^="tab-"]').all()) await c.click(page, `#${await tab.getAttribute('id')}`, 'settings tab', { mustChange: false });
+  await c.closeWindow(page);
+  await c.onTop(page, 'main');
+
+  // A new file, its region (Sjælland), then the region edited.
+  await c.click(page, '#panel-3', 'main panel 3');
+  await c.click(page, '#item-3-1', 'main pair 3,1', { answers: saveAs('Crawl A') });
+  await c.click(page, '#item-3-3', 'main pair 3,3');
+  await chooseRegion(c, page, ['DK02 - Sjælland']);
+  await c.click(page, '#item-3-4', 'main pair 3,4');
+  await c.onTop(page, 'regions');
+  await c.closeWindow(page);
+  await c.onTop(page, 'main');
+  await c.notBlank(page, 'the summary page');
+}
+
+async function explorer(c, page) {
+  await c.click(page, '#panel-2', 'main panel 2');
+  await c.click(page, '#item-2-3', 'main pair 2,3');
+  await c.onTop(page, 'explorer');
+  const node = (tree, text) => page.locator(`#tree-${tree} .tree-node`, { hasText: text }).first();
+  // The catalogue: a group's page (its operations, SELECT), an operation's.
+  await c.click(page, '#tab-tab1-1', 'explorer tab1 1', { mustChange: false });
+  await c.click(page, '#radio-view-1', 'explorer view 1', { mustChange: false });
+  await c.click(page, '#tree-catalogue .tree-node.group, #tree-catalogue .tree-node[aria-expanded]', 'explorer group', { mustChange: false });
+  await c.followLinks(page, { only: ['explorer link zzz'] });
+  await c.click(page, '#radio-view-4', 'explorer view 4', { mustChange: false });
+  for (const name of OPERATIONS.slice(1)) {
+    await node('catalogue', name).dblclick();
+    await c.settle(page);
+  }
+  await node('catalogue', OPERATIONS[0]).click();
+  await c.settle(page);
+  await c.followLinks(page, { only: ['explorer link xxx'] });
+  await c.click(page, '#tool-Home', 'explorer tool Home');
+  await c.click(page, '#tool-Print', 'explorer tool Print');
+
+  // The chosen operations: every list page and its sorts, the aggregation.
+  await c.click(page, '#tab-tab1-2', 'explorer tab1 2');
+  for (let tab = 1; tab <= 6; ++tab) {
+    if (tab === 5) continue;
+    await c.click(page, `#tab-tab2-${tab}`, `explorer tab2 ${tab}`);
+    await c.notBlank(page, `list tab ${tab}`);
+    await c.followLinks(page, { skip: ['explorer link rem', 'explorer link yyy', 'explorer link mmm', 'explorer link zzz'] });
+  }
+  // The ranked aggregation, behind its link on the aggregation page.
+  await c.click(page, '#tab-tab2-6', 'explorer tab2 6');
+  await c.followLinks(page, { only: ['explorer link mmm'] });
+  await c.click(page, '#tab-tab2-1', 'explorer tab2 1');
+  await c.followLinks(page, { only: ['explorer link zzz'] });
+  await c.request(page, 'explorer', 'rank.ra2', 'explorer link ra2');
+  await c.request(page, 'explorer', 'rank.ra1', 'explorer link ra1');
+
+  // An operation's report, its detailed form in the report window, the
+  // breakdowns and their charts.
+  await node('chosen', OPERATIONS[0]).click();
+  await c.settle(page);
+  await c.followLinks(page, { only: ['explorer link det'] });
+  const report = await c.tabOf('report');
+  await c.followLinks(report, { only: ['explorer link rea'] });
+  await c.followLinks(page, { skip: ['explorer link yyy', 'explorer link rem', 'explorer link opd'] });
+  await c.followLinks(report, { only: ['explorer link rep'] });
+  await c.followLinks(page, { skip: ['explorer link yyy', 'explorer link rem', 'explorer link opd'] });
+  for (let n = 1; n <= 7; ++n) await c.followLinks(report, { only: [`explorer link rg${n}`] });
+  await c.followLinks(page, { skip: ['explorer link yyy', 'explorer link rem', 'explorer link opd'] });
+  await report.close();
+
+  // Cost curves from the toolbar, a recalculation.
+  await c.click(page, '#tab-tab2-1', 'explorer tab2 1');
+  await c.click(page, '#tool-maccghg', 'explorer tool maccghg');
+  await c.click(page, '#button-CreateGHG', 'explorer create ghg');
+  await c.click(page, '#tool-maccadapt', 'explorer tool maccadapt');
+  await c.click(page, '#tool-ReCalc', 'explorer tool ReCalc');
+  await c.click(page, '#tool-New', 'explorer tool New');
+  await c.click(page, '#tool-Open', 'explorer tool Open');
+
+  // The operation's properties (answered No to the recalculation), then a
+  // removal of all asked and declined, and of one done.
+  await node('chosen', OPERATIONS[0]).click();
+  await c.settle(page);
+  await c.followLinks(page, { only: ['explorer link opd'] });
+  if ((await c.windowOf(page)) === 'opman') {
+    await c.closeWindow(page);
+    await c.settle(page);
+  }
+  await c.onTop(page, 'explorer');
+  await c.click(page, '#tab-tab2-5', 'explorer tab2 5');
+  await node('chosen', 'My RDP').click().catch(() => {});
+  await c.settle(page);
+  await c.followLinks(page, { only: ['explorer link rem'] });
+  await node('chosen', OPERATIONS[2]).click();
+  await c.settle(page);
+  await c.followLinks(page, { only: ['explorer link yyy'] });
+  await c.closeWindow(page);
+  await c.onTop(page, 'main');
+}
+
+// A stale cache: the region edited, then the explorer offers the
+// recalculation, declined once and taken once.
+async function staleCache(c, page) {
+  for (const key of ['explorer link xno', 'explorer link yes']) {
+    await c.click(page, '#item-3-4', 'main pair 3,4');
+    const extra = key.endsWith('xno') ? 'DK01 - Hovedstaden' : 'DK03 - Syddanmark';
+    await chooseRegion(c, page, [extra]);
+    await c.click(page, '#item-2-3', 'main pair 2,3');
+    await c.onTop(page, 'explorer');
+    await c.click(page, '#tab-tab1-2', 'explorer tab1 2', { mustChange: false });
+    await c.followLinks(page, { only: [key] });
+    await c.closeWindow(page);
+    await c.onTop(page, 'main');
+  }
+}
+
+// The hotspot report and the RVC browser.
+async function rvcBrowser(c, page) {
+  await c.click(page, '#item-3-5', 'main pair 3,5');
+  await c.onTop(page, 'rvc');
+  await c.request(page, 'rvc', 'hot.hcn', 'rvc link hcn', { mustChange: false });
+  await c.settle(page);
+  await c.followLinks(page, { only: ['rvc link hotspot_rep1.htm', 'rvc link hotspot_rep2.htm', 'rvc link back.htm', 'rvc link details.htm'] });
+  await c.click(page, '#tab-report-2', 'rvc tab 2');
+  await c.click(page, '#tab-report-1', 'rvc tab 1');
+  await c.click(page, '#tool-Index', 'rvc index');
+  await c.followLinks(page, { only: ['rvc link code.htm'] });
+  await c.followLinks(page, { only: ['rvc link index.htm', 'rvc link working.htm', 'rvc link details.htm'] });
+  await c.click(page, '#tool-Print', 'rvc print');
+  await c.closeWindow(page);
+  await c.onTop(page, 'main');
+}
+
+// Every entry of the window menu and of the panels' right-click menu.
+async function menus(c, page) {
+  // Save As three times gives the four recent files.
+  for (const [i, id] of ['mnuFileSaveAs', 'mnuAllSaveAs', 'mnuFileSaveAs'].entries())
+    await c.run(page, 'main menu ' + id, () => page.evaluate((m) => window.arvenCommand({ menu: m }), id),
+      { answers: saveAs('Crawl ' + 'BCD'[i]) });
+  const opens = { mnuFarmEdit: 'regions', mnuFarmHot: 'regions', mnuToolsSettings: 'settings', mnuAllsExReg: 'regions',
+    mnuAllEFA: 'regions', mnuAllHot: 'rvc', mnuAllOQ: 'explorer', mnuAllSet: 'settings', mnuHelpAbout: 'about',
+    mnuHelpUpdates: 'settings' };
+  const context = new Set(['mnuAllNFA', 'mnuAllOFA', 'mnuAllSaveAs', 'mnuAllPrint', 'mnuAllsExReg', 'mnuAllEFA',
+    'mnuAllHot', 'mnuAllOQ', 'mnuAllSet', 'mnuAllCNQ']);
+  for (const id of MAIN_MENUS) {
+    if (id === 'mnuFileExit' || c.covered.has('main menu ' + id)) continue;
+    const tabsBefore = c.context.pages().length;
+    const act = context.has(id)
+      ? async () => {
+        await page.locator('#side').click({ button: 'right', position: { x: 20, y: 300 } });
+        await page.click('#context-' + id);
+      }
+      : async () => {
+        const item = page.locator('#menu-' + id);
+        await item.evaluate((e) => e.closest('.menu').classList.add('open'));
+        await item.click();
+      };
+    await c.run(page, 'main menu ' + id, act);
+    if (opens[id]) {
+      await c.onTop(page, opens[id]).catch(() => {});
+      const w = await c.windowOf(page);
+      if (w === 'about') await page.click('#button-ok');
+      else if (w !== 'main') await c.closeWindow(page);
+      await c.settle(page);
+      await c.onTop(page, 'main');
+    }
+    // Help pages open in tabs of their own: each must load.
+    for (const p of c.context.pages().slice(tabsBefore)) {
+      await p.waitForLoadState();
+      if (!(await p.evaluate(() => document.body && document.body.innerText.trim().length > 0)))
+        c.fail(`${id}: the page ${p.url()} is blank`);
+      await p.close();
+    }
+  }
+  // The links of the summary page.
+  await c.followLinks(page, { only: ['main link xx2'] });
+  if ((await c.windowOf(page)) === 'regions') await c.closeWindow(page);
+  await c.onTop(page, 'main');
+  await c.followLinks(page, { only: ['main link xx1'] });
+  if ((await c.windowOf(page)) === 'explorer') await c.closeWindow(page);
+  await c.onTop(page, 'main');
+  await c.followLinks(page, { only: ['main link hot'] });
+  await c.onTop(page, 'rvc').catch(() => {});
+  if ((await c.windowOf(page)) === 'rvc') await c.closeWindow(page);
+  await c.onTop(page, 'main');
+  await c.request(page, 'main', 'show.xxx', 'main link xxx');
+  for (const p of c.context.pages()) if (p !== page) await p.close();
+}
+
+test('the crawler reaches every command of the user build without a fault', { skip: missing, timeout: 900000 }, async () => {
+  const sandbox = makeSandbox({ withStores: [STORE] });
+  let program = await startProgram(sandbox);
+  const browser = await launchBrowser();
+  const c = new Crawler(browser, program.base);
+  let page;
+  try {
+    page = await c.start(program.url);
+    await page.locator('#button-ok').click();
+    await c.onTop(page, 'main');
+    await mainWindow(c, page);
+    await explorer(c, page);
+    await staleCache(c, page);
+    await rvcBrowser(c, page);
+    await menus(c, page);
+    await c.run(page, 'main menu mnuFileExit', async () => {
+      const item = page.locator('#menu-mnuFileExit');
+      await item.evaluate((e) => e.closest('.menu').classList.add('open'));
+      await item.click();
+    }, { answers: [['', 'Yes']], mustChange: false });
+    await new Promise((r) => program.child.once('exit', r));
+
+    // Started again: the welcome page lists the four recent files.
+    program = await startProgram(sandbox);
+    await page.goto(program.url);
+    await page.locator('#button-ok').click();
+    await c.onTop(page, 'main');
+    for (const n of [1, 2, 3, 4]) {
+      await c.followLinks(page, { only: [`main link ff${n}`] });
+      await page.evaluate(() => window.arvenCommand({ menu: 'mnuFileNew' })).catch(() => {});
+      await c.settle(page);
+    }
+  } catch (e) {
+    for (const [i, p] of c.context ? c.context.pages().entries() : [])
+      await p.screenshot({ path: screenshotPath(`crawler-failure-${i}`) }).catch(() => {});
+    throw e;
+  } finally {
+    await browser.close();
+    program.child.kill();
+  }
+  const left = c.missing(expectedCommands());
+  if (left.length) console.log('commands not covered:\n  ' + left.join('\n  '));
+  assert.deepEqual(c.failures, []);
+  assert.deepEqual(left, []);
+});
