@@ -188,7 +188,7 @@ bool internet_state(UpdateServer& server, std::string& type) {
 std::optional<std::vector<long>> split_version(const std::string& text) {
   std::vector<long> parts;
   size_t start = 0;
-  while (true) {
+  while (parts.size() < 3) {
     size_t dot = text.find('.', start);
     std::string part = text.substr(start, dot == std::string::npos ? dot : dot - start);
     if (!is_digits(part)) return std::nullopt;
@@ -201,7 +201,7 @@ std::optional<std::vector<long>> split_version(const std::string& text) {
 }
 
 std::optional<long> parse_day_month_year(const std::string& text) {
-  if (text.size() != 10 || text[2] != '/' || text[5] != '/') return std::nullopt;
+  if (text.size() != 10) return std::nullopt;
   std::string d = text.substr(0, 2), m = text.substr(3, 2), y = text.substr(6, 4);
   if (!is_digits(d) || !is_digits(m) || !is_digits(y)) return std::nullopt;
   long day = std::stol(d), month = std::stol(m), year = std::stol(y);

@@ -46,10 +46,16 @@ void load_update_table(UpdateTable& t);
 // Whether the update server answers; `type` becomes "LAN" or "Offline".
 bool internet_state(UpdateServer& server, std::string& type);
 
-// The version text split into its three whole-number parts; nullopt when
-// it is not three dot-separated numbers.
+// The major, minor and revision of a version text: its first three
+// dot-separated parts, each a whole number ("1.1.8.0000" gives 1, 1, 8).
+// Parts after the third are not read. nullopt when one of the three is
+// missing or is not a whole number.
 std::optional<std::vector<long>> split_version(const std::string& text);
-// A date "dd/mm/yyyy" as yyyymmdd; nullopt when the text has another form.
+// A store date of 10 characters as yyyymmdd, read by position: the day
+// from the first two characters, the month from the fourth and fifth, the
+// year from the last four; the separators are not read, so "06/03/2014"
+// and "06-03-2014" are the same date. nullopt when a piece is not a number
+// or the day or month is out of range.
 std::optional<long> parse_day_month_year(const std::string& text);
 
 // Compares local versions with the server's files and fills the table. In

@@ -6,11 +6,14 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
 
 #include "core/preferences.h"
 #include "core/registry.h"
 #include "core/session.h"
 #include "core/startup.h"
+#include "prep/packaging.h"
 #include "settings/update_server.h"
 #include "stores/db.h"
 #include "stores/schema.h"
@@ -80,6 +83,13 @@ TEST_F(UpdateCheckTest, SoftwareVersionsCompareEachPartByItself) {
                {"0.9.9", "YES"},
                {"1.0.8", "NO"},
                {"1.1.9\r\n", "YES"},
+               // Only the major, minor and revision are read; a text is
+               // refused only when empty or longer than 10 characters.
+               {"1.1.8.0000", "NO"},
+               {"1.1.9.0000", "YES"},
+               {"1.1.8.00000", "Unknown"},
+               {"", "Unknown"},
+               {"1.1", "Unknown"},
                {"1.x.3", "Unknown"},
                {"<html><body>Not here</body></html>", "Unknown"}};
   for (const auto& c : cases) {
@@ -91,11 +101,23 @@ TEST_F(UpdateCheckTest, SoftwareVersionsCompareEachPartByItself) {
     bool offer = std::string(c.offered) != "NO";
     EXPECT_EQ(t.coloured[1], offer) << c.text;
     EXPECT_EQ(t.table.cell(1, 4), offer ? "Download" : "") << c.text;
+    if (std::string(c.offered) == "YES") {  // the text as sent, without its line end
+      EXPECT_EQ(t.table.cell(1, 3), std::string(c.text).substr(0, std::strcspn(c.text, "\r\n")));
+    }
     EXPECT_EQ(t.label_visible, offer) << c.text;
     // Only an unreadable version says "Cannot proceed".
     EXPECT_EQ(ui.messages.size(), std::string(c.offered) == "Unknown" ? 1u : 0u) << c.text;
     EXPECT_EQ(update_state_of(t), std::string(c.offered) == "YES" ? 1 : 2) << c.text;
   }
+}
+
+// The check reads a longer text, but the admin publishes three parts only.
+TEST_F(UpdateCheckTest, PublishedSoftwareVersionsAreThreeParts) {
+  publish_software_version("1.1.9");
+  std::ifstream in(software_version_file_path());
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "1.1.9");
+  for (const char* refused : {"1.1.9.0000", "1.1", "", "1.1.x", "10.10.10.1"})
+    EXPECT_THROW(publish_software_version(refused), std::invalid_argument) << refused;
 }
 
 TEST_F(UpdateCheckTest, ZeroVersionAsksForAnInstallerOrSetsTheFlagSilently) {
@@ -119,6 +141,9 @@ TEST_F(UpdateCheckTest, ZeroVersionAsksForAnInstallerOrSetsTheFlagSilently) {
   EXPECT_TRUE(ui.messages.empty());
   EXPECT_EQ(t.flag_label, "YES");
   EXPECT_EQ(update_state_of(t), 1);
+  // The first three parts decide, whatever follows them.
+  publish("arven_version118.csv", "0.0.0.0000");
+  EXPECT_EQ(check(true).flag_label, "YES");
 }
 
 TEST_F(UpdateCheckTest, StoresCompareDatesAndStoresNotInstalledTakeShortTexts) {
@@ -165,6 +190,30 @@ TEST_F(UpdateCheckTest, StoresCompareDatesAndStoresNotInstalledTakeShortTexts) {
   EXPECT_EQ(t.table.cell(at, 2), "");
   publish("arven_db_version_LU.csv", "01/01/2024");
   EXPECT_EQ(update_state_of(check(true)), 2);
+}
+
+TEST_F(UpdateCheckTest, StoreDatesAreReadByPositionWhateverTheSeparators) {
+  std::filesystem::create_directories(dir / "www");
+  StaticServer server(dir / "www");
+  save_setting("Settings", "Update_Server", server.address());
+  install("DK", "2014-03-05 00:00:00");
+  publish("arven_version118.csv", "1.1.8");
+  struct Case {
+    const char* text;
+    const char* offered;
+  } cases[] = {{"06-03-2014", "YES"},          {"06.03.2014\n", "YES"},   {"05-03-2014", "NO"},
+               {"06/03/2014 (rev. 2)", "YES"}, {"2014-03-06", "Unknown"}, {"6/3/2014", "Unknown"},
+               {"06/13/2014", "Unknown"},      {"05/04/2013", "NO"}};
+  for (const auto& c : cases) {
+    publish("arven_db_version_DK.csv", c.text);
+    UpdateTable t = check(false);
+    int dk = row_of(t, 13);
+    EXPECT_EQ(t.table.cell(dk, 1), "05/03/2014");
+    EXPECT_EQ(t.table.cell(dk, 2), c.offered) << c.text;
+    if (std::string(c.offered) == "YES") {
+      EXPECT_EQ(t.table.cell(dk, 3), std::string(c.text).substr(0, 10)) << c.text;
+    }
+  }
 }
 
 TEST_F(UpdateCheckTest, NoServerOrAStalledOneIsOfflineWithoutHanging) {
