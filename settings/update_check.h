@@ -89,9 +89,18 @@ struct UpdateLaunch {
 };
 UpdateLaunch& update_launch();
 
-// Asks, then records the item to download, starts the downloader and ends
-// the program. `id` is 0 for the software, otherwise a country index.
+// Asks, then records the item to download and the open assessment file,
+// starts the downloader and ends the program. `id` is 0 for the software
+// (the user is told first that the downloader cannot install it),
+// otherwise a country index: when the update server does not have that
+// country's archive, the user is told so and the program stays open.
 void download_trigger(Ui& ui, int id);
+// At the start after an update: says once what the downloader reported,
+// the store it installed (country and installed version) or why it failed.
+void report_download_result(Ui& ui);
+// The assessment file that was open when the program ended for an update,
+// once; "" when there was none.
+std::string take_file_to_reopen();
 // Opens the software page of the project's website.
 void gotoarvenweb(Ui& ui);
 

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <memory>
 
 #include "core/preferences.h"
 #include "core/registry.h"
@@ -53,6 +54,13 @@ class UpdateCheckTest : public ::testing::Test {
       if (t.table.cell(r, 5) == std::to_string(id)) return r;
     return -1;
   }
+  // A real static server of dir/www, set as the update server.
+  std::unique_ptr<StaticServer> serve() {
+    std::filesystem::create_directories(dir / "www");
+    auto server = std::make_unique<StaticServer>(dir / "www");
+    save_setting("Settings", "Update_Server", server->address());
+    return server;
+  }
   UpdateTable check(bool silent) {
     detect_country_stores();
     UpdateTable t;
@@ -68,9 +76,7 @@ class UpdateCheckTest : public ::testing::Test {
 };
 
 TEST_F(UpdateCheckTest, SoftwareVersionsCompareEachPartByItself) {
-  std::filesystem::create_directories(dir / "www");
-  StaticServer server(dir / "www");
-  save_setting("Settings", "Update_Server", server.address());
+  auto server = serve();
   // The program is 1.1.8. Each part is compared by itself, so a revision
   // above 8 counts as newer whatever the minor: 1.0.9 is offered.
   struct Case {
@@ -121,9 +127,7 @@ TEST_F(UpdateCheckTest, PublishedSoftwareVersionsAreThreeParts) {
 }
 
 TEST_F(UpdateCheckTest, ZeroVersionAsksForAnInstallerOrSetsTheFlagSilently) {
-  std::filesystem::create_directories(dir / "www");
-  StaticServer server(dir / "www");
-  save_setting("Settings", "Update_Server", server.address());
+  auto server = serve();
   install("DK", "2024-05-01 00:00:00");
   publish("arven_version118.csv", "0.0.0");
   publish("arven_db_version_DK.csv", "02/05/2024\n");
@@ -147,9 +151,7 @@ TEST_F(UpdateCheckTest, ZeroVersionAsksForAnInstallerOrSetsTheFlagSilently) {
 }
 
 TEST_F(UpdateCheckTest, StoresCompareDatesAndStoresNotInstalledTakeShortTexts) {
-  std::filesystem::create_directories(dir / "www");
-  StaticServer server(dir / "www");
-  save_setting("Settings", "Update_Server", server.address());
+  auto server = serve();
   install("DK", "2024-05-01 00:00:00");
   install("LU", "2024-01-01");
   install("SE", "2024-01-01");
@@ -193,9 +195,7 @@ TEST_F(UpdateCheckTest, StoresCompareDatesAndStoresNotInstalledTakeShortTexts) {
 }
 
 TEST_F(UpdateCheckTest, StoreDatesAreReadByPositionWhateverTheSeparators) {
-  std::filesystem::create_directories(dir / "www");
-  StaticServer server(dir / "www");
-  save_setting("Settings", "Update_Server", server.address());
+  auto server = serve();
   install("DK", "2014-03-05 00:00:00");
   publish("arven_version118.csv", "1.1.8");
   struct Case {
@@ -214,6 +214,55 @@ TEST_F(UpdateCheckTest, StoreDatesAreReadByPositionWhateverTheSeparators) {
       EXPECT_EQ(t.table.cell(dk, 3), std::string(c.text).substr(0, 10)) << c.text;
     }
   }
+}
+
+TEST_F(UpdateCheckTest, DownloadSaysWhatTheDownloaderCannotDoBeforeTheProgramEnds) {
+  auto server = serve();
+  publish("arven_db_DK.zip", "an archive");
+  update_launch().downloader = "/bin/true";
+  session().current_file = (dir / "docs" / "farm.arv").string();
+
+  // Austria's archive is not on the server: said, and the program stays.
+  download_trigger(ui, 3);
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_EQ(ui.messages[0].title, "Update software");
+  EXPECT_EQ(ui.messages[0].text,
+            "The database for Austria (AT) cannot be downloaded: the update server has no file " +
+                server->address() + "/downloads/arven_db_AT.zip (HTTP 404). ARVEN stays open.");
+  EXPECT_FALSE(ui.ended);
+  EXPECT_EQ(get_setting("Settings", "Restart_Flag", "0"), "0");
+
+  // The software: the downloader's limit first, then the usual question.
+  ui.messages.clear();
+  ui.answers = {Answer::Ok, Answer::No};
+  download_trigger(ui, 0);
+  ASSERT_EQ(ui.messages.size(), 2u);
+  EXPECT_NE(ui.messages[0].text.find("install it by hand"), std::string::npos);
+  EXPECT_EQ(ui.messages[1].text, "This will close the software. Do you want to proceed?");
+  EXPECT_FALSE(ui.ended);
+
+  // Denmark's archive is there: the question, then the program ends,
+  // remembering the item and the open file.
+  ui.messages.clear();
+  download_trigger(ui, 13);
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_EQ(ui.messages[0].title, "Update software");
+  EXPECT_TRUE(ui.ended);
+  EXPECT_EQ(get_setting("Settings", "Restart_Flag", ""), "1");
+  EXPECT_EQ(get_setting("Download", "Item to download", ""), "13");
+  EXPECT_EQ(take_file_to_reopen(), session().current_file);
+  EXPECT_EQ(take_file_to_reopen(), "");
+
+  // No server set: said, with the key to set.
+  save_setting("Settings", "Update_Server", "");
+  ui.ended = false;
+  ui.messages.clear();
+  download_trigger(ui, 13);
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_NE(ui.messages[0].text.find("Denmark (DK)"), std::string::npos);
+  EXPECT_NE(ui.messages[0].text.find("Update_Server"), std::string::npos);
+  EXPECT_FALSE(ui.ended);
+  update_launch().downloader.clear();
 }
 
 TEST_F(UpdateCheckTest, NoServerOrAStalledOneIsOfflineWithoutHanging) {
@@ -255,13 +304,12 @@ TEST_F(UpdateCheckTest, NoServerOrAStalledOneIsOfflineWithoutHanging) {
 }
 
 TEST_F(UpdateCheckTest, CheckUpdatesPrintsTheTableAsCsv) {
-  std::filesystem::create_directories(dir / "www");
-  StaticServer server(dir / "www");
+  auto server = serve();
   install("LU", "2024-01-01 00:00:00");
   publish("arven_version118.csv", "1.1.8");
   publish("arven_db_version_LU.csv", "05/03/2025\n");
   write_file(dir / "config" / "arven" / "ARVEN.ini",
-             "[Settings]\nUpdate_Server=" + server.address() + "\n");
+             "[Settings]\nUpdate_Server=" + server->address() + "\n");
   std::string cmd = "XDG_CONFIG_HOME='" + (dir / "config").string() +
                     "' '" ARVEN_BINARY_DIR "/arven' --check-updates --app-dir '" +
                     session().app_folder.string() + "' 2>/dev/null";
