@@ -4,8 +4,9 @@
 //   arven-downloader [--app-dir DIR] [--wait-pid PID] [-- PROGRAM ARGS...]
 // and it installs an archive at hand, with the same checks:
 //   arven-downloader [--app-dir DIR] --install-archive ZIP [--country CC]
-// The outcome is printed and kept as "Result" in [Download] for the
-// program to show when it starts again.
+// The outcome is printed and kept in [Download] for the program to show
+// when it starts again: "Installed" (the country index) after an install,
+// otherwise "Result", the reason.
 #include <signal.h>
 #include <unistd.h>
 
@@ -74,8 +75,8 @@ std::string restart_value(const std::vector<char*>& restart, const char* flag) {
 // Says how far the install is, on stdout and to the page left open.
 using Report = std::function<void(const std::string&)>;
 
-std::string install_item(const fs::path& app_dir, const Report& report) {
-  std::string item = get_setting("Download", "Item to download", "");
+// Installs the item named by "Item to download": "" on success, otherwise why not.
+std::string install_item(const std::string& item, const fs::path& app_dir, const Report& report) {
   int cc = -1;
   try {
     size_t used = 0;
@@ -156,9 +157,11 @@ int main(int argc, char** argv) {
       if (page) page->set(text);
     };
     report("Preparing the download");
-    result = install_item(options.app_dir, report);
+    std::string item = get_setting("Download", "Item to download", "");
+    result = install_item(item, options.app_dir, report);
     report(result.empty() ? "Installed; starting ARVEN again" : result);
     save_setting("Download", "Item to download", "");
+    save_setting("Download", "Installed", result.empty() ? item : "");
     // Shown by the program at its next start: made plain text first.
     save_setting("Download", "Result", printable_ascii(result));
   }

@@ -70,6 +70,7 @@ int serve_windows(const AppOptions& options, int admin_mode, const char* program
   StartupHooks hooks;
   hooks.main_window_init = main_window_init;
   hooks.build_main_page = build_main_page;
+  hooks.reopen_file = open_file_and_show;
   worker.post([&ui, hooks] { Main(ui, hooks); });
 
   std::string url = "http://127.0.0.1:" + std::to_string(port) + "/?token=" + server.token();

@@ -312,6 +312,11 @@ void panel_click(int panel) {
   save_setting("Settings", "Outlook_Frame", std::to_string(panel));
 }
 
+void open_file_and_show(Ui& ui, const std::string& path) {
+  apply_open_result(open_assessment_file(ui, path));
+  build_main_page(ui);
+}
+
 void build_main_page(Ui& ui) {
   summary_page(ui);
 }

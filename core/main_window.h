@@ -77,6 +77,9 @@ void panel_click(int panel);
 // Writes and shows the main page: the summary of the open file, or the
 // welcome page without one.
 void build_main_page(Ui& ui);
+// Opens the assessment file at `path` as the file commands do, then writes
+// and shows the main page.
+void open_file_and_show(Ui& ui, const std::string& path);
 // With a file open, enables "Hotspot report" exactly when it has a region.
 void region_check();
 

@@ -206,13 +206,9 @@ void Main(Ui& ui, const StartupHooks& hooks) {
   // 9. The admin console beside it in the admin build.
   if (s.admin_mode == 1) ui.show_window("admin");
   // What the downloader reports of the last update, once.
-  std::string download_result = get_setting("Download", "Result", "");
-  if (!download_result.empty()) {
-    save_setting("Download", "Result", "");
-    ui.message_box(download_result, "Update software", MsgButtons::Ok, MsgIcon::Exclamation);
-  }
+  report_download_result(ui);
   // 10./11. With a store: the main page, then a pending restart after an
-  // update; without: the update tab.
+  // update (the file that was open opened again); without: the update tab.
   if (!s.rvc_db_path.empty() || !s.ops_db_path.empty()) {
     try {
       load_rvc_n_factors();
@@ -222,6 +218,8 @@ void Main(Ui& ui, const StartupHooks& hooks) {
     if (hooks.build_main_page) hooks.build_main_page(ui);
     if (get_setting(kSection, "Restart_Flag", "0") == "1") {
       save_setting(kSection, "Restart_Flag", "0");
+      std::string file = take_file_to_reopen();
+      if (!file.empty() && hooks.reopen_file) hooks.reopen_file(ui, file);
       if (s.update_state == 1) show_settings(ui, kSettingsUpdateTab, true);
     }
     return;

@@ -15,6 +15,8 @@ struct StartupHooks {
   std::function<void(Ui&)> main_window_init;
   // Writes the main page (and runs the first, silent update check).
   std::function<void(Ui&)> build_main_page;
+  // Opens an assessment file and shows it on the main page.
+  std::function<void(Ui&, const std::string&)> reopen_file;
 };
 
 // The title, text and icon of the start-up message when no store is installed.

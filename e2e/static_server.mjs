@@ -2,7 +2,8 @@
 //   node e2e/static_server.mjs FOLDER
 // It listens on 127.0.0.1 and a free port, prints "port N", and serves the
 // files of FOLDER. Zip archives go out in ten parts 400 ms apart, as over a
-// slow line, so that an install is long enough to be watched from a page.
+// slow line, so that an install is long enough to be watched from a page;
+// a HEAD request is answered at once.
 import fs from 'node:fs';
 import http from 'node:http';
 import path from 'node:path';
@@ -16,7 +17,7 @@ const server = http.createServer(async (req, res) => {
   }
   const body = fs.readFileSync(file);
   res.writeHead(200, { 'Content-Length': body.length });
-  if (!file.endsWith('.zip')) {
+  if (req.method === 'HEAD' || !file.endsWith('.zip')) {
     res.end(body);
     return;
   }

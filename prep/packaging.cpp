@@ -553,7 +553,9 @@ fs::path software_version_file_path() {
 }
 
 void publish_software_version(const std::string& version) {
-  if (version.empty() || version.size() > 10 || !split_version(version))
+  // Published as exactly three parts, though the check reads only the first three.
+  if (version.empty() || version.size() > 10 ||
+      std::count(version.begin(), version.end(), '.') != 2 || !split_version(version))
     throw std::invalid_argument(
         "a software version is three whole numbers joined by dots, at most "
         "10 characters (e.g. 1.1.9), not \"" +

@@ -23,6 +23,12 @@ namespace {
 
 constexpr const char* kCannotConnect =
     "Cannot connect to the update server. Please check that your internet connection is active.";
+constexpr const char* kUpdateTitle = "Update software";
+constexpr const char* kSoftwareByHand =
+    "A new version of the software cannot be installed by the downloader: if you go on, it will "
+    "only tell you to fetch the new installer from the ARVEN website and install it by hand.";
+constexpr const char* kReopenKey = "File to reopen";
+constexpr const char* kInstalledKey = "Installed";
 constexpr const char* kNewInstaller =
     "You need to download a new installer from the ARVEN website to update the software. Would "
     "you like to open the ARVEN website now?";
@@ -66,6 +72,24 @@ void unknown(UpdateTable& t, int r) {
 
 bool is_digits(const std::string& s) {
   return !s.empty() && s.size() <= 9 && s.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// "" when the update server has the archive of country `cc`; otherwise
+// why it cannot be downloaded, naming the country and the address.
+std::string archive_unavailable(int cc) {
+  std::string code = country_code_by_index(cc);
+  if (code.empty()) return "There is no country with the index " + std::to_string(cc) + ".";
+  UpdateServer server;
+  std::string url = server.address() + server_archive_path(code);
+  long status = server.head(server_archive_path(code));
+  if (status == 200) return "";  // what the downloader needs
+  std::string why = server.address().empty()
+                        ? "no update server is set (Update_Server in [Settings] of ARVEN.ini)"
+                    : status == 0 ? "the update server " + server.address() + " does not answer"
+                                  : "the update server has no file " + url + " (HTTP " +
+                                        std::to_string(status) + ")";
+  return "The database for " + country_display_name(cc) + " cannot be downloaded: " + why +
+         ". ARVEN stays open.";
 }
 
 // Checks the software row (row 1) against the server's text.
@@ -188,7 +212,7 @@ bool internet_state(UpdateServer& server, std::string& type) {
 std::optional<std::vector<long>> split_version(const std::string& text) {
   std::vector<long> parts;
   size_t start = 0;
-  while (true) {
+  while (parts.size() < 3) {
     size_t dot = text.find('.', start);
     std::string part = text.substr(start, dot == std::string::npos ? dot : dot - start);
     if (!is_digits(part)) return std::nullopt;
@@ -201,7 +225,7 @@ std::optional<std::vector<long>> split_version(const std::string& text) {
 }
 
 std::optional<long> parse_day_month_year(const std::string& text) {
-  if (text.size() != 10 || text[2] != '/' || text[5] != '/') return std::nullopt;
+  if (text.size() != 10) return std::nullopt;
   std::string d = text.substr(0, 2), m = text.substr(3, 2), y = text.substr(6, 4);
   if (!is_digits(d) || !is_digits(m) || !is_digits(y)) return std::nullopt;
   long day = std::stol(d), month = std::stol(m), year = std::stol(y);
@@ -297,11 +321,21 @@ void gotoarvenweb(Ui& ui) {
 }
 
 void download_trigger(Ui& ui, int id) {
-  if (ui.message_box("This will close the software. Do you want to proceed?", "Update software",
+  // The downloader cannot install the software, and can install a store
+  // only from an archive that the server has: both are said before the
+  // program ends, and a missing archive keeps it open.
+  if (id == 0) {
+    ui.message_box(kSoftwareByHand, kUpdateTitle, MsgButtons::Ok, MsgIcon::Information);
+  } else if (std::string why = archive_unavailable(id); !why.empty()) {
+    ui.message_box(why, kUpdateTitle, MsgButtons::Ok, MsgIcon::Exclamation);
+    return;
+  }
+  if (ui.message_box("This will close the software. Do you want to proceed?", kUpdateTitle,
                      MsgButtons::YesNo, MsgIcon::Question) == Answer::No)
     return;
   save_setting("Settings", "Restart_Flag", "1");
   save_setting("Download", "Item to download", std::to_string(id));
+  save_setting("Download", kReopenKey, session().current_file);
 
   const UpdateLaunch& launch = update_launch();
   fs::path downloader = launch.downloader;
@@ -322,12 +356,36 @@ void download_trigger(Ui& ui, int id) {
   int rc = posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ);
   if (rc != 0) {
     save_setting("Settings", "Restart_Flag", "0");
+    save_setting("Download", kReopenKey, "");
     ui.message_box(
         "The downloader " + downloader.string() + " could not be started: " + std::strerror(rc),
-        "Update software", MsgButtons::Ok, MsgIcon::Stop);
+        kUpdateTitle, MsgButtons::Ok, MsgIcon::Stop);
     return;
   }
   ui.quit();
+}
+
+void report_download_result(Ui& ui) {
+  std::string failed = get_setting("Download", "Result", "");
+  if (!failed.empty()) {
+    save_setting("Download", "Result", "");
+    ui.message_box(failed, kUpdateTitle, MsgButtons::Ok, MsgIcon::Exclamation);
+  }
+  std::string item = get_setting("Download", kInstalledKey, "");
+  if (item.empty()) return;
+  save_setting("Download", kInstalledKey, "");
+  int cc = std::atoi(item.c_str());
+  if (country_code_by_index(cc).empty()) return;
+  std::string date = store_date_text(cc);
+  ui.message_box("The database for " + country_display_name(cc) + " has been installed." +
+                     (date.empty() ? "" : " Installed version: " + date + "."),
+                 kUpdateTitle, MsgButtons::Ok, MsgIcon::Information);
+}
+
+std::string take_file_to_reopen() {
+  std::string file = get_setting("Download", kReopenKey, "");
+  if (!file.empty()) save_setting("Download", kReopenKey, "");
+  return file;
 }
 
 }  // namespace arven

@@ -46,10 +46,16 @@ void load_update_table(UpdateTable& t);
 // Whether the update server answers; `type` becomes "LAN" or "Offline".
 bool internet_state(UpdateServer& server, std::string& type);
 
-// The version text split into its three whole-number parts; nullopt when
-// it is not three dot-separated numbers.
+// The major, minor and revision of a version text: its first three
+// dot-separated parts, each a whole number ("1.1.8.0000" gives 1, 1, 8).
+// Parts after the third are not read. nullopt when one of the three is
+// missing or is not a whole number.
 std::optional<std::vector<long>> split_version(const std::string& text);
-// A date "dd/mm/yyyy" as yyyymmdd; nullopt when the text has another form.
+// A store date of 10 characters as yyyymmdd, read by position: the day
+// from the first two characters, the month from the fourth and fifth, the
+// year from the last four; the separators are not read, so "06/03/2014"
+// and "06-03-2014" are the same date. nullopt when a piece is not a number
+// or the day or month is out of range.
 std::optional<long> parse_day_month_year(const std::string& text);
 
 // Compares local versions with the server's files and fills the table. In
@@ -83,9 +89,18 @@ struct UpdateLaunch {
 };
 UpdateLaunch& update_launch();
 
-// Asks, then records the item to download, starts the downloader and ends
-// the program. `id` is 0 for the software, otherwise a country index.
+// Asks, then records the item to download and the open assessment file,
+// starts the downloader and ends the program. `id` is 0 for the software
+// (the user is told first that the downloader cannot install it),
+// otherwise a country index: when the update server does not have that
+// country's archive, the user is told so and the program stays open.
 void download_trigger(Ui& ui, int id);
+// At the start after an update: says once what the downloader reported,
+// the store it installed (country and installed version) or why it failed.
+void report_download_result(Ui& ui);
+// The assessment file that was open when the program ended for an update,
+// once; "" when there was none.
+std::string take_file_to_reopen();
 // Opens the software page of the project's website.
 void gotoarvenweb(Ui& ui);
 

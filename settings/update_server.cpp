@@ -111,20 +111,24 @@ UpdateServer::UpdateServer(std::string address) : address_(std::move(address)) {
 }
 
 bool UpdateServer::answers() {
+  return head("/") > 0;
+}
+
+long UpdateServer::head(const std::string& path) {
   last_status_ = 0;
-  if (address_.empty() || dead_) return false;
+  if (address_.empty() || dead_) return 0;
   Easy e;
-  if (!e.h) return false;
-  common_options(e.h, address_ + "/", connect_timeout_ms);
+  if (!e.h) return 0;
+  common_options(e.h, address_ + path, connect_timeout_ms);
   curl_easy_setopt(e.h, CURLOPT_NOBODY, 1L);
   curl_easy_setopt(e.h, CURLOPT_TIMEOUT_MS, static_cast<long>(text_timeout_ms));
   CURLcode rc = curl_easy_perform(e.h);
   if (rc != CURLE_OK) {
     if (server_failure(rc)) dead_ = true;
-    return false;
+    return 0;
   }
   curl_easy_getinfo(e.h, CURLINFO_RESPONSE_CODE, &last_status_);
-  return last_status_ > 0;
+  return last_status_;
 }
 
 std::optional<std::string> UpdateServer::fetch_text(const std::string& path, size_t max_bytes) {

@@ -25,6 +25,10 @@ class UpdateServer {
   const std::string& address() const { return address_; }
   // True when the server answers an HTTP request (any status counts).
   bool answers();
+  // The HTTP status of a HEAD request for `path` ("/downloads/..."), which
+  // tells whether the server has the file without fetching it; 0 when no
+  // answer came (no server, no connection, a time-out).
+  long head(const std::string& path);
   // The body of a small text file at `path` ("/downloads/..."), or nullopt
   // on any failure: no server, a transfer error, an HTTP status other than
   // 200, or a body longer than `max_bytes`.

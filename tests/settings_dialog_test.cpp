@@ -10,14 +10,6 @@
 namespace arven {
 namespace {
 
-// The scripted Ui, also recording that the program was ended.
-class QuitUi : public testing::ScriptedUi {
- public:
-  void quit() override { ended = true; }
-  void close_window(const std::string& window) override { log.push_back("close:" + window); }
-  bool ended = false;
-};
-
 class SettingsDialogTest : public testing::StoreFixture {
  protected:
   SettingsDialogTest() : StoreFixture(false) {}
@@ -43,7 +35,7 @@ class SettingsDialogTest : public testing::StoreFixture {
     return rows.next() ? rows.get(0).as_double() : -1;
   }
 
-  QuitUi ui;
+  testing::ScriptedUi ui;
 };
 
 TEST_F(SettingsDialogTest, ApplyRefusesBothWeightsAtZeroAndOtherwiseSavesEverything) {

@@ -118,6 +118,38 @@ TEST_F(StartupTest, SplashMainPageAndRestartFlagInOrder) {
   EXPECT_EQ(order, (std::vector<std::string>{"init:2", "page"}));
 }
 
+TEST_F(StartupTest, AfterAnUpdateTheInstallIsToldAndTheOpenFileOpenedAgain) {
+  install("LU", "2030-01-15 00:00:00");
+  save_setting("Settings", "ShowSplash", "0");
+  save_setting("Settings", "Restart_Flag", "1");
+  save_setting("Download", "Installed", "29");
+  save_setting("Download", "File to reopen", "/home/a/My ARVEN Files/farm.arv");
+  std::vector<std::string> order;
+  StartupHooks hooks;
+  hooks.build_main_page = [&](Ui&) {
+    order.push_back("page");
+    session().update_state = 2;
+  };
+  hooks.reopen_file = [&](Ui&, const std::string& path) { order.push_back("open:" + path); };
+  Main(ui, hooks);
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_EQ(ui.messages[0].title, "Update software");
+  EXPECT_EQ(ui.messages[0].text,
+            "The database for Luxembourg (LU) has been installed. Installed version: 15/01/2030.");
+  EXPECT_EQ(ui.messages[0].icon, MsgIcon::Information);
+  // The welcome page (and its update check) first, then the file.
+  EXPECT_EQ(order, (std::vector<std::string>{"page", "open:/home/a/My ARVEN Files/farm.arv"}));
+
+  // Both are said and done once; a failure's reason is said as it came.
+  save_setting("Download", "Result", "The database for Austria (AT) could not be installed.");
+  ui.messages.clear();
+  order.clear();
+  Main(ui, hooks);
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_EQ(ui.messages[0].text, "The database for Austria (AT) could not be installed.");
+  EXPECT_EQ(order, (std::vector<std::string>{"page"}));
+}
+
 TEST_F(StartupTest, AdminBuildReadsTheMasterStores) {
   session().admin_mode = 1;
   Db rvcs = create_rvcs_master(session().app_folder / "dbases/arven_rvcs.mdb");

@@ -185,6 +185,7 @@ TEST_F(StoreInstallTest, DownloaderFetchesInstallsClearsTheKeyAndRestarts) {
   EXPECT_EQ(installed(), old_store);
   set_preferences_path(ini);
   EXPECT_NE(get_setting("Download", "Result", "").find("checksum"), std::string::npos);
+  EXPECT_EQ(get_setting("Download", "Installed", "?"), "");
   EXPECT_EQ(read_file(dir / "restarted"), "again\n");
 
   write_sha256_file(www / "arven_db_LU.zip");
@@ -192,6 +193,7 @@ TEST_F(StoreInstallTest, DownloaderFetchesInstallsClearsTheKeyAndRestarts) {
   EXPECT_EQ(installed(), good);
   EXPECT_EQ(get_setting("Download", "Item to download", "?"), "");
   EXPECT_EQ(get_setting("Download", "Result", "?"), "");
+  EXPECT_EQ(get_setting("Download", "Installed", ""), "29");
   EXPECT_EQ(read_file(dir / "restarted"), "again\n");
   set_preferences_path("");
 }

@@ -6,11 +6,15 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
 
 #include "core/preferences.h"
 #include "core/registry.h"
 #include "core/session.h"
 #include "core/startup.h"
+#include "prep/packaging.h"
 #include "settings/update_server.h"
 #include "stores/db.h"
 #include "stores/schema.h"
@@ -50,6 +54,13 @@ class UpdateCheckTest : public ::testing::Test {
       if (t.table.cell(r, 5) == std::to_string(id)) return r;
     return -1;
   }
+  // A real static server of dir/www, set as the update server.
+  std::unique_ptr<StaticServer> serve() {
+    std::filesystem::create_directories(dir / "www");
+    auto server = std::make_unique<StaticServer>(dir / "www");
+    save_setting("Settings", "Update_Server", server->address());
+    return server;
+  }
   UpdateTable check(bool silent) {
     detect_country_stores();
     UpdateTable t;
@@ -65,9 +76,7 @@ class UpdateCheckTest : public ::testing::Test {
 };
 
 TEST_F(UpdateCheckTest, SoftwareVersionsCompareEachPartByItself) {
-  std::filesystem::create_directories(dir / "www");
-  StaticServer server(dir / "www");
-  save_setting("Settings", "Update_Server", server.address());
+  auto server = serve();
   // The program is 1.1.8. Each part is compared by itself, so a revision
   // above 8 counts as newer whatever the minor: 1.0.9 is offered.
   struct Case {
@@ -80,6 +89,13 @@ TEST_F(UpdateCheckTest, SoftwareVersionsCompareEachPartByItself) {
                {"0.9.9", "YES"},
                {"1.0.8", "NO"},
                {"1.1.9\r\n", "YES"},
+               // Only the major, minor and revision are read; a text is
+               // refused only when empty or longer than 10 characters.
+               {"1.1.8.0000", "NO"},
+               {"1.1.9.0000", "YES"},
+               {"1.1.8.00000", "Unknown"},
+               {"", "Unknown"},
+               {"1.1", "Unknown"},
                {"1.x.3", "Unknown"},
                {"<html><body>Not here</body></html>", "Unknown"}};
   for (const auto& c : cases) {
@@ -91,6 +107,9 @@ TEST_F(UpdateCheckTest, SoftwareVersionsCompareEachPartByItself) {
     bool offer = std::string(c.offered) != "NO";
     EXPECT_EQ(t.coloured[1], offer) << c.text;
     EXPECT_EQ(t.table.cell(1, 4), offer ? "Download" : "") << c.text;
+    if (std::string(c.offered) == "YES") {  // the text as sent, without its line end
+      EXPECT_EQ(t.table.cell(1, 3), std::string(c.text).substr(0, std::strcspn(c.text, "\r\n")));
+    }
     EXPECT_EQ(t.label_visible, offer) << c.text;
     // Only an unreadable version says "Cannot proceed".
     EXPECT_EQ(ui.messages.size(), std::string(c.offered) == "Unknown" ? 1u : 0u) << c.text;
@@ -98,10 +117,17 @@ TEST_F(UpdateCheckTest, SoftwareVersionsCompareEachPartByItself) {
   }
 }
 
+// The check reads a longer text, but the admin publishes three parts only.
+TEST_F(UpdateCheckTest, PublishedSoftwareVersionsAreThreeParts) {
+  publish_software_version("1.1.9");
+  std::ifstream in(software_version_file_path());
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "1.1.9");
+  for (const char* refused : {"1.1.9.0000", "1.1", "", "1.1.x", "10.10.10.1"})
+    EXPECT_THROW(publish_software_version(refused), std::invalid_argument) << refused;
+}
+
 TEST_F(UpdateCheckTest, ZeroVersionAsksForAnInstallerOrSetsTheFlagSilently) {
-  std::filesystem::create_directories(dir / "www");
-  StaticServer server(dir / "www");
-  save_setting("Settings", "Update_Server", server.address());
+  auto server = serve();
   install("DK", "2024-05-01 00:00:00");
   publish("arven_version118.csv", "0.0.0");
   publish("arven_db_version_DK.csv", "02/05/2024\n");
@@ -119,12 +145,13 @@ TEST_F(UpdateCheckTest, ZeroVersionAsksForAnInstallerOrSetsTheFlagSilently) {
   EXPECT_TRUE(ui.messages.empty());
   EXPECT_EQ(t.flag_label, "YES");
   EXPECT_EQ(update_state_of(t), 1);
+  // The first three parts decide, whatever follows them.
+  publish("arven_version118.csv", "0.0.0.0000");
+  EXPECT_EQ(check(true).flag_label, "YES");
 }
 
 TEST_F(UpdateCheckTest, StoresCompareDatesAndStoresNotInstalledTakeShortTexts) {
-  std::filesystem::create_directories(dir / "www");
-  StaticServer server(dir / "www");
-  save_setting("Settings", "Update_Server", server.address());
+  auto server = serve();
   install("DK", "2024-05-01 00:00:00");
   install("LU", "2024-01-01");
   install("SE", "2024-01-01");
@@ -167,6 +194,77 @@ TEST_F(UpdateCheckTest, StoresCompareDatesAndStoresNotInstalledTakeShortTexts) {
   EXPECT_EQ(update_state_of(check(true)), 2);
 }
 
+TEST_F(UpdateCheckTest, StoreDatesAreReadByPositionWhateverTheSeparators) {
+  auto server = serve();
+  install("DK", "2014-03-05 00:00:00");
+  publish("arven_version118.csv", "1.1.8");
+  struct Case {
+    const char* text;
+    const char* offered;
+  } cases[] = {{"06-03-2014", "YES"},          {"06.03.2014\n", "YES"},   {"05-03-2014", "NO"},
+               {"06/03/2014 (rev. 2)", "YES"}, {"2014-03-06", "Unknown"}, {"6/3/2014", "Unknown"},
+               {"06/13/2014", "Unknown"},      {"05/04/2013", "NO"}};
+  for (const auto& c : cases) {
+    publish("arven_db_version_DK.csv", c.text);
+    UpdateTable t = check(false);
+    int dk = row_of(t, 13);
+    EXPECT_EQ(t.table.cell(dk, 1), "05/03/2014");
+    EXPECT_EQ(t.table.cell(dk, 2), c.offered) << c.text;
+    if (std::string(c.offered) == "YES") {
+      EXPECT_EQ(t.table.cell(dk, 3), std::string(c.text).substr(0, 10)) << c.text;
+    }
+  }
+}
+
+TEST_F(UpdateCheckTest, DownloadSaysWhatTheDownloaderCannotDoBeforeTheProgramEnds) {
+  auto server = serve();
+  publish("arven_db_DK.zip", "an archive");
+  update_launch().downloader = "/bin/true";
+  session().current_file = (dir / "docs" / "farm.arv").string();
+
+  // Austria's archive is not on the server: said, and the program stays.
+  download_trigger(ui, 3);
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_EQ(ui.messages[0].title, "Update software");
+  EXPECT_EQ(ui.messages[0].text,
+            "The database for Austria (AT) cannot be downloaded: the update server has no file " +
+                server->address() + "/downloads/arven_db_AT.zip (HTTP 404). ARVEN stays open.");
+  EXPECT_FALSE(ui.ended);
+  EXPECT_EQ(get_setting("Settings", "Restart_Flag", "0"), "0");
+
+  // The software: the downloader's limit first, then the usual question.
+  ui.messages.clear();
+  ui.answers = {Answer::Ok, Answer::No};
+  download_trigger(ui, 0);
+  ASSERT_EQ(ui.messages.size(), 2u);
+  EXPECT_NE(ui.messages[0].text.find("install it by hand"), std::string::npos);
+  EXPECT_EQ(ui.messages[1].text, "This will close the software. Do you want to proceed?");
+  EXPECT_FALSE(ui.ended);
+
+  // Denmark's archive is there: the question, then the program ends,
+  // remembering the item and the open file.
+  ui.messages.clear();
+  download_trigger(ui, 13);
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_EQ(ui.messages[0].title, "Update software");
+  EXPECT_TRUE(ui.ended);
+  EXPECT_EQ(get_setting("Settings", "Restart_Flag", ""), "1");
+  EXPECT_EQ(get_setting("Download", "Item to download", ""), "13");
+  EXPECT_EQ(take_file_to_reopen(), session().current_file);
+  EXPECT_EQ(take_file_to_reopen(), "");
+
+  // No server set: said, with the key to set.
+  save_setting("Settings", "Update_Server", "");
+  ui.ended = false;
+  ui.messages.clear();
+  download_trigger(ui, 13);
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_NE(ui.messages[0].text.find("Denmark (DK)"), std::string::npos);
+  EXPECT_NE(ui.messages[0].text.find("Update_Server"), std::string::npos);
+  EXPECT_FALSE(ui.ended);
+  update_launch().downloader.clear();
+}
+
 TEST_F(UpdateCheckTest, NoServerOrAStalledOneIsOfflineWithoutHanging) {
   install("DK", "2024-05-01 00:00:00");
   std::string type;
@@ -206,13 +304,12 @@ TEST_F(UpdateCheckTest, NoServerOrAStalledOneIsOfflineWithoutHanging) {
 }
 
 TEST_F(UpdateCheckTest, CheckUpdatesPrintsTheTableAsCsv) {
-  std::filesystem::create_directories(dir / "www");
-  StaticServer server(dir / "www");
+  auto server = serve();
   install("LU", "2024-01-01 00:00:00");
   publish("arven_version118.csv", "1.1.8");
   publish("arven_db_version_LU.csv", "05/03/2025\n");
   write_file(dir / "config" / "arven" / "ARVEN.ini",
-             "[Settings]\nUpdate_Server=" + server.address() + "\n");
+             "[Settings]\nUpdate_Server=" + server->address() + "\n");
   std::string cmd = "XDG_CONFIG_HOME='" + (dir / "config").string() +
                     "' '" ARVEN_BINARY_DIR "/arven' --check-updates --app-dir '" +
                     session().app_folder.string() + "' 2>/dev/null";

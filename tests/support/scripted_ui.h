@@ -55,8 +55,11 @@ class ScriptedUi : public Ui {
     progress_label = label;
   }
 
+  void quit() override { ended = true; }
+
   std::pair<int, int> last_progress{0, 0};
   std::string progress_label;
+  bool ended = false;  // quit() was called
 };
 
 }  // namespace arven::testing
