@@ -133,7 +133,7 @@ export class Crawler {
         continue;
       }
       if (!s.busy) {
-        if (++quiet >= 3) return seen;
+        if (++quiet >= 5) return seen;
       } else {
         quiet = 0;
       }
@@ -237,6 +237,7 @@ export class Crawler {
 
   // Closes the window the tab shows with its frame's close box.
   async closeWindow(page, answers = []) {
+    await this.settle(page, answers);
     await page.click('#close-window');
     await this.settle(page, answers);
   }

@@ -66,19 +66,24 @@ async function explorer(c, page) {
   await c.click(page, '#item-2-3', 'main pair 2,3');
   await c.onTop(page, 'explorer');
   const node = (tree, text) => page.locator(`#tree-${tree} .tree-node`, { hasText: text }).first();
+  // An operation of the chosen tree, shown A to Z.
+  const chosen = async (text) => {
+    if (!(await page.locator('#radio-view-4:checked').count())) await c.click(page, '#radio-view-4', 'explorer view 4', { mustChange: false });
+    await node('chosen', text).click();
+    await c.settle(page);
+  };
   // The catalogue: a group's page (its operations, SELECT), an operation's.
   await c.click(page, '#tab-tab1-1', 'explorer tab1 1', { mustChange: false });
   await c.click(page, '#radio-view-1', 'explorer view 1', { mustChange: false });
   await c.click(page, '#tree-catalogue .tree-node.group, #tree-catalogue .tree-node[aria-expanded]', 'explorer group', { mustChange: false });
+  await c.followLinks(page, { only: ['explorer link xxx'] });
+  await c.click(page, '#tree-catalogue .tree-node.group, #tree-catalogue .tree-node[aria-expanded]', 'explorer group', { mustChange: false });
   await c.followLinks(page, { only: ['explorer link zzz'] });
   await c.click(page, '#radio-view-4', 'explorer view 4', { mustChange: false });
-  for (const name of OPERATIONS.slice(1)) {
+  for (const name of OPERATIONS) {
     await node('catalogue', name).dblclick();
     await c.settle(page);
   }
-  await node('catalogue', OPERATIONS[0]).click();
-  await c.settle(page);
-  await c.followLinks(page, { only: ['explorer link xxx'] });
   await c.click(page, '#tool-Home', 'explorer tool Home');
   await c.click(page, '#tool-Print', 'explorer tool Print');
 
@@ -100,8 +105,7 @@ async function explorer(c, page) {
 
   // An operation's report, its detailed form in the report window, the
   // breakdowns and their charts.
-  await node('chosen', OPERATIONS[0]).click();
-  await c.settle(page);
+  await chosen(OPERATIONS[0]);
   await c.followLinks(page, { only: ['explorer link det'] });
   const report = await c.tabOf('report');
   await c.followLinks(report, { only: ['explorer link rea'] });
@@ -123,8 +127,7 @@ async function explorer(c, page) {
 
   // The operation's properties (answered No to the recalculation), then a
   // removal of all asked and declined, and of one done.
-  await node('chosen', OPERATIONS[0]).click();
-  await c.settle(page);
+  await chosen(OPERATIONS[0]);
   await c.followLinks(page, { only: ['explorer link opd'] });
   if ((await c.windowOf(page)) === 'opman') {
     await c.closeWindow(page);
@@ -132,11 +135,10 @@ async function explorer(c, page) {
   }
   await c.onTop(page, 'explorer');
   await c.click(page, '#tab-tab2-5', 'explorer tab2 5');
-  await node('chosen', 'My RDP').click().catch(() => {});
-  await c.settle(page);
+  await c.click(page, '#radio-view-3', 'explorer view 3', { mustChange: false });
+  await c.click(page, '#tree-chosen .tree-node', 'explorer chosen group', { mustChange: false });
   await c.followLinks(page, { only: ['explorer link rem'] });
-  await node('chosen', OPERATIONS[2]).click();
-  await c.settle(page);
+  await chosen(OPERATIONS[2]);
   await c.followLinks(page, { only: ['explorer link yyy'] });
   await c.closeWindow(page);
   await c.onTop(page, 'main');
