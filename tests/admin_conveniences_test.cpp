@@ -1,12 +1,19 @@
 // The conveniences of the admin dialogs: Row and Column Copy, the Excel and
-// manure storage imports of the activity factors.
+// manure storage imports of the activity factors, and the pre-processor's
+// check of its working copies against the masters.
 #include <gtest/gtest.h>
 #include <xlsxwriter.h>
 
+#include <chrono>
+
+#include "core/lookups.h"
 #include "core/numbers.h"
 #include "core/session.h"
 #include "prep/activity_delta.h"
 #include "prep/factor_tools.h"
+#include "prep/packaging.h"
+#include "prep/prepro_dialog.h"
+#include "prep/working_copies.h"
 #include "stores/db.h"
 #include "stores/schema.h"
 #include "support/scripted_ui.h"
@@ -169,6 +176,63 @@ TEST_F(FactorStores, WorkbookAndManureMapFillTheTable) {
   EXPECT_THROW(manure_storage_import(es, FactorKind::ecosystem_services, 2), EditError);
   GridTable empty = factor_table(FactorKind::yield);
   EXPECT_THROW(manure_storage_import(empty, FactorKind::yield, 2), EditError);
+}
+
+TEST_F(FactorStores, WorkingCopiesAreOutdatedAfterAMasterChangesUntilCopiedAgain) {
+  auto copies = working_copies(true);
+  EXPECT_TRUE(copies[0].missing);
+  EXPECT_TRUE(working_copies_outdated(copies));
+  EXPECT_NE(working_copies_line(copies).find("No working copy of arven_operations.mdb, "
+                                             "arven_rvcs.mdb yet"),
+            std::string::npos);
+
+  copy_dbs();
+  copies = working_copies(true);
+  EXPECT_FALSE(working_copies_outdated(copies));
+  EXPECT_EQ(working_copies_warning(copies), "");
+
+  // A master written again with the same bytes (restored from the copy) is
+  // newer but unchanged: nothing to say.
+  fs::copy_file(prepro_rvcs_master_path(), session().rvc_db_path,
+                fs::copy_options::overwrite_existing);
+  fs::last_write_time(session().rvc_db_path,
+                      fs::last_write_time(prepro_rvcs_master_path()) + std::chrono::seconds(5));
+  EXPECT_FALSE(working_copies_outdated(working_copies()));
+
+  // An edit of the master stamps its operation: the copy is behind it.
+  touch_operation(2);
+  fs::last_write_time(session().ops_db_path,
+                      fs::last_write_time(prepro_ops_master_path()) + std::chrono::seconds(5));
+  copies = working_copies(true);
+  EXPECT_TRUE(copies[0].stale);
+  EXPECT_FALSE(copies[1].stale);
+  EXPECT_EQ(copies[0].edited_operations, std::vector<std::string>{"2 Op 2"});
+  std::string warning = working_copies_warning(copies);
+  EXPECT_NE(warning.find("arven_operations.mdb changed"), std::string::npos);
+  EXPECT_NE(warning.find("operations edited since: 2 Op 2."), std::string::npos);
+  EXPECT_EQ(warning.find("arven_rvcs.mdb"), std::string::npos);
+
+  // Start asks before running on them; No leaves the run unstarted.
+  auto& d = prepro_dialog();
+  d.countries = {{"LU - Luxembourg", 29}};
+  d.country_selected = {true};
+  d.operations.clear();
+  ui_.answers = {Answer::No};
+  prepro_start(ui_);
+  ASSERT_EQ(ui_.messages.size(), 1u);
+  EXPECT_EQ(ui_.messages[0].title, "Pre-processing");
+  EXPECT_EQ(ui_.messages[0].buttons, MsgButtons::YesNo);
+  EXPECT_NE(d.status.find("not started"), std::string::npos);
+  EXPECT_EQ(prepro_run_scope(), "A run covers 1 country: LU - Luxembourg; NUTS levels 0 to 3.");
+  // Without a country a run does nothing, so there is nothing to warn of.
+  d.country_selected = {false};
+  ui_.messages.clear();
+  prepro_start(ui_);
+  ASSERT_EQ(ui_.messages.size(), 1u);
+  EXPECT_EQ(ui_.messages[0].text, "Done");
+
+  copy_dbs();
+  EXPECT_FALSE(working_copies_outdated(working_copies()));
 }
 
 }  // namespace
