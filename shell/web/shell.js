@@ -410,6 +410,13 @@
 
   function renderInputs(target, inputs) {
     for (const f of inputs || []) {
+      if (f.choices) {  // a choice list: posts the chosen entry's value
+        const select = el('select', { id: 'input-' + f.id, 'aria-label': f.label || f.id },
+          f.choices.map((o) => el('option', { value: o.value, text: o.text, selected: o.value === f.value })));
+        select.addEventListener('change', () => post('command', { input: f.id, value: select.value }));
+        target.appendChild(el('label', { class: 'input' }, [document.createTextNode((f.label || '') + ' '), select]));
+        continue;
+      }
       const input = el('input', { type: 'text', id: 'input-' + f.id, value: f.value || '',
         placeholder: f.placeholder || '', 'aria-label': f.label || f.placeholder || f.id });
       const send = () => post('command', { input: f.id, value: input.value });
