@@ -14,10 +14,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kUnsaved = " Nothing was imported.";
+constexpr const char* kNothingImported = " Nothing was imported.";
 
 void check_row(const GridTable& table, int row) {
-  if (row < 1 || row >= table.rows()) throw EditError("Click a cell of the row to copy first.");
+  if (row < 1 || row >= table.rows()) throw EditError("Click a cell of the table first.");
 }
 
 // The number a key cell holds; nullopt for an empty or other text.
@@ -87,7 +87,8 @@ FactorFill import_factor_sheet(GridTable& table, FactorKind kind,
     if (sheet) break;
   }
   if (!sheet || key_col < 0)
-    throw EditError("No sheet has the column \"" + key_title + "\" in its first row." + kUnsaved);
+    throw EditError("No sheet has the column \"" + key_title + "\" in its first row." +
+                    kNothingImported);
 
   // The table's value columns, and where the sheet has each.
   std::vector<int> columns;
@@ -105,7 +106,7 @@ FactorFill import_factor_sheet(GridTable& table, FactorKind kind,
   }
   if (!any)
     throw EditError("Sheet \"" + sheet->name +
-                    "\" has no column of the table's values in its first row." + kUnsaved);
+                    "\" has no column of the table's values in its first row." + kNothingImported);
 
   // Every cell is read before the table changes: a refusal leaves it whole.
   auto number = [&](size_t r, size_t c) -> std::optional<std::string> {
@@ -117,7 +118,7 @@ FactorFill import_factor_sheet(GridTable& table, FactorKind kind,
     if (!n)
       throw EditError("Sheet \"" + sheet->name + "\", cell " + xlsx_column_letters(c) +
                       std::to_string(r + 1) + ": \"" + cell.text + "\" is not a number." +
-                      kUnsaved);
+                      kNothingImported);
     return number_to_cell(*n);
   };
   std::vector<SheetRow> rows;
@@ -151,7 +152,7 @@ FactorFill excel_import(GridTable& table, FactorKind kind, const fs::path& workb
   try {
     sheets = read_xlsx_file(workbook);
   } catch (const XlsxError& e) {
-    throw EditError(std::string(e.what()) + "." + kUnsaved);
+    throw EditError(std::string(e.what()) + "." + kNothingImported);
   }
   FactorFill fill = import_factor_sheet(table, kind, sheets);
   fill.source = workbook.filename().string() + ", sheet \"" + fill.source + "\"";
@@ -174,7 +175,7 @@ FactorFill manure_storage_import(GridTable& table, FactorKind kind, int64_t ipcc
         "first.");
   std::error_code ec;
   if (!fs::is_regular_file(map, ec))
-    throw EditError("The manure storage map " + map.string() + " is missing." + kUnsaved);
+    throw EditError("The manure storage map " + map.string() + " is missing." + kNothingImported);
   Db db = Db::open(map);
   db.require_table("Export_Output");
   Statement value = db.prepare_statement(
@@ -205,9 +206,8 @@ FactorFill manure_storage_import(GridTable& table, FactorKind kind, int64_t ipcc
 
 void name_es_rows(GridTable& table) {
   Db rvc = rvc_db();
-  Statement name = rvc.prepare_statement(
-      "SELECT \"RVC Short Name\" FROM \"RVC_List\" WHERE "
-      "\"RVC ID\" = ?");
+  Statement name =
+      rvc.prepare_statement("SELECT \"RVC Short Name\" FROM \"RVC_List\" WHERE \"RVC ID\" = ?");
   for (int r = 1; r < table.rows(); ++r) {
     auto id = parse_number(table.cell(r, 0));
     Rows& rows = name.query({id ? Value(*id) : Value()});

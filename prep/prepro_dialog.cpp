@@ -89,7 +89,6 @@ void prepro_start(Ui& ui) {
     d.status = "The run was not started: press \"Copy DBs\" to take the masters' changes.";
     return;
   }
-  d.status.clear();
   params.level = d.level;
   params.mode = d.mode;
   params.operations = d.operations;
@@ -118,7 +117,6 @@ void prepro_how_many(Ui& ui) {
 void prepro_copy_dbs(Ui& ui) {
   reported(ui, [&] {
     copy_dbs();
-    prepro_dialog().status.clear();
     ui.message_box("Done", "Copy DBs", MsgButtons::Ok, MsgIcon::Information);
   });
 }

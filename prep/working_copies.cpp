@@ -1,9 +1,11 @@
 #include "prep/working_copies.h"
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <fstream>
 #include <map>
+#include <vector>
 
 #include "core/session.h"
 #include "prep/packaging.h"

@@ -168,6 +168,7 @@ void register_admin_windows(WebUi& ui) {
   };
   prepro.command = [&ui](const Params& p) {
     auto& d = prepro_dialog();
+    d.status.clear();
     std::string button = param_text(p, "button");
     if (p.count("list")) {
       std::string list = param_text(p, "list");
