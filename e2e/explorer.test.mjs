@@ -73,6 +73,7 @@ test('an assessment goes from a new file to ranked operation reports', { skip: m
     await page.screenshot({ path: screenshotPath('explorer-operation-manager') });
     await page.click('#button-save');
     await answer(page, 'Save changes', 'Yes');
+    await page.locator('#caption', { hasText: 'Saved 1 operation in Explorer test.arv: Winter cover crops.' }).waitFor();
     await page.click('#button-close');
     await answer(page, 'Recalculate', 'Yes');
     await page.locator('#tab-tab1-1').waitFor();

@@ -290,12 +290,18 @@ bool operation_cell_edit(Ui& ui, int row, int col, const std::string& text) {
 
 bool save_changes(Ui& ui) {
   OperationManagerState& st = state_storage();
-  if (!st.dirty) return false;
-  if (ui.message_box(kSaveQuestion, kSaveTitle, MsgButtons::YesNo, MsgIcon::Question) !=
-      Answer::Yes)
+  if (!st.dirty) {
+    st.status = "No changes to save.";
     return false;
+  }
+  if (ui.message_box(kSaveQuestion, kSaveTitle, MsgButtons::YesNo, MsgIcon::Question) !=
+      Answer::Yes) {
+    st.status = "Nothing saved: the changes are still in the table.";
+    return false;
+  }
 
   std::vector<int64_t> saved;
+  std::string names;
   try {
     Db db = Db::open(session().current_file);
     Transaction tx(db);
@@ -327,13 +333,19 @@ bool save_changes(Ui& ui) {
       values.emplace_back(id);
       db.exec(sql, values);
       saved.push_back(id);
+      names += (names.empty() ? "" : ", ") + st.table.cell(r, kOpColName);
     }
     tx.commit();
   } catch (const std::exception& e) {
+    st.status = "Nothing saved.";
     ui.message_box(std::string("The changes could not be saved:\n") + e.what(), kSaveTitle,
                    MsgButtons::Ok, MsgIcon::Stop);
     return false;
   }
+  st.status = "Saved " + std::to_string(saved.size()) +
+              (saved.size() == 1 ? " operation" : " operations") + " in " +
+              fs::path(session().current_file).filename().string() +
+              (names.empty() ? "." : ": " + names + ".");
 
   std::vector<int64_t>& list = explorer_state().recalc_list;
   for (int64_t id : saved)

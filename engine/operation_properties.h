@@ -54,6 +54,8 @@ struct OperationManagerState {
   bool data_available = false;
   // The file chosen for the import command; empty for none.
   std::string import_path;
+  // The status line: what the last save did.
+  std::string status;
 };
 
 // The manager of this process.
@@ -95,7 +97,8 @@ bool operation_manager_query_close(Ui& ui);
 // rows to the open assessment file in one transaction, filling empty number
 // cells with their defaults, and adds their IDs to recalc_list (each once).
 // Returns true when rows were written. A failure is shown; the file then
-// keeps its rows and dirty stays set.
+// keeps its rows and dirty stays set. `status` says what was saved, or why
+// nothing was.
 bool save_changes(Ui& ui);
 
 // The file chooser of the import: tests the chosen assessment file and, when

@@ -254,7 +254,7 @@ GridTable get_delta_multi(int64_t operation_id, int64_t baseline_id, int64_t act
   return t;
 }
 
-void calculate_delta(int64_t operation_id, int64_t baseline_id) {
+int calculate_delta(int64_t operation_id, int64_t baseline_id) {
   struct Out {
     int64_t activity, rvc, cls;
     std::string delta;
@@ -311,6 +311,7 @@ void calculate_delta(int64_t operation_id, int64_t baseline_id) {
               {operation_id, baseline_id, r.activity, r.rvc, r.cls, r.delta});
   tx.commit();
   touch_operation(operation_id);
+  return static_cast<int>(out.size());
 }
 
 void delete_delta(int64_t operation_id, int64_t baseline_id) {

@@ -63,9 +63,10 @@ GridTable get_delta(int64_t operation_id, int64_t baseline_id);
 GridTable get_delta_multi(int64_t operation_id, int64_t baseline_id, int64_t activity_id);
 
 // Recalculates the delta rows of a pair from the details and stamps the
-// operation. Throws EditError, leaving the old rows, when an operation row
-// has no baseline counterpart or a value is not a number.
-void calculate_delta(int64_t operation_id, int64_t baseline_id);
+// operation; returns the number of rows written. Throws EditError, leaving
+// the old rows, when an operation row has no baseline counterpart or a value
+// is not a number.
+int calculate_delta(int64_t operation_id, int64_t baseline_id);
 // Command22: deletes the delta rows of a pair.
 void delete_delta(int64_t operation_id, int64_t baseline_id);
 // Command23: after "Calculate Delta for all operations listed?", the delta

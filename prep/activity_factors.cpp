@@ -51,9 +51,10 @@ Value class_value(const GridTable& t, int r) {
 }
 
 // Replaces the activity's rows of `table` by those `insert` writes, in one
-// transaction, then stamps the operations that use the activity.
+// transaction, then stamps the operations that use the activity; returns
+// how many it stamped.
 template <class Insert>
-void replace_rows(const char* table, int64_t activity_id, Insert&& insert) {
+int replace_rows(const char* table, int64_t activity_id, Insert&& insert) {
   {
     Db db = ops_db();
     Transaction tx(db);
@@ -61,7 +62,7 @@ void replace_rows(const char* table, int64_t activity_id, Insert&& insert) {
     insert(db);
     tx.commit();
   }
-  update_op_update_date(activity_id);
+  return update_op_update_date(activity_id);
 }
 
 }  // namespace
@@ -173,8 +174,8 @@ GridTable get_yield_details(int64_t activity_id, int64_t& rvc_id) {
   return t;
 }
 
-void save_ghg_details(int64_t activity_id, int mitigation_type, int64_t rvc_id,
-                      const GridTable& table) {
+int save_ghg_details(int64_t activity_id, int mitigation_type, int64_t rvc_id,
+                     const GridTable& table) {
   struct Row {
     Value cls;
     double tco2e;
@@ -187,7 +188,7 @@ void save_ghg_details(int64_t activity_id, int mitigation_type, int64_t rvc_id,
     rows.push_back(row);
   }
   // Both mitigation types share the table: an activity has one kind.
-  replace_rows(kMitigation, activity_id, [&](Db& db) {
+  return replace_rows(kMitigation, activity_id, [&](Db& db) {
     for (const Row& r : rows)
       db.insert(kMitigation,
                 {"Activity ID", "RVC ID", "RVC Value", "Mitigation Type", "tCO2e", "Equilibrium"},
@@ -195,18 +196,18 @@ void save_ghg_details(int64_t activity_id, int mitigation_type, int64_t rvc_id,
   });
 }
 
-void save_yield_details(int64_t activity_id, int64_t rvc_id, const GridTable& table) {
+int save_yield_details(int64_t activity_id, int64_t rvc_id, const GridTable& table) {
   std::vector<std::pair<Value, double>> rows;
   for (int r = 1; r < table.rows(); ++r)
     rows.push_back({class_value(table, r), number_cell(table, r, "Yield", true)});
-  replace_rows(kYield, activity_id, [&](Db& db) {
+  return replace_rows(kYield, activity_id, [&](Db& db) {
     for (const auto& [cls, yield] : rows)
       db.insert(kYield, {"Activity ID", "RVC ID", "RVC Value", "Yield"},
                 {activity_id, rvc_id, cls, yield});
   });
 }
 
-void save_es_details(int64_t activity_id, const GridTable& table) {
+int save_es_details(int64_t activity_id, const GridTable& table) {
   std::vector<std::pair<int64_t, double>> rows;
   for (int r = 1; r < table.rows(); ++r) {
     double id = number_cell(table, r, "RVC ID", false);
@@ -215,13 +216,13 @@ void save_es_details(int64_t activity_id, const GridTable& table) {
                       "\" is not a whole number. Nothing was saved; the old values stay.");
     rows.push_back({static_cast<int64_t>(id), number_cell(table, r, "Value", false)});
   }
-  replace_rows(kAdaptation, activity_id, [&](Db& db) {
+  return replace_rows(kAdaptation, activity_id, [&](Db& db) {
     for (const auto& [id, value] : rows)
       db.insert(kAdaptation, {"Activity ID", "RVC ID", "Impact factor"}, {activity_id, id, value});
   });
 }
 
-void update_op_update_date(int64_t activity_id) {
+int update_op_update_date(int64_t activity_id) {
   std::set<int64_t> ops;
   {
     Db db = ops_db();
@@ -231,6 +232,7 @@ void update_op_update_date(int64_t activity_id) {
     while (rows.next()) ops.insert(rows.get(0).as_int());
   }
   for (int64_t id : ops) touch_operation(id);
+  return static_cast<int>(ops.size());
 }
 
 std::string display_act_info(int64_t activity_id) {

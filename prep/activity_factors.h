@@ -44,14 +44,15 @@ GridTable factor_table(FactorKind kind);
 GridTable factor_class_rows(FactorKind kind, int64_t rvc_id);
 
 // Replace the activity's rows by the editing table, then mark the operations
-// that use it. Every value is checked first: a value that is not a number
-// throws EditError naming its row and column, and the old rows stay.
-void save_ghg_details(int64_t activity_id, int mitigation_type, int64_t rvc_id,
-                      const GridTable& table);
-void save_es_details(int64_t activity_id, const GridTable& table);
-void save_yield_details(int64_t activity_id, int64_t rvc_id, const GridTable& table);
-// Stamps every operation with a delta on the activity.
-void update_op_update_date(int64_t activity_id);
+// that use it; return how many were marked. Every value is checked first: a
+// value that is not a number throws EditError naming its row and column, and
+// the old rows stay.
+int save_ghg_details(int64_t activity_id, int mitigation_type, int64_t rvc_id,
+                     const GridTable& table);
+int save_es_details(int64_t activity_id, const GridTable& table);
+int save_yield_details(int64_t activity_id, int64_t rvc_id, const GridTable& table);
+// Stamps every operation with a delta on the activity; returns how many.
+int update_op_update_date(int64_t activity_id);
 // The activity's Notes.
 std::string display_act_info(int64_t activity_id);
 

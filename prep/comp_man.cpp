@@ -204,6 +204,25 @@ const std::vector<std::pair<std::string, int>>& impact_type_choices() {
   return c;
 }
 
+const std::vector<std::pair<std::string, std::string>>& corine_class_choices() {
+  static const auto choices = [] {
+    std::vector<std::pair<std::string, std::string>> c = {{"0", corine_class_name(0)}};
+    for (int k = 1; k <= 9; ++k)
+      c.push_back({std::to_string(k), std::to_string(k) + ". " + corine_class_name(k)});
+    return c;
+  }();
+  return choices;
+}
+
+std::vector<int64_t> xppl_list() {
+  Db db = ops_db();
+  std::vector<int64_t> out;
+  auto rows =
+      db.query("SELECT " + q("Operation ID") + " FROM " + q("xPPL_List") + " ORDER BY rowid");
+  while (rows.next()) out.push_back(rows.get(0).as_int());
+  return out;
+}
+
 std::vector<CompItem> get_comp_list(CompKind kind, const std::string& search, int impact_type) {
   KindInfo k = info(kind);
   Db db = ops_db();

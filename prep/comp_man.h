@@ -25,6 +25,13 @@ const std::vector<std::string>& comp_fields(CompKind kind);
 // "All" (value 0) is a filter of the list only.
 const std::vector<std::pair<std::string, int>>& impact_type_choices();
 
+// The choices of `CORINE Class`: the stored value as text and what the
+// list shows, 0 "Not applicable" and "1. Cropland" to "9. Marshland".
+const std::vector<std::pair<std::string, std::string>>& corine_class_choices();
+
+// The operations of the hand-kept list xPPL_List, in its order.
+std::vector<int64_t> xppl_list();
+
 struct CompItem {
   ListItem item;
   bool data_available = false;  // "Data available" / "Data not available"

@@ -5,6 +5,7 @@
 
 #include "core/session.h"
 #include "prep/packaging.h"
+#include "prep/working_copies.h"
 #include "stores/db.h"
 
 namespace arven {
@@ -78,6 +79,16 @@ void prepro_start(Ui& ui) {
   RunParams params;
   for (size_t i = 0; i < d.countries.size(); ++i)
     if (d.country_selected[i]) params.countries.push_back(d.countries[i].data);
+  // The run keeps to the working copies; the administrator hears when the
+  // masters have moved on since "Copy DBs" (without countries it does nothing).
+  std::string warning;
+  if (!params.countries.empty())
+    reported(ui, [&] { warning = working_copies_warning(working_copies(true)); });
+  if (!warning.empty() && ui.message_box(warning, "Pre-processing", MsgButtons::YesNo,
+                                         MsgIcon::Exclamation) != Answer::Yes) {
+    d.status = "The run was not started: press \"Copy DBs\" to take the masters' changes.";
+    return;
+  }
   params.level = d.level;
   params.mode = d.mode;
   params.operations = d.operations;
@@ -171,6 +182,17 @@ std::string prepro_region_counts() {
   } catch (const std::exception&) {
     return "";
   }
+}
+
+std::string prepro_run_scope() {
+  auto& d = prepro_dialog();
+  std::string names;
+  int n = 0;
+  for (size_t i = 0; i < d.countries.size(); ++i)
+    if (d.country_selected[i]) names += (n++ ? ", " : "") + d.countries[i].text;
+  if (n == 0) return "No country chosen: a run does nothing and reports \"Done\".";
+  return "A run covers " + std::to_string(n) + (n == 1 ? " country: " : " countries: ") + names +
+         "; NUTS levels 0 to " + std::to_string(d.level) + ".";
 }
 
 }  // namespace arven

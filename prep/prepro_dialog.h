@@ -20,7 +20,7 @@ struct PreproDialogState {
   std::vector<RunOperation> operations;  // List3
   bool existing_db = false;              // Check1 "Existing DB"
   bool dq_refs = false;                  // Check2 "DQ and Refs"
-  std::string message;                   // the last problem, shown in the dialog
+  std::string status;                    // the status line: what the last button did
   std::string store;  // the store the all-country buttons work from (a name in dbases/prepro)
   RunControl control;
 };
@@ -35,7 +35,9 @@ void prepro_search(Ui& ui, const std::string& text);
 void prepro_toggle_country(int index);
 void prepro_toggle_operation(int index);
 void prepro_select_all_operations(bool selected);
-// "Start": the run with the dialog's parameters.
+// "Start": the run with the dialog's parameters. When countries are chosen
+// and the masters have changed since "Copy DBs", it first says so and asks
+// whether to run on the working copies as they are.
 void prepro_start(Ui& ui);
 // Command8, the halt button; safe from any thread.
 void prepro_halt();
@@ -51,5 +53,8 @@ const std::vector<std::pair<std::string, std::string>>& prepro_all_country_butto
 bool prepro_all_country(Ui& ui, const std::string& id);
 // The "No. regions" line for the first selected country, or "".
 std::string prepro_region_counts();
+// What a run with the dialog's choices covers: its countries and levels, or
+// that with no country chosen it does nothing.
+std::string prepro_run_scope();
 
 }  // namespace arven

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <charconv>
 #include <chrono>
 #include <cmath>
@@ -143,20 +142,6 @@ int value_column_class(std::string name) {
   return n;
 }
 
-std::string column_letters(size_t column) {
-  std::string s;
-  for (size_t c = column + 1; c > 0; c = (c - 1) / 26)
-    s.insert(s.begin(), static_cast<char>('A' + (c - 1) % 26));
-  return s;
-}
-
-std::string trim(std::string s) {
-  while (!s.empty() && std::isspace(static_cast<unsigned char>(s.back()))) s.pop_back();
-  size_t i = 0;
-  while (i < s.size() && std::isspace(static_cast<unsigned char>(s[i]))) ++i;
-  return s.substr(i);
-}
-
 }  // namespace
 
 fs::path rvc_import_store_path() {
@@ -228,15 +213,15 @@ RvcImportResult nuts3_import_excel(int64_t rvc_id, const fs::path& workbook,
   for (const auto& s : sheets)
     if (s.name == sheet_name) sheet = &s;
   auto where = [&](size_t row, size_t column) {
-    return workbook.string() + ", sheet \"" + sheet->name + "\", cell " + column_letters(column) +
-           std::to_string(row + 1);
+    return workbook.string() + ", sheet \"" + sheet->name + "\", cell " +
+           xlsx_column_letters(column) + std::to_string(row + 1);
   };
   if (sheet->rows.empty()) throw std::runtime_error(where(0, 0) + ": the sheet is empty");
   const auto& header = sheet->rows.front();
   std::optional<size_t> nuts_column;
   std::vector<std::pair<size_t, int>> value_columns;
   for (size_t c = 0; c < header.size(); ++c) {
-    std::string title = trim(header[c].text);
+    std::string title = trim_blanks(header[c].text);
     if (lower_case(title) == "nuts") nuts_column = c;
     if (int cls = value_column_class(title)) value_columns.emplace_back(c, cls);
   }
@@ -256,7 +241,7 @@ RvcImportResult nuts3_import_excel(int64_t rvc_id, const fs::path& workbook,
   std::unordered_map<std::string, ClassValues> export_rows;
   int skipped = 0;
   for (size_t r = 1; r < sheet->rows.size(); ++r) {
-    std::string code = trim(sheet->at(r, *nuts_column).text);
+    std::string code = trim_blanks(sheet->at(r, *nuts_column).text);
     if (code.empty()) continue;
     // Codes of NUTS1 to NUTS3 length are taken; the area must be a NUTS3 one.
     if (code.size() < 3 || code.size() > 5 || excluded.count(code.substr(0, 2)) ||
@@ -269,11 +254,11 @@ RvcImportResult nuts3_import_excel(int64_t rvc_id, const fs::path& workbook,
       const XlsxCell& cell = sheet->at(r, c);
       if (cell.kind == XlsxCell::Kind::empty) continue;
       double v = 0;
-      std::string t = trim(cell.text);
+      std::string t = trim_blanks(cell.text);
       auto [p, ec] = std::from_chars(t.data(), t.data() + t.size(), v);
       if (cell.kind == XlsxCell::Kind::boolean || cell.kind == XlsxCell::Kind::error || t.empty() ||
           ec != std::errc() || p != t.data() + t.size() || !std::isfinite(v))
-        throw std::runtime_error(where(r, c) + " (\"" + trim(header[c].text) + "\"): \"" +
+        throw std::runtime_error(where(r, c) + " (\"" + trim_blanks(header[c].text) + "\"): \"" +
                                  cell.text + "\" is not a number");
       values[static_cast<size_t>(cls)] = v;
     }

@@ -295,4 +295,11 @@ std::vector<XlsxSheet> read_xlsx_file(const std::filesystem::path& path) {
   }
 }
 
+std::string xlsx_column_letters(size_t column) {
+  std::string s;
+  for (size_t c = column + 1; c > 0; c = (c - 1) / 26)
+    s.insert(s.begin(), static_cast<char>('A' + (c - 1) % 26));
+  return s;
+}
+
 }  // namespace arven

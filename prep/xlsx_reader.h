@@ -42,4 +42,7 @@ struct XlsxSheet {
 std::vector<XlsxSheet> read_xlsx(std::string_view bytes);
 std::vector<XlsxSheet> read_xlsx_file(const std::filesystem::path& path);
 
+// The letters of a 0-based column as a workbook names it: 0 "A", 26 "AA".
+std::string xlsx_column_letters(size_t column);
+
 }  // namespace arven

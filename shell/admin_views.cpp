@@ -2,6 +2,7 @@
 
 #include "prep/packaging.h"
 #include "prep/prepro_dialog.h"
+#include "prep/working_copies.h"
 #include "reports/page_kit.h"
 #include "shell/admin_controls.h"
 #include "shell/all_country_view.h"
@@ -48,9 +49,14 @@ json prepro_controls() {
     ops.push_back({std::to_string(op.id) + " - " + op.name, op.selected});
     selected += op.selected ? 1 : 0;
   }
+  std::vector<WorkingCopy> copies = working_copies();
   c["html"] = "<p>" + html_escape(prepro_region_counts()) + "</p><p>" +
               std::to_string(d.operations.size()) + " operations with activity deltas, " +
-              std::to_string(selected) + " selected.</p>";
+              std::to_string(selected) + " selected.</p><p id=\"run-scope\">" +
+              html_escape(prepro_run_scope()) + "</p><p id=\"working-copies\"" +
+              (working_copies_outdated(copies) ? " class=\"warning\"" : "") + ">" +
+              html_escape(working_copies_line(copies)) + "</p>";
+  c["caption"] = d.status;
   c["lists"] = {list_json("countries", "Countries", countries),
                 list_json("level", "NUTS Level:", levels), list_json("mode", "Run mode", modes),
                 list_json("operations", "Operations", ops)};
@@ -162,6 +168,7 @@ void register_admin_windows(WebUi& ui) {
   };
   prepro.command = [&ui](const Params& p) {
     auto& d = prepro_dialog();
+    d.status.clear();
     std::string button = param_text(p, "button");
     if (p.count("list")) {
       std::string list = param_text(p, "list");

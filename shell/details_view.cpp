@@ -33,6 +33,7 @@ struct DetailsDialog {
   int64_t copy_from = -1;
   bool copy_baseline = false;
   std::string copy_name;
+  std::string status;  // the status line: what the last button did
 };
 
 DetailsDialog& dialog() {
@@ -134,7 +135,7 @@ json controls() {
   }
   for (const auto& b : d.editable) edit.push_back("Baseline: " + b.text);
   for (size_t i = 0; i < edit.size(); ++i) edit_sel.push_back(static_cast<int>(i) == d.edit);
-  json c = {{"title", kTitle}, {"no_page", true}, {"fill", true}};
+  json c = {{"title", kTitle}, {"no_page", true}, {"fill", true}, {"caption", d.status}};
   c["inputs"] = {{{"id", "search"},
                   {"label", "Search operations:"},
                   {"value", d.search},
@@ -178,48 +179,83 @@ json controls() {
   return c;
 }
 
+// Whose details the grid shows, as the status line names them.
+std::string target_name() {
+  auto& d = dialog();
+  if (edit_baseline() >= 0) return "baseline \"" + d.editable[d.edit - 1].text + "\"";
+  return op_id() >= 0 ? "\"" + d.ops[d.op].text + "\"" : "";
+}
+
+std::string pair_name() {
+  auto& d = dialog();
+  return "\"" + d.ops[d.op].text + "\" against baseline \"" + d.bases[d.base].item.text + "\"";
+}
+
 void button(Ui& ui, const std::string& b) {
   auto& d = dialog();
   bool baseline = edit_baseline() >= 0;
   int64_t target = baseline ? edit_baseline() : op_id();
-  if (b == "save" && target >= 0) {
+  bool pair = op_id() >= 0 && base_id() >= 0;
+  if ((b == "save" || b == "copy" || b == "paste") && target < 0) {
+    d.status = "Choose an operation first.";
+  } else if ((b == "calc" || b == "delete") && !pair) {
+    d.status = "Choose an operation and one of its baselines first.";
+  } else if (b == "save") {
     if (baseline)
       baseline_save(target, d.details);
     else
       save_operation_details(target, d.details);
+    int n = d.details.rows() - 1;
+    d.status = "Saved the details of " + target_name() + ": " + std::to_string(n) +
+               (n == 1 ? " activity." : " activities.");
     load_details();
-  } else if (b == "calc" && op_id() >= 0 && base_id() >= 0) {
-    calculate_delta(op_id(), base_id());
+  } else if (b == "calc") {
+    int n = calculate_delta(op_id(), base_id());
+    d.status = "Delta calculated for " + pair_name() + ": " + std::to_string(n) +
+               (n == 1 ? " row." : " rows.");
     d.bases = delta_baseline_list(op_id());
     load_delta();
-  } else if (b == "delete" && op_id() >= 0 && base_id() >= 0) {
+  } else if (b == "delete") {
     delete_delta(op_id(), base_id());
+    d.status = "Delta deleted for " + pair_name() + ".";
     d.bases = delta_baseline_list(op_id());
     load_delta();
   } else if (b == "calcall") {
-    delta_calc_all(ui, d.ops);
+    int n = delta_calc_all(ui, d.ops);
+    d.status = "Delta calculated for " + std::to_string(n) +
+               (n == 1 ? " operation" : " operations") + ", each against its first baseline.";
     if (op_id() >= 0) d.bases = delta_baseline_list(op_id());
     load_delta();
-  } else if (b == "copy" && target >= 0) {
+  } else if (b == "copy") {
     d.copy_from = target;
     d.copy_baseline = baseline;
     d.copy_name = baseline ? d.editable[d.edit - 1].text : d.ops[d.op].text;
-  } else if (b == "paste" && target >= 0) {
+    d.status = "Copied the details of " + target_name() + ": choose another " +
+               (baseline ? "baseline" : "operation") + " and press \"Paste details\".";
+  } else if (b == "paste") {
     if (d.copy_from < 0 || d.copy_baseline != baseline) {
       ui.message_box(std::string("Copy the details of another ") +
                          (baseline ? "baseline" : "operation") + " first.",
                      kTitle, MsgButtons::Ok, MsgIcon::Information);
       return;
     }
-    if (copy_details(ui, baseline, d.copy_from, d.copy_name, target)) load_details();
+    bool pasted = copy_details(ui, baseline, d.copy_from, d.copy_name, target);
+    d.status = pasted ? "Pasted the details of \"" + d.copy_name + "\" into " + target_name() + "."
+                      : "Nothing pasted.";
+    if (pasted) load_details();
   } else if (b == "export") {
     std::string path = export_details_xlsx();
     ui.message_box("The details were written to " + path, kTitle, MsgButtons::Ok,
                    MsgIcon::Information);
+  } else if (b == "newclasses" && d.multi_rvc == 0) {
+    d.status = "Choose the RVC of the classes first.";
   } else if (b == "newclasses") {
     d.classes = class_rows(d.multi_rvc);
   } else if (b == "saveclasses") {
+    std::string activity = d.multi_name;
     save_classes(ui);
+    if (d.multi_activity == 0)
+      d.status = "Saved the classes of \"" + activity + "\" for " + target_name() + ".";
   } else if (b == "back") {
     d.multi_activity = 0;
   }
@@ -239,6 +275,7 @@ void register_details_window(WebUi& ui) {
   h.controls = controls;
   h.command = [&ui](const Params& p) {
     auto& d = dialog();
+    d.status.clear();
     guarded(ui, kTitle, [&] {
       int index = param_int(p, "index", -1);
       std::string list = param_text(p, "list");

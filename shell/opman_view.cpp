@@ -47,7 +47,7 @@ json opman_controls() {
   }
   std::string path = st.import_path.empty() ? "(no file selected)" : st.import_path;
   json c = {{"title", "Operation Manager"},
-            {"caption", "Operation Manager"},
+            {"caption", st.status.empty() ? "Operation Manager" : st.status},
             {"no_page", true},
             {"fill", true},
             {"html", "<p class=\"import-path\">Import from: <span id=\"import-path\">" +
@@ -84,6 +84,7 @@ void register_opman_window(WebUi& ui) {
   WindowHandlers h;
   h.controls = opman_controls;
   h.command = [&ui](const Params& p) {
+    operation_manager().status.clear();
     if (p.count("grid")) {
       // Rows count from 0 in the page, from 1 (below the titles) in the table.
       int row = param_int(p, "row", -1) + 1, col = param_int(p, "col", -1);

@@ -38,7 +38,8 @@ std::string window_page(const std::string& window) {
          "<div id=\"menubar\"></div>\n"
          "<div id=\"layout\"><div id=\"side\"></div><div id=\"content\"><div id=\"toolbar\"></div>"
          "<iframe id=\"page\" name=\"page\" title=\"page\"></iframe></div></div>\n"
-         "<div id=\"statusbar\"><span id=\"caption\"></span><span id=\"progress\"></span></div>\n"
+         "<div id=\"statusbar\"><span id=\"caption\" role=\"status\"></span><span "
+         "id=\"progress\"></span></div>\n"
          "<div id=\"dialog-layer\"></div>\n"
          "<script src=\"/shell/shell.js\"></script>\n</body></html>\n";
 }

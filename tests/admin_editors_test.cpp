@@ -87,7 +87,7 @@ TEST_F(AdminEditors, DeltaKeepsOnlyDifferencesAndMarksClassByClassActivities) {
   }
   ops_->insert("Operation_Activity_Delta", {"Operation ID", "Baseline ID", "Activity ID", "Delta"},
                {1, 1, 1, "99"});
-  calculate_delta(1, 1);
+  EXPECT_EQ(calculate_delta(1, 1), 4);
   EXPECT_EQ(rows("SELECT \"Activity ID\", \"RVC ID\", \"RVC Class\", Delta FROM "
                  "Operation_Activity_Delta ORDER BY rowid"),
             (std::vector<std::string>{"2|0|0|-0.0600000000000001", "3|0|0|Multi", "3|10|1|-10",

@@ -92,6 +92,7 @@ TEST_F(OperationPropertiesTest, LoadsOneOperationAndSavesNothingWithoutEdit) {
   EXPECT_FALSE(save_changes(ui_));
   EXPECT_TRUE(ui_.messages.empty());
   EXPECT_TRUE(explorer_state().recalc_list.empty());
+  EXPECT_EQ(operation_manager().status, "No changes to save.");
 }
 
 TEST_F(OperationPropertiesTest, ClicksCycleTechniqueResettingValueAndToggleTea) {
@@ -153,6 +154,7 @@ TEST_F(OperationPropertiesTest, NumericCellsRefuseTextThatIsNoNumber) {
   EXPECT_DOUBLE_EQ(stored(7, "TEA_Factor").as_double(), 2.5);
   EXPECT_DOUBLE_EQ(stored(7, "Cost").as_double(), 7);
   EXPECT_EQ(stored(7, "Operation Name").as_text(), "Hedges & <walls>");
+  EXPECT_EQ(operation_manager().status, "Saved 1 operation in mine.arv: Hedges & <walls>.");
 }
 
 TEST_F(OperationPropertiesTest, PercentagesStayWithinHundredAndSavedRowsLoseTheirMark) {

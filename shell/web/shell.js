@@ -231,6 +231,9 @@
   // spreadsheet into an editor fills the cells from there. Rows marked in
   // `changed` are tinted.
   let gridEdit = null;  // {id, row, col}: the editor to open after the next redraw
+  // The cell last clicked in each grid, while the grid shows the same table
+  // (its `key`): a button with `cell` sends its `row` and `col`.
+  const gridCurrent = {};
   function renderEditGrid(g) {
     if (!$('edit-grid-style')) {
       document.head.appendChild(el('style', { id: 'edit-grid-style', text:
@@ -238,6 +241,7 @@
         '.edit-grid td.kind-cycle,.edit-grid td.kind-toggle{cursor:pointer}' +
         '.edit-grid td.kind-number,.edit-grid td.kind-text{cursor:text}' +
         '.edit-grid td.kind-readonly{color:#555}' +
+        '.edit-grid td.current{outline:2px solid #2a6ebb;outline-offset:-2px}' +
         '.edit-grid input.cell-editor{width:100%;box-sizing:border-box;font:inherit}' }));
     }
     const header = g.header || [];
@@ -245,6 +249,8 @@
     const kindOf = (c) => ((g.editable || [])[c] === false ? 'readonly' : (g.kinds || [])[c] || 'readonly');
     const cellId = (i, c) => 'grid-' + g.id + '-cell-' + i + '-' + c;
     const tbody = el('tbody');
+    const cur = gridCurrent[g.id];
+    if (cur && (cur.key !== (g.key || '') || cur.row >= rows.length)) delete gridCurrent[g.id];
 
     function openEditor(td, i, c) {
       if (td.querySelector('input')) return;
@@ -301,7 +307,13 @@
       const tr = el('tr', { id: 'grid-' + g.id + '-row-' + i, class: (g.changed || [])[i] ? 'changed' : null });
       r.forEach((v, c) => {
         const kind = kindOf(c);
-        const td = el('td', { id: cellId(i, c), class: 'kind-' + kind, text: v });
+        const at = gridCurrent[g.id];
+        const td = el('td', { id: cellId(i, c), class: 'kind-' + kind + (at && at.row === i && at.col === c ? ' current' : ''), text: v });
+        td.addEventListener('click', () => {
+          gridCurrent[g.id] = { row: i, col: c, key: g.key || '' };
+          for (const n of tbody.querySelectorAll('td.current')) n.classList.remove('current');
+          td.classList.add('current');
+        });
         if (kind === 'cycle' || kind === 'toggle') {
           td.addEventListener('click', () => post('command', { grid: g.id, row: i, col: c, event: 'click' }));
         } else if (kind === 'number' || kind === 'text') {
@@ -398,6 +410,13 @@
 
   function renderInputs(target, inputs) {
     for (const f of inputs || []) {
+      if (f.choices) {  // a choice list: posts the chosen entry's value
+        const select = el('select', { id: 'input-' + f.id, 'aria-label': f.label || f.id },
+          f.choices.map((o) => el('option', { value: o.value, text: o.text, selected: o.value === f.value })));
+        select.addEventListener('change', () => post('command', { input: f.id, value: select.value }));
+        target.appendChild(el('label', { class: 'input' }, [document.createTextNode((f.label || '') + ' '), select]));
+        continue;
+      }
       const input = el('input', { type: 'text', id: 'input-' + f.id, value: f.value || '',
         placeholder: f.placeholder || '', 'aria-label': f.label || f.placeholder || f.id });
       const send = () => post('command', { input: f.id, value: input.value });
@@ -436,8 +455,9 @@
   function renderButtons(target, buttons) {
     const row = el('div', { class: 'buttons' });
     for (const b of buttons || []) {
+      const at = () => (b.cell && gridCurrent[b.cell] ? { row: gridCurrent[b.cell].row, col: gridCurrent[b.cell].col } : {});
       row.appendChild(el('button', { id: 'button-' + b.id, disabled: b.enabled === false, text: b.text,
-        onclick: () => post('command', { button: b.id }) }));
+        onclick: () => post('command', { button: b.id, ...at() }) }));
     }
     if ((buttons || []).length) target.appendChild(row);
   }
@@ -527,7 +547,7 @@
       content = el('div', {}, [
         el('div', { class: 'folder', text: d.folder }), list,
         el('label', { text: 'File name: ' }, [nameInput]),
-        el('div', { class: 'filter', text: 'ARVEN File (' + d.filter + ')' })]);
+        el('div', { class: 'filter', text: (d.filter === '*.arv' ? 'ARVEN File' : 'Files') + ' (' + d.filter + ')' })]);
     } else {
       content = el('div', { class: 'message icon-' + d.icon }, [el('p', { text: d.text })]);
     }
