@@ -59,8 +59,9 @@ export function linkKey(win, href) {
 }
 
 export class Crawler {
-  constructor(browser, base) {
+  constructor(browser, base, token) {
     this.base = base;
+    this.headers = { 'X-ARVEN-Token': token };
     this.failures = [];
     this.covered = new Set();
     this.context = null;
@@ -93,17 +94,23 @@ export class Crawler {
     this.covered.add(key);
   }
 
-  // The state of a window, read from the page's own origin.
+  // The state of a window, asked as a script asks (the token in a header),
+  // so that a tab moving on to another window does not cut the question.
   async state(page, win) {
-    return page.evaluate(async (w) => {
-      const r = await fetch('/' + w + '/state.json', { credentials: 'same-origin', cache: 'no-store' });
-      return r.json();
-    }, win);
+    const r = await this.context.request.get(`${this.base}/${win}/state.json`, { headers: this.headers });
+    return r.json();
   }
 
   // The window a tab shows (its page's data-window).
   async windowOf(page) {
-    return page.evaluate(() => document.body.dataset.window || '');
+    for (let i = 0; i < 20; ++i) {
+      try {
+        return await page.evaluate(() => document.body.dataset.window || '');
+      } catch (e) {
+        await new Promise((r) => setTimeout(r, 100));  // the tab is moving on
+      }
+    }
+    return '';
   }
 
   // Waits until the program is idle: no work running; a dialog on screen is
@@ -126,9 +133,8 @@ export class Crawler {
         const button = pick ? pick[1] : safe;
         const body = { id: String(d.id), button };
         if (d.kind === 'file') body.file = pick && pick[2] ? pick[2] : '';
-        await page.evaluate(async ([w, b]) => {
-          await fetch('/' + w + '/answer', { method: 'POST', credentials: 'same-origin', body: new URLSearchParams(b) });
-        }, [d.window || s.top || 'main', body]);
+        await this.context.request.post(`${this.base}/${d.window || s.top || 'main'}/answer`,
+          { headers: this.headers, form: body });
         await page.waitForTimeout(150);
         continue;
       }
@@ -210,9 +216,8 @@ export class Crawler {
   // A command reached by no link of the pages: its request, as a link in
   // the window's page would make it.
   async request(page, win, target, key, options) {
-    return this.run(page, key, () => page.evaluate(async ([w, t]) => {
-      await fetch('/' + w + '/' + t, { credentials: 'same-origin' });
-    }, [win, target]), options);
+    return this.run(page, key, () => this.context.request.get(`${this.base}/${win}/${target}`,
+      { headers: this.headers }), options);
   }
 
   // The tab that shows `win` (a window opened beside the others).
