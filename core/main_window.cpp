@@ -331,7 +331,7 @@ void exit_program(Ui& ui, int mode) {
   if (mode == 1 && ui.message_box("Are you sure you want to exit?", "Exit", MsgButtons::YesNo,
                                   MsgIcon::Question) == Answer::No)
     return;
-  save_outlook_frame();
+  save_outlook_frame(ui);
   ui.quit();
 }
 
@@ -340,7 +340,7 @@ void about_box_load() {
 }
 
 void about_box_close(Ui& ui) {
-  about_box_closed(about_box().show_splash);
+  about_box_closed(ui, about_box().show_splash);
   ui.close_window("about");
 }
 

@@ -300,8 +300,11 @@ void download_trigger(Ui& ui, int id) {
   if (ui.message_box("This will close the software. Do you want to proceed?", "Update software",
                      MsgButtons::YesNo, MsgIcon::Question) == Answer::No)
     return;
-  save_setting("Settings", "Restart_Flag", "1");
-  save_setting("Download", "Item to download", std::to_string(id));
+  // Nothing is launched unless both keys are on disk; the item alone
+  // starts nothing.
+  if (!save_settings(ui, "Download", {{"Item to download", std::to_string(id)}}) ||
+      !save_settings(ui, "Settings", {{"Restart_Flag", "1"}}))
+    return;
 
   const UpdateLaunch& launch = update_launch();
   fs::path downloader = launch.downloader;

@@ -105,8 +105,8 @@ void register_main_windows(WebUi& ui) {
     else if (p.count("button") && p.at("button") == "ok")
       about_box_close(ui);
   };
-  about.query_close = [] {
-    about_box_closed(about_box().show_splash);
+  about.query_close = [&ui] {
+    about_box_closed(ui, about_box().show_splash);
     return true;
   };
   ui.register_window("about", about);

@@ -110,7 +110,7 @@ TEST_F(StartupTest, SplashMainPageAndRestartFlagInOrder) {
 
   // Consumed: the next start goes straight to the main page, and without
   // the splash once the About box's check box was cleared.
-  about_box_closed(false);
+  about_box_closed(ui, false);
   ui.log.clear();
   order.clear();
   Main(ui, hooks);
