@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <ctime>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -315,39 +313,40 @@ std::string html_escape(std::string_view text) {
 // ---- PageFile ----
 
 namespace {
-[[noreturn]] void page_failure(const char* what, const fs::path& path) {
-  int err = errno;
-  throw fs::filesystem_error(what, path,
-                             err ? std::error_code(err, std::generic_category())
-                                 : std::make_error_code(std::errc::io_error));
-}
+constexpr size_t kPageChunk = 64 * 1024;  // bytes gathered before a write
 }  // namespace
 
-PageFile::PageFile(std::string_view name) : path_(session().app_folder / std::string(name)) {
-  // A new file rather than the old one cut to nothing: the file system then
-  // has no old blocks to flush when the page is closed.
-  std::error_code ignored;
-  std::filesystem::remove(path_, ignored);
-  errno = 0;
-  out_.open(path_, std::ios::binary | std::ios::trunc);
-  if (!out_) page_failure("cannot write the page", path_);
+PageFile::PageFile(std::string_view name)
+    : path_(session().app_folder / std::string(name)),
+      file_(std::make_unique<ReplacingFile>(path_)),
+      exceptions_(std::uncaught_exceptions()) {}
+
+PageFile::~PageFile() {
+  if (!file_ || std::uncaught_exceptions() > exceptions_) return;  // the old page stays
+  try {
+    close();
+  } catch (const std::exception&) {
+  }
 }
 
-PageFile::~PageFile() = default;
+void PageFile::flush() {
+  file_->write(pending_);
+  pending_.clear();
+}
 
 void PageFile::line(std::string_view text) {
-  if (!out_.is_open()) throw std::logic_error("page " + path_.string() + " is already closed");
-  out_ << text << '\n';
-  if (!out_) page_failure("cannot write the page", path_);
+  if (!file_) throw std::logic_error("page " + path_.string() + " is already closed");
+  pending_.append(text);
+  pending_ += '\n';
+  if (pending_.size() >= kPageChunk) flush();
 }
 
 void PageFile::close() {
-  if (!out_.is_open()) return;
-  errno = 0;
-  out_.flush();
-  bool ok = out_.good();
-  out_.close();
-  if (!ok || out_.fail()) page_failure("cannot write the page", path_);
+  if (!file_) return;
+  auto file = std::move(file_);
+  file->write(pending_);
+  pending_.clear();
+  file->commit();
 }
 
 // ---- head and foot ----
