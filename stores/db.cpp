@@ -436,6 +436,9 @@ Db Db::create(const std::filesystem::path& path) {
   sqlite3* h = open_connection(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, rc, err);
   if (!h) {
     if (auto fault = fault_of(rc, err, path)) throw StoreError(path, *fault);
+    // The library does not always say why it could not make the file.
+    if (WriteFault f = diagnosed_write_error(path, "").fault(); f != WriteFault::other)
+      throw StoreError(path, f);
     throw StoreError(path, sqlite3_errstr(rc));
   }
   Db db(path, h);
