@@ -12,6 +12,7 @@
 #include "core/session.h"
 #include "core/utf8.h"
 #include "core/version.h"
+#include "engine/impact_context.h"
 #include "reports/rvc_stores.h"
 #include "settings/update_check.h"
 #include "stores/db.h"
@@ -717,9 +718,11 @@ void summary_page(Ui& ui) {
       regions.cell(r, 1) = html_escape(rows.get("NUTS Name").as_text());
       // The region's country store becomes the current RVC store.
       s.rvc_db_path = s.country_db_path.at(rows.get("NUTS0_ID").as_int());
-      double area = nuts_field(static_cast<int>(rows.get("NUTS Type ID").as_int()),
-                               rows.get("NUTS ID").as_int(), 3)
-                        .as_double();
+      // A level out of 0 to 3 is the region's fault, not the store's.
+      const int64_t level = rows.get("NUTS Type ID").as_int();
+      engine_detail::check_level({level, rows.get("NUTS Code").as_text(), 0, 0});
+      double area =
+          nuts_field(static_cast<int>(level), rows.get("NUTS ID").as_int(), 3).as_double();
       regions.cell(r, 2) = number_to_cell(round_half_even(area, 0));
     }
     auto ops = db.query("SELECT * FROM " + quote_name("Operations"));
