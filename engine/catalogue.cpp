@@ -384,6 +384,12 @@ void tab_cap() {
   c.tab_caption = "My RDP Operations (" + std::to_string(count) + ")";
 }
 
+void chosen_changed_elsewhere(Ui& ui) {
+  if (session().current_file.empty()) return;
+  tab_cap();
+  if (catalogue().tab == 2) rebuild_tree(ui, true);
+}
+
 void addto_oplist(Ui& ui, int64_t operation_id) {
   Catalogue& c = catalogue();
   ExplorerState& ex = explorer_state();

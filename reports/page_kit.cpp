@@ -739,7 +739,8 @@ void summary_page(Ui& ui) {
   if (regions.rows() > 0)
     out.line(R"(<a href=hot.hot><img src=graphics/hotspot.gif alt="Hotspot report" border=0></a>)");
   out.line("</p>");
-  out.line(paragraph("<strong>File: </strong>" + html_escape(file_name_of(s.current_file, 1))));
+  out.line(paragraph("<strong>File: </strong>" + html_escape(file_name_of(s.current_file, 1)) +
+                     (s.current_file_read_only ? " (read-only: in use by another ARVEN)" : "")));
   if (regions.rows() > 0) grid_table_plain(regions, out, 1);
   if (!operations.empty()) {
     out.line(paragraph("<strong>Operations: </strong>"));
