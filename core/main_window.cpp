@@ -300,7 +300,7 @@ bool dispatch_navigation_main(Ui& ui, const std::string& target) {
   return true;
 }
 
-void panel_click(int panel) {
+void panel_click(Ui& ui, int panel) {
   if (panel < 1 || panel > 3) return;
   Session& s = session();
   if (s.Outlook_Frame == panel) {
@@ -309,7 +309,7 @@ void panel_click(int panel) {
   }
   // Opening one panel closes the other; once open, it is remembered.
   s.Outlook_Frame = panel;
-  save_setting("Settings", "Outlook_Frame", std::to_string(panel));
+  save_settings(ui, "Settings", {{"Outlook_Frame", std::to_string(panel)}});
 }
 
 void build_main_page(Ui& ui) {

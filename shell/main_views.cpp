@@ -63,7 +63,7 @@ void register_main_windows(WebUi& ui) {
     if (p.count("menu")) {
       menu_command(ui, p.at("menu"));
     } else if (p.count("panel")) {
-      panel_click(param_int(p, "panel", 0));
+      panel_click(ui, param_int(p, "panel", 0));
     } else if (p.count("group")) {
       int group = param_int(p, "group", 0), tool = param_int(p, "tool", 0);
       // A disabled item produces nothing, not even a message.
