@@ -237,7 +237,7 @@ bool Rows::next() {
     return true;
   }
   if (rc == SQLITE_DONE) return false;
-  db_->fail_call(sqlite3_errcode(db_->handle()));
+  db_->fail_call(rc);
 }
 
 void Rows::fail_number(const NumberError& e) const {
@@ -323,10 +323,6 @@ void configure_library() {
   }();
   (void)done;
 }
-
-}  // namespace
-
-namespace {
 
 // A first read, so that a file that is not a store fails at the open and a
 // hot journal is met there. The extended result code; the text in `msg`.
