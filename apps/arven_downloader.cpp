@@ -22,6 +22,7 @@
 #include "apps/app_options.h"
 #include "core/preferences.h"
 #include "core/registry.h"
+#include "core/replace_file.h"
 #include "settings/store_install.h"
 #include "settings/update_check.h"
 #include "settings/update_server.h"
@@ -160,10 +161,16 @@ int main(int argc, char** argv) {
     std::string item = get_setting("Download", "Item to download", "");
     result = install_item(item, options.app_dir, report);
     report(result.empty() ? "Installed; starting ARVEN again" : result);
-    save_setting("Download", "Item to download", "");
-    save_setting("Download", "Installed", result.empty() ? item : "");
-    // Shown by the program at its next start: made plain text first.
-    save_setting("Download", "Result", printable_ascii(result));
+    // The result is shown by the program at its next start: made plain text
+    // first. A disk that cannot take it does not keep the program from
+    // starting again.
+    try {
+      save_settings("Download", {{"Item to download", ""},
+                                 {"Installed", result.empty() ? item : ""},
+                                 {"Result", printable_ascii(result)}});
+    } catch (const FileWriteError& e) {
+      std::cerr << "arven-downloader: " << e.what() << "\n";
+    }
   }
   if (!result.empty()) std::cerr << "arven-downloader: " << result << "\n";
   if (!restart.empty()) {

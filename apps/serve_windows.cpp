@@ -6,8 +6,10 @@
 #include "core/main_window.h"
 #include "core/session.h"
 #include "core/startup.h"
+#include "engine/catalogue.h"
 #include "settings/update_check.h"
 #include "shell/explorer_view.h"
+#include "shell/file_watch.h"
 #include "shell/main_views.h"
 #include "shell/opman_view.h"
 #include "shell/regions_view.h"
@@ -32,7 +34,12 @@ int serve_windows(const AppOptions& options, int admin_mode, const char* program
   shell::register_settings_window(ui);
   shell::register_rvc_window(ui);
   if (register_more) register_more(ui);
-  worker.after_event = [&ui] { ui.refresh_controls(); };
+  // A file open read-only may be changed by the program that holds it.
+  shell::FileWatch watch(worker, [&ui] { chosen_changed_elsewhere(ui); });
+  worker.after_event = [&ui, &watch] {
+    watch.update();
+    ui.refresh_controls();
+  };
   worker.on_failure = [&ui](const std::string& what) { ui.show_failure(what); };
 
   shell::Server server(ui, options.app_dir,

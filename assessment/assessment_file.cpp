@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <ctime>
 #include <filesystem>
 #include <optional>
@@ -41,6 +43,90 @@ constexpr const char* kCannotCreateTitle = "Cannot create file";
 constexpr const char* kCannotSaveTitle = "Cannot save file";
 constexpr const char* kSaveTitle = "Save ARVEN File As...";
 constexpr const char* kOpenTitle = "Open ARVEN File...";
+constexpr const char* kInUseTitle = "File in use";
+
+// ---- the lock on the open file ----
+//
+// While a file is the current one, this program holds an exclusive flock()
+// on it, so that a second program opening it learns that it is in use. Such
+// locks and the database library's byte-range locks do not meet. The lock's
+// handle stays open until another file becomes current or none is: closing
+// a handle of the file would also drop the library's own locks, so it is
+// never closed while a command is at work on the file.
+
+struct HeldLock {
+  int fd = -1;
+  dev_t dev = 0;
+  ino_t ino = 0;
+};
+
+HeldLock& held_lock() {
+  static HeldLock held;
+  return held;
+}
+
+// True when this program holds the lock on the file at `path`.
+bool holds_lock(const std::string& path) {
+  const HeldLock& h = held_lock();
+  struct stat st {};
+  return h.fd >= 0 && ::stat(path.c_str(), &st) == 0 && st.st_dev == h.dev && st.st_ino == h.ino;
+}
+
+// A lock taken on a file, released when destroyed unless kept.
+class FileLock {
+ public:
+  // Takes the lock; in_use() when another program holds it. A file that
+  // cannot be opened at all gets no lock (its open fails later, and says why).
+  explicit FileLock(const std::string& path) {
+    fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd_ < 0) return;
+    if (::flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+      in_use_ = errno == EWOULDBLOCK;
+      ::close(fd_);
+      fd_ = -1;
+    }
+  }
+  ~FileLock() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+  bool in_use() const { return in_use_; }
+  // Makes this the lock of the current file, in place of the one held.
+  void keep() {
+    HeldLock& h = held_lock();
+    if (h.fd >= 0) ::close(h.fd);
+    h = HeldLock{};
+    struct stat st {};
+    if (fd_ >= 0 && ::fstat(fd_, &st) == 0)
+      h = HeldLock{fd_, st.st_dev, st.st_ino};
+    else if (fd_ >= 0)
+      ::close(fd_);
+    fd_ = -1;
+  }
+
+ private:
+  int fd_ = -1;
+  bool in_use_ = false;
+};
+
+// No file is current: the lock and the read-only mark go.
+void release_current_file() {
+  HeldLock& h = held_lock();
+  if (h.fd >= 0) ::close(h.fd);
+  h = HeldLock{};
+  session().current_file_read_only = false;
+  set_read_only_file({});
+}
+
+// True (after telling the user) when another program holds the file, so
+// that it may not be replaced.
+bool refuse_in_use(Ui& ui, const std::string& path) {
+  if (holds_lock(path) || !FileLock(path).in_use()) return false;
+  ui.message_box(write_failure_text(path, WriteFault::in_use), kInUseTitle, MsgButtons::Ok,
+                 MsgIcon::Exclamation);
+  return true;
+}
 
 // A file time with its nanoseconds, ordered.
 using Stamp = std::pair<int64_t, int64_t>;
@@ -173,7 +259,7 @@ void create_assessment_file(const std::string& path) {
                                                 std::to_string(++serial) + ".arv");
   try {
     create_assessment_store(temp);
-    fs::rename(temp, target);
+    durable_rename(temp, target);
   } catch (...) {
     std::error_code ec;
     fs::remove(temp, ec);
@@ -188,8 +274,31 @@ OpenResult open_assessment_file(Ui& ui, const std::string& path) {
   closed.changed = true;
   if (!file_exists(path)) {
     s.current_file.clear();
+    release_current_file();
     return closed;
   }
+
+  // A file that another program has open is shown read-only, or not at all.
+  const bool ours = holds_lock(path);
+  FileLock lock(ours ? std::string() : path);
+  const bool read_only = ours ? s.current_file_read_only : lock.in_use();
+  if (read_only && !ours &&
+      ui.message_box("The file " + path +
+                         " is in use: another ARVEN has it open.\n\nSelect OK to open it "
+                         "read-only, or Cancel to leave it closed.",
+                     kInUseTitle, MsgButtons::OkCancel, MsgIcon::Exclamation) != Answer::Ok)
+    return OpenResult{};
+  // The checks read the file as it will be opened; a refusal puts the mark
+  // of the file open before back.
+  const std::string before = s.current_file_read_only ? s.current_file : std::string();
+  set_read_only_file(read_only ? path : std::string());
+  struct Restore {
+    const std::string& before;
+    bool armed = true;
+    ~Restore() {
+      if (armed) set_read_only_file(before);
+    }
+  } restore{before};
 
   int64_t country = 0;  // the country whose store the file chooses, 0 for none
   bool missing = false;
@@ -208,6 +317,8 @@ OpenResult open_assessment_file(Ui& ui, const std::string& path) {
     // Older and newer structures alike are refused; there is no conversion.
     if (structure.is_empty() || structure.as_double() != kStructureVersion) {
       s.current_file.clear();
+      restore.armed = false;
+      release_current_file();
       ui.message_box(kIncompatibleText, kIncompatibleTitle, MsgButtons::Ok, MsgIcon::Stop);
       return closed;
     }
@@ -235,6 +346,8 @@ OpenResult open_assessment_file(Ui& ui, const std::string& path) {
 
   if (missing) {
     s.current_file.clear();
+    restore.armed = false;
+    release_current_file();
     std::string text = std::string(kNotInstalledText) + country_label(missing_country) + ".\n\n" +
                        kDownloadQuestion;
     if (ui.message_box(text, kNotInstalledTitle, MsgButtons::YesNo, MsgIcon::Question) !=
@@ -249,6 +362,9 @@ OpenResult open_assessment_file(Ui& ui, const std::string& path) {
     s.ops_db_path = s.rvc_db_path;
   }
   s.current_file = path;
+  restore.armed = false;
+  if (!ours) lock.keep();
+  s.current_file_read_only = read_only;
   stamp_access_time(path);
   add_recent_file("", "", path);
   refresh_recent_files();
@@ -263,7 +379,7 @@ OpenResult open_assessment_file(Ui& ui, const std::string& path) {
 
 OpenResult file_new(Ui& ui) {
   std::string path = ui.file_dialog(dialog(true, kSaveTitle));
-  if (path.empty()) return {};
+  if (path.empty() || refuse_in_use(ui, path)) return {};
   try {
     create_assessment_file(path);
   } catch (const std::exception& e) {
@@ -291,12 +407,16 @@ OpenResult file_save_as(Ui& ui) {
   FileDialogRequest request = dialog(true, kSaveTitle);
   request.default_name = file_name_of(s.current_file, 0);
   std::string path = ui.file_dialog(request);
-  if (path.empty() || same_file(path, s.current_file)) return {};
-  std::error_code ec;
-  fs::copy_file(s.current_file, path, fs::copy_options::overwrite_existing, ec);
-  if (ec) {
-    ui.message_box("The file could not be saved as " + path + ".\n\n" + ec.message(),
-                   kCannotSaveTitle, MsgButtons::Ok, MsgIcon::Exclamation);
+  if (path.empty() || same_file(path, s.current_file) || refuse_in_use(ui, path)) return {};
+  // A copy made beside the chosen name replaces a file there only once whole.
+  try {
+    ReplacingFile copy(path);
+    std::error_code ec;
+    fs::copy_file(s.current_file, copy.for_library(), fs::copy_options::overwrite_existing, ec);
+    if (ec) throw write_error(path, ec.value());
+    copy.commit();
+  } catch (const FileWriteError& e) {
+    ui.message_box(e.what(), kCannotSaveTitle, MsgButtons::Ok, MsgIcon::Exclamation);
     return {};
   }
   std::string before = s.current_file;

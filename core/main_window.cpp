@@ -300,7 +300,7 @@ bool dispatch_navigation_main(Ui& ui, const std::string& target) {
   return true;
 }
 
-void panel_click(int panel) {
+void panel_click(Ui& ui, int panel) {
   if (panel < 1 || panel > 3) return;
   Session& s = session();
   if (s.Outlook_Frame == panel) {
@@ -309,7 +309,7 @@ void panel_click(int panel) {
   }
   // Opening one panel closes the other; once open, it is remembered.
   s.Outlook_Frame = panel;
-  save_setting("Settings", "Outlook_Frame", std::to_string(panel));
+  save_settings(ui, "Settings", {{"Outlook_Frame", std::to_string(panel)}});
 }
 
 void open_file_and_show(Ui& ui, const std::string& path) {
@@ -336,7 +336,7 @@ void exit_program(Ui& ui, int mode) {
   if (mode == 1 && ui.message_box("Are you sure you want to exit?", "Exit", MsgButtons::YesNo,
                                   MsgIcon::Question) == Answer::No)
     return;
-  save_outlook_frame();
+  save_outlook_frame(ui);
   ui.quit();
 }
 
@@ -345,7 +345,7 @@ void about_box_load() {
 }
 
 void about_box_close(Ui& ui) {
-  about_box_closed(about_box().show_splash);
+  about_box_closed(ui, about_box().show_splash);
   ui.close_window("about");
 }
 

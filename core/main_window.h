@@ -71,8 +71,9 @@ void menu_command(Ui& ui, const std::string& name);
 // A link of the main page. True when the navigation was a command (and so
 // cancelled); "http" addresses and unknown suffixes are left alone.
 bool dispatch_navigation_main(Ui& ui, const std::string& target);
-// A click on a panel's caption: opens it (closing any other) or closes it.
-void panel_click(int panel);
+// A click on a panel's caption: opens it (closing any other) or closes it;
+// the open one is remembered in the preferences (a failure told once).
+void panel_click(Ui& ui, int panel);
 
 // Writes and shows the main page: the summary of the open file, or the
 // welcome page without one.

@@ -1,12 +1,15 @@
 #include "core/preferences.h"
 
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <vector>
 
 #include "core/numbers.h"
+#include "core/replace_file.h"
 
 namespace arven {
 
@@ -88,14 +91,16 @@ std::string get_setting(const std::string& section, const std::string& key,
   return fallback;
 }
 
-void save_setting(const std::string& section, const std::string& key, const std::string& value) {
-  auto path = preferences_path();
-  auto lines = read_lines(path);
-  std::string current;
-  bool in_section = false, done = false;
+namespace {
+
+// Sets the key in the lines of the file: in place when the section has it,
+// otherwise at the end of the section, or in a new section at the end.
+void set_key(std::vector<std::string>& lines, const std::string& section, const std::string& key,
+             const std::string& value) {
+  bool in_section = false;
   size_t section_end = lines.size();  // where to add the key in an existing section
   bool section_found = false;
-  for (size_t i = 0; i < lines.size() && !done; ++i) {
+  for (size_t i = 0; i < lines.size(); ++i) {
     if (auto s = section_of(lines[i])) {
       if (in_section) section_end = i;
       in_section = same_name(*s, section);
@@ -105,31 +110,53 @@ void save_setting(const std::string& section, const std::string& key, const std:
     if (in_section) {
       if (auto e = entry_of(lines[i]); e && same_name(e->first, key)) {
         lines[i] = e->first + "=" + value;
-        done = true;
+        return;
       }
     }
   }
-  if (!done) {
-    if (!section_found) {
-      if (!lines.empty() && !trim(lines.back()).empty()) lines.push_back("");
-      lines.push_back("[" + section + "]");
-      lines.push_back(key + "=" + value);
-    } else {
-      if (in_section) section_end = lines.size();
-      // Keep blank lines that separate sections after the new key.
-      while (section_end > 0 && trim(lines[section_end - 1]).empty()) --section_end;
-      lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(section_end), key + "=" + value);
-    }
+  if (!section_found) {
+    if (!lines.empty() && !trim(lines.back()).empty()) lines.push_back("");
+    lines.push_back("[" + section + "]");
+    lines.push_back(key + "=" + value);
+    return;
   }
+  if (in_section) section_end = lines.size();
+  // Keep blank lines that separate sections after the new key.
+  while (section_end > 0 && trim(lines[section_end - 1]).empty()) --section_end;
+  lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(section_end), key + "=" + value);
+}
+
+}  // namespace
+
+void save_settings(const std::string& section, const SettingValues& values) {
+  auto path = preferences_path();
   std::error_code ec;
+  // A file that is there but cannot be read is not replaced by the new keys
+  // alone.
+  if (std::filesystem::exists(path, ec) && !std::ifstream(path))
+    throw FileWriteError(path, WriteFault::other,
+                         std::string("it cannot be read: ") + std::strerror(errno));
+  auto lines = read_lines(path);
+  for (const auto& [key, value] : values) set_key(lines, section, key, value);
   std::filesystem::create_directories(path.parent_path(), ec);
-  auto tmp = path;
-  tmp += ".tmp";
-  {
-    std::ofstream out(tmp, std::ios::trunc);
-    for (const auto& l : lines) out << l << '\n';
+  if (ec) throw write_error(path, ec.value());
+  std::string text;
+  for (const auto& l : lines) text += l + '\n';
+  replace_file(path, text);
+}
+
+bool save_settings(Ui& ui, const std::string& section, const SettingValues& values) {
+  try {
+    save_settings(section, values);
+    return true;
+  } catch (const FileWriteError& e) {
+    ui.message_box(e.what(), kFileWriteTitle, MsgButtons::Ok, MsgIcon::Stop);
+    return false;
   }
-  std::filesystem::rename(tmp, path, ec);
+}
+
+void save_setting(const std::string& section, const std::string& key, const std::string& value) {
+  save_settings(section, {{key, value}});
 }
 
 int get_setting_int(const std::string& section, const std::string& key, int fallback) {

@@ -32,6 +32,9 @@ struct Session {
   int settings_structure_version = 0;
 
   std::string current_file;
+  // Set when another program held the open file and it was opened
+  // read-only: every write to it fails, saying that it is in use.
+  bool current_file_read_only = false;
   // Set while the operation manager is open, and while it edits the
   // operations of the open assessment file.
   bool operation_manager_open = false;

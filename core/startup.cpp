@@ -4,6 +4,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -29,20 +30,32 @@ std::string app_path(const char* relative) {
   return (session().app_folder / relative).string();
 }
 
+// A key whose value the settings dialog's control can show: a value out of
+// [lo, hi] falls back to the default, so that the dialog never shows one
+// value and writes back another.
+int setting_within(const char* key, int fallback, int lo, int hi) {
+  int v = get_setting_int(kSection, key, fallback);
+  return v < lo || v > hi ? fallback : v;
+}
+
 // Reads the keys after Outlook_Frame, in their fixed order.
 void read_remaining_preferences() {
   Session& s = session();
-  s.ShowSplash = get_setting_int(kSection, "ShowSplash", 1);
-  s.miti_weight = get_setting_int(kSection, "miti_weight", 100);
-  s.adapt_weight = get_setting_int(kSection, "adapt_weight", 100);
-  s.prod_weight = get_setting_int(kSection, "prod_weight", 100);
-  s.cseq_years = get_setting_int(kSection, "cseq_years", 10);
-  s.cseq_included = get_setting_int(kSection, "cseq_included", 1);
-  s.hotspot_sens = get_setting_int(kSection, "hotspot_sens", 1);
-  s.hotspot_regional = get_setting_int(kSection, "hotspot_regional", 0);
+  s.ShowSplash = setting_within("ShowSplash", 1, 0, 1);
+  s.miti_weight = setting_within("miti_weight", 100, 0, kWeightMax);
+  s.adapt_weight = setting_within("adapt_weight", 100, 0, kWeightMax);
+  s.prod_weight = setting_within("prod_weight", 100, 0, kWeightMax);
+  s.cseq_years = get_setting_int(kSection, "cseq_years", 10);  // no control shows it
+  s.cseq_included = setting_within("cseq_included", 1, 0, 1);
+  s.hotspot_sens = setting_within("hotspot_sens", 1, 1, 2);
+  s.hotspot_regional = setting_within("hotspot_regional", 0, 0, 1);
   s.ranking_TH = get_setting_int(kSection, "ranking_TH", 50);
+  const auto& horizons = ranking_horizons();
+  if (std::find(horizons.begin(), horizons.end(), s.ranking_TH) == horizons.end())
+    s.ranking_TH = 50;
   s.def_uptake = get_setting_float(kSection, "def_uptake", 50);
-  s.hotspot_exclude_C0 = get_setting_int(kSection, "hotspot_exclude_C0", 1);
+  if (!(s.def_uptake >= 0 && s.def_uptake <= kUptakeMax)) s.def_uptake = 50;
+  s.hotspot_exclude_C0 = setting_within("hotspot_exclude_C0", 1, 0, 1);
 }
 
 void report_store_error(Ui* ui, const StoreError& e) {
@@ -112,13 +125,13 @@ void load_rvc_n_factors() {
   }
 }
 
-void about_box_closed(bool show_splash) {
-  session().ShowSplash = show_splash ? 1 : 0;
-  save_setting(kSection, "ShowSplash", show_splash ? "1" : "0");
+void about_box_closed(Ui& ui, bool show_splash) {
+  if (save_settings(ui, kSection, {{"ShowSplash", show_splash ? "1" : "0"}}))
+    session().ShowSplash = show_splash ? 1 : 0;
 }
 
-void save_outlook_frame() {
-  save_setting(kSection, "Outlook_Frame", std::to_string(session().Outlook_Frame));
+void save_outlook_frame(Ui& ui) {
+  save_settings(ui, kSection, {{"Outlook_Frame", std::to_string(session().Outlook_Frame)}});
 }
 
 std::string special_folder(int id) {
@@ -216,8 +229,8 @@ void Main(Ui& ui, const StartupHooks& hooks) {
       report_store_error(&ui, e);
     }
     if (hooks.build_main_page) hooks.build_main_page(ui);
-    if (get_setting(kSection, "Restart_Flag", "0") == "1") {
-      save_setting(kSection, "Restart_Flag", "0");
+    if (get_setting(kSection, "Restart_Flag", "0") == "1" &&
+        save_settings(ui, kSection, {{"Restart_Flag", "0"}})) {
       std::string file = take_file_to_reopen();
       if (!file.empty() && hooks.reopen_file) hooks.reopen_file(ui, file);
       if (s.update_state == 1) show_settings(ui, kSettingsUpdateTab, true);

@@ -46,12 +46,14 @@ Value store_version(int cc);
 // Fills session().rvc_n_factor from RVC_List of rvc_db_path.
 void load_rvc_n_factors();
 
-// Writes ShowSplash when the About box closes (its check box's state).
-void about_box_closed(bool show_splash);
+// Writes ShowSplash when the About box closes (its check box's state); a
+// file that cannot be written is reported and the session keeps its value.
+void about_box_closed(Ui& ui, bool show_splash);
 
 // Saves the open navigation panel; the exit command and closing the main
-// window both call it before the program ends.
-void save_outlook_frame();
+// window both call it before the program ends (a failure is reported, and
+// the program ends all the same).
+void save_outlook_frame(Ui& ui);
 
 // A user folder by shell id: 0 the desktop, 5 the documents folder; empty
 // when there is none.

@@ -384,6 +384,12 @@ void tab_cap() {
   c.tab_caption = "My RDP Operations (" + std::to_string(count) + ")";
 }
 
+void chosen_changed_elsewhere(Ui& ui) {
+  if (session().current_file.empty()) return;
+  tab_cap();
+  if (catalogue().tab == 2) rebuild_tree(ui, true);
+}
+
 void addto_oplist(Ui& ui, int64_t operation_id) {
   Catalogue& c = catalogue();
   ExplorerState& ex = explorer_state();
@@ -518,11 +524,18 @@ void select_all(Ui& ui) {
     }
   }
   if (ids.empty()) return;
+  // A disk that cannot take one operation takes none after it: the run
+  // stops at the first such failure, told once.
+  engine_detail::OneWriteFailureMessage one_message;
   c.select_all_running = true;
-  wait_page("summary.htm", "Calculating regional impact data. Please wait...");
-  ui.navigate("explorer", "summary.htm");
+  try {
+    wait_page("summary.htm", "Calculating regional impact data. Please wait...");
+    ui.navigate("explorer", "summary.htm");
+  } catch (const std::exception& e) {
+    engine_detail::report_failure(ui, e);
+  }
   const int count = static_cast<int>(ids.size());
-  for (int i = 0; i < count; ++i) {
+  for (int i = 0; i < count && !one_message.told(); ++i) {
     const int64_t id = ids[static_cast<size_t>(i)];
     try {
       ui.progress(i, count, "Calculating data for... " + operation_field(id, 1).as_text());
@@ -533,9 +546,13 @@ void select_all(Ui& ui) {
   }
   c.select_all_running = false;
   ui.progress(0, 0, "");
-  tab_cap();
-  tree.select(0);
-  fire_node_click(ui, false);
+  try {
+    tab_cap();
+    tree.select(0);
+    fire_node_click(ui, false);
+  } catch (const std::exception& e) {
+    engine_detail::report_failure(ui, e);
+  }
 }
 
 }  // namespace arven

@@ -94,6 +94,9 @@ void remove_oplist(Ui& ui, int64_t operation_id);
 // Without a question: the caller asks ("REMOVE ALL").
 void remove_all(Ui& ui);
 void tab_cap();
+// The open file was changed by another program (it is open here read-only):
+// the count on the tab is read again, and the chosen tree when it shows.
+void chosen_changed_elsewhere(Ui& ui);
 // The "Select All" button.
 void select_all(Ui& ui);
 

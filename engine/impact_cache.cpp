@@ -444,6 +444,9 @@ bool show_stale_cache_page(Ui& ui) {
 
 ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) {
   ExplorerState& ex = explorer_state();
+  // The file is written in one transaction: a disk that cannot take it
+  // leaves every operation as it was, and is told once.
+  engine_detail::OneWriteFailureMessage one_message;
   ex.update_running = true;
   ImpactStatus status = ImpactStatus::done;
   std::string finished;  // the word left in the status bar
@@ -507,7 +510,13 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) 
   if (hooks.rebuild_lists) hooks.rebuild_lists(ui);
   ex.update_running = false;
   ui.progress(0, 0, finished);
-  if (hooks.after_update) hooks.after_update(ui);
+  if (hooks.after_update) {
+    try {
+      hooks.after_update(ui);
+    } catch (const std::exception& e) {
+      engine_detail::report_failure(ui, e);
+    }
+  }
   return status;
 }
 

@@ -422,7 +422,40 @@ std::string country_store_for(const std::string& nuts_code) {
   return path.empty() ? country_store_path(s.app_folder, code).string() : path;
 }
 
+namespace {
+
+struct WriteFailureMessages {
+  int commands = 0;  // OneWriteFailureMessage objects standing
+  bool told = false;
+};
+
+WriteFailureMessages& write_failure_messages() {
+  static WriteFailureMessages m;
+  return m;
+}
+
+}  // namespace
+
+OneWriteFailureMessage::OneWriteFailureMessage() {
+  if (write_failure_messages().commands++ == 0) write_failure_messages().told = false;
+}
+
+OneWriteFailureMessage::~OneWriteFailureMessage() {
+  if (--write_failure_messages().commands == 0) write_failure_messages().told = false;
+}
+
+bool OneWriteFailureMessage::told() const {
+  return write_failure_messages().told;
+}
+
 void report_failure(Ui& ui, const std::exception& e) {
+  WriteFailureMessages& messages = write_failure_messages();
+  if (write_fault_of(e)) {
+    if (messages.commands > 0 && messages.told) return;
+    messages.told = messages.commands > 0;
+    ui.message_box(e.what(), kFileWriteTitle, MsgButtons::Ok, MsgIcon::Stop);
+    return;
+  }
   std::string title = "ARVEN Software Error";
   if (auto* impact = dynamic_cast<const ImpactError*>(&e))
     title = impact->title();

@@ -216,8 +216,24 @@ void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id);
 // holds one.
 void save_impact(ImpactContext& ctx, int64_t operation_id);
 
-// Shows a failure of a command to the user.
+// Shows a failure of a command to the user. A file that could not be written
+// (a full disk, a read-only folder, a file in use) is told in those words,
+// and only once while a OneWriteFailureMessage stands.
 void report_failure(Ui& ui, const std::exception& e);
+
+// Marks a command that writes many times (a recalculation, Select All): a
+// disk that cannot take one write fails the next ones too, so while one of
+// these stands report_failure tells only the first such failure, and the
+// command asks told() to stop there.
+class OneWriteFailureMessage {
+ public:
+  OneWriteFailureMessage();
+  ~OneWriteFailureMessage();
+  OneWriteFailureMessage(const OneWriteFailureMessage&) = delete;
+  OneWriteFailureMessage& operator=(const OneWriteFailureMessage&) = delete;
+  // Whether a write failure has been told during the command.
+  bool told() const;
+};
 
 // Stable sort of the data rows on a column: numbers as numbers, other text
 // without regard to case, numbers before text.

@@ -392,10 +392,7 @@ std::string export_details_xlsx() {
     }
   }
   auto path = session().app_folder / "dbases" / "baseline_and_operations_details.xlsx";
-  auto part = path;
-  part += ".part";
-  write_xlsx(t, part, "Details");
-  std::filesystem::rename(part, path);
+  write_xlsx(t, path, "Details");  // replaces the file whole
   return path.string();
 }
 

@@ -196,7 +196,7 @@ class StoreUnderConstruction {
   }
   const std::filesystem::path& temp() const { return temp_; }
   void rename_into_place() {
-    std::filesystem::rename(temp_, final_);
+    durable_rename(temp_, final_);
     renamed_ = true;
   }
 

@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 
+#include "core/replace_file.h"
 #include "core/session.h"
 #include "core/text.h"
 #include "core/ui.h"
@@ -217,20 +218,11 @@ fs::path with_suffix(const fs::path& p, const char* suffix) {
   return out;
 }
 
-void write_text_file(const fs::path& path, const std::string& text) {
+// Replaces the file (core/replace_file.h), its folder made when missing.
+void replace_text_file(const fs::path& path, const std::string& text) {
   std::error_code ec;
   fs::create_directories(path.parent_path(), ec);
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << text;
-  out.close();
-  if (!out) throw StoreError(path, "the file could not be written");
-}
-
-// Writes the file under a temporary name, then renames it into place.
-void replace_text_file(const fs::path& path, const std::string& text) {
-  fs::path tmp = with_suffix(path, ".tmp");
-  write_text_file(tmp, text);
-  durable_rename(tmp, path);
+  replace_file(path, text);
 }
 
 // Replaces a table of the target by the source's: its definition with its
@@ -315,9 +307,10 @@ void copy_store_file(const fs::path& from, const fs::path& to) {
   std::error_code ec;
   if (!fs::is_regular_file(from, ec)) throw StoreError(from, "the file does not exist");
   fs::create_directories(to.parent_path(), ec);
-  fs::path tmp = with_suffix(to, ".tmp");
-  fs::copy_file(from, tmp, fs::copy_options::overwrite_existing);
-  durable_rename(tmp, to);
+  ReplacingFile copy(to);
+  fs::copy_file(from, copy.for_library(), fs::copy_options::overwrite_existing, ec);
+  if (ec) throw write_error(to, ec.value());
+  copy.commit();
 }
 
 bool store_is_whole(const fs::path& store) {
@@ -568,22 +561,15 @@ int publish_country_store(Ui& ui, const fs::path& target, const std::string& cou
   std::string date = latest_last_updated(operation_ids);
   write_version_row(target, date);
   fs::path csv = country_version_file_path(country_code);
-  fs::path zip = country_archive_path(country_code);
-  fs::path csv_tmp = with_suffix(csv, ".tmp");
-  fs::path zip_tmp = with_suffix(zip, ".tmp");
   std::error_code ec;
-  write_text_file(csv_tmp, version_file_text(date) + "\n");
-  fs::remove(zip_tmp, ec);
-  int result = zip_store_on_all_cores(ui, target, zip_tmp);
-  if (result != kZipOk) {
-    fs::remove(csv_tmp, ec);
-    fs::remove(zip_tmp, ec);
-    return result;
-  }
+  fs::create_directories(csv.parent_path(), ec);
+  ReplacingFile version_file(csv);
+  version_file.write(version_file_text(date) + "\n");
+  int result = zip_store_on_all_cores(ui, target, country_archive_path(country_code));
+  if (result != kZipOk) return result;
   // The archive first: a version file never announces an archive not yet there.
-  durable_rename(zip_tmp, zip);
-  write_sha256_file(zip);
-  durable_rename(csv_tmp, csv);
+  write_sha256_file(country_archive_path(country_code));
+  version_file.commit();
   return kZipOk;
 }
 

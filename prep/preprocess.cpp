@@ -413,13 +413,17 @@ void build_pragmas(Db& db) {
 // Areas written per transaction.
 constexpr int kAreasPerTransaction = 64;
 
+bool build_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::string& cc,
+                   const fs::path& building, bool& armed);
+
 // One country of the run; false when it was halted.
 bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::string& cc) {
   const RunParams& params = run.params;
   const fs::path target = country_target_path(cc);
   // The store is built beside the target and replaces it when the run ends
-  // in any way but a kill: done, halted or stopped by a fault (rows already
-  // written for areas stay, as they would in place).
+  // in any way but a kill or a disk that cannot take it: done, halted or
+  // stopped by a fault of the data (rows already written for areas stay, as
+  // they would in place).
   const fs::path building = fs::path(target.string() + ".tmp");
   std::error_code ec;
   fs::remove(building, ec);
@@ -429,9 +433,9 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
     if (store_is_whole(target))
       copy_store_file(target, prepro_folder() / ("backup_" + target.filename().string()));
     if (!fs::exists(prepro_base_path())) new_basefile();
-    fs::copy_file(prepro_base_path(), building, fs::copy_options::overwrite_existing);
+    copy_store_file(prepro_base_path(), building);
   } else {
-    fs::copy_file(target, building, fs::copy_options::overwrite_existing);
+    copy_store_file(target, building);
   }
   struct Replace {
     const fs::path &from, &to;
@@ -441,7 +445,24 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
       if (armed) durable_rename(from, to, e);
     }
   } replace{building, target};
+  try {
+    return build_country(ui, run, nuts0_id, cc, building, replace.armed);
+  } catch (const std::exception& e) {
+    // A full disk or a read-only folder: the old store stays as it was.
+    if (write_fault_of(e)) {
+      replace.armed = false;
+      fs::remove(building, ec);
+    }
+    throw;
+  }
+}
 
+// Fills the store being built and publishes it; `armed` is cleared before
+// the store is put in place here.
+bool build_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::string& cc,
+                   const fs::path& building, bool& armed) {
+  const RunParams& params = run.params;
+  const fs::path target = country_target_path(cc);
   fill_country_store(building, nuts0_id, params.dq_refs, &ui);
 
   Db rvc = Db::open(session().rvc_db_path);
@@ -575,7 +596,7 @@ bool run_country(Ui& ui, const CountryRun& run, int64_t nuts0_id, const std::str
   store_file.reset();
   std::vector<int64_t> ids;
   for (const auto& op : params.operations) ids.push_back(op.id);
-  replace.armed = false;
+  armed = false;
   durable_rename(building, target);
   const auto publishing = std::chrono::steady_clock::now();
   publish_country_store(ui, target, cc, ids);

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/replace_file.h"
 #include "core/ui.h"
 #include "settings/zip_files.h"
 
@@ -87,9 +88,8 @@ int zip_store_on_all_cores(Ui& ui, const fs::path& store, const fs::path& zip) {
   if (size >= 0xFFFFFFFFull)
     return fail(ui, kZipBadOption, "zip: " + store.string() + " is too large for this archive");
   std::ifstream in(store, std::ios::binary);
-  std::ofstream out(zip, std::ios::binary | std::ios::trunc);
   if (!in) return fail(ui, kZipReadError, "zip: cannot read " + store.string());
-  if (!out) return fail(ui, kZipCreateError, "zip: cannot create " + zip.string());
+  ReplacingFile out(zip);
 
   const std::string name = store.filename().string();
   const std::pair<uint16_t, uint16_t> stamp = dos_time(store);
@@ -110,7 +110,7 @@ int zip_store_on_all_cores(Ui& ui, const fs::path& store, const fs::path& zip) {
     return h + name;
   };
   const std::string first = header(0, 0);  // sizes and CRC follow once known
-  out.write(first.data(), static_cast<std::streamsize>(first.size()));
+  out.write(first);
 
   // Pieces are read in order, deflated by the workers in any order and
   // written in order, with a bounded number in flight.
@@ -147,6 +147,22 @@ int zip_store_on_all_cores(Ui& ui, const fs::path& store, const fs::path& zip) {
   uLong crc = crc32(0L, Z_NULL, 0);
   uint64_t csize = 0;
   bool deflate_failed = false;
+  // Stops the deflating workers however the function ends.
+  struct Stop {
+    std::mutex& m;
+    std::condition_variable& cv;
+    std::atomic<bool>& stop;
+    std::vector<std::thread>& workers;
+    ~Stop() {
+      {
+        std::lock_guard lock(m);
+        stop = true;
+        cv.notify_all();
+      }
+      for (auto& w : workers)
+        if (w.joinable()) w.join();
+    }
+  } stopper{m, cv, stop, workers};
   while (written < count) {
     // Read ahead while the window allows.
     {
@@ -175,18 +191,12 @@ int zip_store_on_all_cores(Ui& ui, const fs::path& store, const fs::path& zip) {
       deflate_failed = true;
       break;
     }
-    out.write(p.out.data(), static_cast<std::streamsize>(p.out.size()));
+    out.write(p.out);
     crc = crc32_combine(crc, p.crc, static_cast<z_off_t>(p.in.size()));
     csize += p.out.size();
     pieces[written].reset();
     ++written;
   }
-  {
-    std::lock_guard lock(m);
-    stop = true;
-    cv.notify_all();
-  }
-  for (auto& w : workers) w.join();
   if (read_failed) return fail(ui, kZipReadError, "zip: cannot read " + store.string());
   if (deflate_failed || csize >= 0xFFFFFFFFull)
     return fail(ui, kZipWriteError, "zip: cannot deflate " + store.string());
@@ -220,13 +230,10 @@ int zip_store_on_all_cores(Ui& ui, const fs::path& store, const fs::path& zip) {
   put32(end, static_cast<uint32_t>(central.size()));
   put32(end, offset);
   put16(end, 0);
-  out.write(central.data(), static_cast<std::streamsize>(central.size()));
-  out.write(end.data(), static_cast<std::streamsize>(end.size()));
-  const std::string last = header(static_cast<uint32_t>(crc), static_cast<uint32_t>(csize));
-  out.seekp(0);
-  out.write(last.data(), static_cast<std::streamsize>(last.size()));
-  out.close();
-  if (!out) return fail(ui, kZipWriteError, "zip: cannot write " + zip.string());
+  out.write(central);
+  out.write(end);
+  out.write_at(0, header(static_cast<uint32_t>(crc), static_cast<uint32_t>(csize)));
+  out.commit();
   return kZipOk;
 }
 

@@ -8,11 +8,12 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
-#include <fstream>
+#include <sstream>
 #include <system_error>
 #include <vector>
 
 #include "core/numbers.h"
+#include "core/replace_file.h"
 #include "core/session.h"
 #include "core/utf8.h"
 #include "reports/explorer_window.h"
@@ -53,12 +54,12 @@ std::string failure(const fs::path& file, const std::string& reason) {
   return "The file " + file.string() + " could not be written: " + reason;
 }
 
-// The workbook is written by close(); left without it (an error on the
-// way), it is freed and nothing is written.
+// The workbook is written by close() and then replaces the file; left
+// without it (an error on the way), it is freed and nothing is written.
 class Workbook {
  public:
-  explicit Workbook(const fs::path& file) : file_(file) {
-    book_ = workbook_new(file.c_str());
+  explicit Workbook(const fs::path& file) : file_(file), target_(file) {
+    book_ = workbook_new(target_.for_library().c_str());
     if (!book_) throw ExportError(failure(file, "the workbook could not be started"));
   }
   ~Workbook() {
@@ -72,14 +73,17 @@ class Workbook {
     lxw_error err = workbook_close(book_);
     book_ = nullptr;
     if (err != LXW_NO_ERROR) {
-      std::string reason = lxw_strerror(err);
-      if (errno != 0) reason += " (" + std::string(std::strerror(errno)) + ")";
-      throw ExportError(failure(file_, reason));
+      const int cause = errno;
+      if (cause != 0 && write_fault_of(cause, file_.parent_path()) != WriteFault::other)
+        throw write_error(file_, cause);
+      target_.fail(lxw_strerror(err));
     }
+    target_.commit();
   }
 
  private:
   fs::path file_;
+  ReplacingFile target_;
   lxw_workbook* book_ = nullptr;
 };
 
@@ -120,8 +124,7 @@ std::string html_unescape(std::string_view text) {
 }
 
 void write_csv(const GridTable& grid, const fs::path& file, const ExportContext& context) {
-  std::ofstream out(file, std::ios::binary | std::ios::trunc);
-  if (!out) throw ExportError(failure(file, std::strerror(errno)));
+  std::ostringstream out;
   // The byte-order mark tells a spreadsheet that the text is UTF-8 (ø, æ).
   out << "\xEF\xBB\xBF";
   for (const auto& [label, text] : context)
@@ -134,8 +137,7 @@ void write_csv(const GridTable& grid, const fs::path& file, const ExportContext&
     }
     out << "\r\n";
   }
-  out.close();
-  if (!out) throw ExportError(failure(file, std::strerror(errno)));
+  replace_file(file, out.str());
 }
 
 std::string excel_sheet_name(std::string_view name) {
@@ -259,7 +261,7 @@ bool export_grid(Ui& ui, const GridTable& grid, const std::string& base_name, bo
   try {
     std::error_code ec;
     fs::create_directories(folder, ec);
-    if (ec) throw ExportError(failure(file, ec.message()));
+    if (ec) throw write_error(file, ec.value());
     if (xlsx) {
       write_xlsx(grid, file, base_name, export_context());
     } else {

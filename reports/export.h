@@ -38,8 +38,8 @@ using ExportContext = std::vector<std::pair<std::string, std::string>>;
 // comma, a quote, a CR or an LF quoted with its quotes doubled, lines ended
 // by CRLF. A context comes first, one "label,text" line per pair and an
 // empty line after them, so that a spreadsheet shows it above the table;
-// the table's rows follow unchanged. Throws ExportError when the file
-// cannot be written.
+// the table's rows follow unchanged. The file is replaced as
+// core/replace_file.h does; throws FileWriteError when it cannot be written.
 void write_csv(const GridTable& grid, const std::filesystem::path& file,
                const ExportContext& context = {});
 
@@ -55,7 +55,8 @@ ExportContext export_context();
 // excel_sheet_name): the head row bold, a cell that reads as a number
 // (parse_number, either decimal separator) as a number, empty and "null"
 // cells blank, everything else as text; columns sized to their text.
-// Throws ExportError when the file cannot be written.
+// Replaced as write_csv replaces its file; throws FileWriteError when it
+// cannot be written, ExportError when the workbook cannot be made.
 void write_xlsx(const GridTable& grid, const std::filesystem::path& file,
                 const std::string& sheet_name, const ExportContext& context = {});
 

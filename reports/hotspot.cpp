@@ -9,6 +9,7 @@
 #include "core/lookups.h"
 #include "core/numbers.h"
 #include "core/session.h"
+#include "engine/impact_context.h"
 #include "reports/page_kit.h"
 #include "reports/rvc_browser.h"
 #include "reports/rvc_stores.h"
@@ -135,8 +136,10 @@ bool hotspot_hub(Ui& ui, int64_t rvc_type) {
     if (country >= 1 && country <= kCountryCount &&
         s.country_installed[static_cast<size_t>(country)] != 0)
       s.rvc_db_path = s.country_db_path[static_cast<size_t>(country)];
-    const int level = static_cast<int>(regions.get("NUTS Type ID").as_int());
-    for (int64_t area : stores.areas_within(country, 3, level, regions.get("NUTS ID").as_int())) {
+    const int64_t level = regions.get("NUTS Type ID").as_int();
+    engine_detail::check_level({level, regions.get("NUTS Code").as_text(), 0, 0});
+    for (int64_t area : stores.areas_within(country, 3, static_cast<int>(level),
+                                            regions.get("NUTS ID").as_int())) {
       const int r = b.MSFlexGrid1.add_row();
       for (GridTable* g : {&b.MSFlexGrid2, &b.MSFlexGrid4, &b.MSFlexGrid5}) g->add_row();
       const std::string name = html_escape(stores.area(country, 3, area).name);

@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <ctime>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -14,6 +12,7 @@
 #include "core/session.h"
 #include "core/utf8.h"
 #include "core/version.h"
+#include "engine/impact_context.h"
 #include "reports/rvc_stores.h"
 #include "settings/update_check.h"
 #include "stores/db.h"
@@ -331,39 +330,40 @@ std::string html_escape(std::string_view text) {
 // ---- PageFile ----
 
 namespace {
-[[noreturn]] void page_failure(const char* what, const fs::path& path) {
-  int err = errno;
-  throw fs::filesystem_error(what, path,
-                             err ? std::error_code(err, std::generic_category())
-                                 : std::make_error_code(std::errc::io_error));
-}
+constexpr size_t kPageChunk = 64 * 1024;  // bytes gathered before a write
 }  // namespace
 
-PageFile::PageFile(std::string_view name) : path_(session().app_folder / std::string(name)) {
-  // A new file rather than the old one cut to nothing: the file system then
-  // has no old blocks to flush when the page is closed.
-  std::error_code ignored;
-  std::filesystem::remove(path_, ignored);
-  errno = 0;
-  out_.open(path_, std::ios::binary | std::ios::trunc);
-  if (!out_) page_failure("cannot write the page", path_);
+PageFile::PageFile(std::string_view name)
+    : path_(session().app_folder / std::string(name)),
+      file_(std::make_unique<ReplacingFile>(path_)),
+      exceptions_(std::uncaught_exceptions()) {}
+
+PageFile::~PageFile() {
+  if (!file_ || std::uncaught_exceptions() > exceptions_) return;  // the old page stays
+  try {
+    close();
+  } catch (const std::exception&) {
+  }
 }
 
-PageFile::~PageFile() = default;
+void PageFile::flush() {
+  file_->write(pending_);
+  pending_.clear();
+}
 
 void PageFile::line(std::string_view text) {
-  if (!out_.is_open()) throw std::logic_error("page " + path_.string() + " is already closed");
-  out_ << text << '\n';
-  if (!out_) page_failure("cannot write the page", path_);
+  if (!file_) throw std::logic_error("page " + path_.string() + " is already closed");
+  pending_.append(text);
+  pending_ += '\n';
+  if (pending_.size() >= kPageChunk) flush();
 }
 
 void PageFile::close() {
-  if (!out_.is_open()) return;
-  errno = 0;
-  out_.flush();
-  bool ok = out_.good();
-  out_.close();
-  if (!ok || out_.fail()) page_failure("cannot write the page", path_);
+  if (!file_) return;
+  auto file = std::move(file_);
+  file->write(pending_);
+  pending_.clear();
+  file->commit();
 }
 
 // ---- head and foot ----
@@ -749,9 +749,11 @@ void summary_page(Ui& ui) {
       regions.cell(r, 1) = html_escape(rows.get("NUTS Name").as_text());
       // The region's country store becomes the current RVC store.
       s.rvc_db_path = s.country_db_path.at(rows.get("NUTS0_ID").as_int());
-      double area = nuts_field(static_cast<int>(rows.get("NUTS Type ID").as_int()),
-                               rows.get("NUTS ID").as_int(), 3)
-                        .as_double();
+      // A level out of 0 to 3 is the region's fault, not the store's.
+      const int64_t level = rows.get("NUTS Type ID").as_int();
+      engine_detail::check_level({level, rows.get("NUTS Code").as_text(), 0, 0});
+      double area =
+          nuts_field(static_cast<int>(level), rows.get("NUTS ID").as_int(), 3).as_double();
       regions.cell(r, 2) = number_to_cell(round_half_even(area, 0));
     }
     auto ops = db.query("SELECT * FROM " + quote_name("Operations"));
@@ -765,7 +767,8 @@ void summary_page(Ui& ui) {
   out.line(image_link("edit.xx1", "graphics/edit_rdp_gif.gif", "Edit RDP Operations"));
   if (regions.rows() > 0) out.line(image_link("hot.hot", "graphics/hotspot.gif", "Hotspot report"));
   out.line("</p>");
-  out.line(paragraph("<strong>File: </strong>" + html_escape(file_name_of(s.current_file, 1))));
+  out.line(paragraph("<strong>File: </strong>" + html_escape(file_name_of(s.current_file, 1)) +
+                     (s.current_file_read_only ? " (read-only: in use by another ARVEN)" : "")));
   if (regions.rows() > 0) grid_table_plain(regions, out, 1);
   if (!operations.empty()) {
     out.line(paragraph("<strong>Operations: </strong>"));

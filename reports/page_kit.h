@@ -3,13 +3,14 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
 
 #include "core/grid_table.h"
+#include "core/replace_file.h"
 #include "core/ui.h"
 
 namespace arven {
@@ -43,24 +44,27 @@ int cell_places(std::string_view cell);
 // totals 0.
 int display_places(std::string_view head);
 
-// One generated page: a file in session().app_folder, replaced when opened.
-// Lines end in "\n". A failure to open or write throws
-// std::filesystem::filesystem_error naming the file.
+// One generated page: a file in session().app_folder, replaced by close()
+// as core/replace_file.h replaces a file, so that a page is there whole or
+// not changed at all. Lines end in "\n". A failure throws FileWriteError
+// naming the page and the cause ("The disk is full", "The folder ... is
+// read-only").
 class PageFile {
  public:
-  // Opens (and truncates) session().app_folder / name.
+  // Starts the new session().app_folder / name beside the old one.
   explicit PageFile(std::string_view name);
   PageFile(const PageFile&) = delete;
   PageFile& operator=(const PageFile&) = delete;
-  // Closes the file if the writer did not; errors are not reported here.
+  // Puts the page in place if the writer did not close it (errors are not
+  // reported here); left by an exception, it leaves the old page as it was.
   ~PageFile();
 
   // Writes the text and a line end. Throws std::logic_error once closed.
   void line(std::string_view text);
-  // Flushes and closes; throws when the data could not be written.
+  // Puts the page in place; throws when it could not be written.
   void close();
 
-  bool is_open() const { return out_.is_open(); }
+  bool is_open() const { return file_ != nullptr; }
   const std::filesystem::path& path() const { return path_; }
 
   // True the first time the page asks for `part` (a script library that a
@@ -68,8 +72,12 @@ class PageFile {
   bool first(std::string_view part) { return once_.insert(std::string(part)).second; }
 
  private:
+  void flush();
+
   std::filesystem::path path_;
-  std::ofstream out_;
+  std::unique_ptr<ReplacingFile> file_;
+  std::string pending_;  // lines not yet written
+  int exceptions_ = 0;   // uncaught when the page was started
   std::set<std::string> once_;
 };
 

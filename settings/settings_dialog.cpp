@@ -1,5 +1,6 @@
 #include "settings/settings_dialog.h"
 
+#include <cmath>
 #include <filesystem>
 
 #include "core/numbers.h"
@@ -58,10 +59,6 @@ void load_factors() {
   }
 }
 
-void save(const char* key, const std::string& value) {
-  save_setting(kSection, key, value);
-}
-
 void close_dialog(Ui& ui) {
   if (settings_query_close(ui)) ui.close_window("settings");
 }
@@ -87,7 +84,7 @@ void settings_load() {
   d.hotspot_exclude_C0 = s.hotspot_exclude_C0 != 0;
   d.ShowSplash = s.ShowSplash == 1;
   d.cseq_included = s.cseq_included != 0;
-  d.def_uptake = static_cast<int>(s.def_uptake + 0.5f);
+  d.def_uptake = static_cast<int>(std::lround(s.def_uptake));
   d.ranking_TH = s.ranking_TH;
   d.miti_weight = s.miti_weight;
   d.adapt_weight = s.adapt_weight;
@@ -126,27 +123,33 @@ bool apply(Ui& ui) {
         "Ranking weightings", MsgButtons::Ok, MsgIcon::Stop);
     return false;
   }
+  // What the controls show, in the fixed order of the keys; written in one
+  // go, and taken into the session only once it is on disk.
+  const int splash = d.ShowSplash ? 1 : 0, cseq = d.cseq_included ? 1 : 0,
+            exclude = d.hotspot_exclude_C0 ? 1 : 0, regional = d.hotspot_regional ? 1 : 0;
+  if (!save_settings(ui, kSection,
+                     {{"ShowSplash", std::to_string(splash)},
+                      {"miti_weight", std::to_string(d.miti_weight)},
+                      {"adapt_weight", std::to_string(d.adapt_weight)},
+                      {"prod_weight", std::to_string(d.prod_weight)},
+                      {"def_uptake", std::to_string(d.def_uptake)},
+                      {"ranking_TH", std::to_string(d.ranking_TH)},
+                      {"cseq_included", std::to_string(cseq)},
+                      {"hotspot_exclude_C0", std::to_string(exclude)},
+                      {"hotspot_sens", std::to_string(d.hotspot_sens)},
+                      {"hotspot_regional", std::to_string(regional)}}))
+    return false;
   Session& s = session();
-  s.ShowSplash = d.ShowSplash ? 1 : 0;
-  save("ShowSplash", std::to_string(s.ShowSplash));
+  s.ShowSplash = splash;
   s.miti_weight = d.miti_weight;
-  save("miti_weight", std::to_string(s.miti_weight));
   s.adapt_weight = d.adapt_weight;
-  save("adapt_weight", std::to_string(s.adapt_weight));
   s.prod_weight = d.prod_weight;
-  save("prod_weight", std::to_string(s.prod_weight));
   s.def_uptake = static_cast<float>(d.def_uptake);
-  save("def_uptake", std::to_string(d.def_uptake));
   s.ranking_TH = d.ranking_TH;
-  save("ranking_TH", std::to_string(s.ranking_TH));
-  s.cseq_included = d.cseq_included ? 1 : 0;
-  save("cseq_included", std::to_string(s.cseq_included));
-  s.hotspot_exclude_C0 = d.hotspot_exclude_C0 ? 1 : 0;
-  save("hotspot_exclude_C0", std::to_string(s.hotspot_exclude_C0));
+  s.cseq_included = cseq;
+  s.hotspot_exclude_C0 = exclude;
   s.hotspot_sens = d.hotspot_sens;
-  save("hotspot_sens", std::to_string(s.hotspot_sens));
-  s.hotspot_regional = d.hotspot_regional ? 1 : 0;
-  save("hotspot_regional", std::to_string(s.hotspot_regional));
+  s.hotspot_regional = regional;
   return true;
 }
 

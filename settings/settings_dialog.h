@@ -56,8 +56,10 @@ void settings_load();
 void show_settings(Ui& ui, int tab = 0, bool check = false);
 
 // "Apply": false (and nothing saved) when both the mitigation and the
-// adaptation weight are 0; otherwise every value goes to the session and
-// the preferences, in a fixed order.
+// adaptation weight are 0; otherwise every value goes to the preferences in
+// one write, in a fixed order, and then to the session. False as well, after
+// one message, when the preferences cannot be written: the session and the
+// file stay as they were.
 bool apply(Ui& ui);
 // OK: apply, then close unless refused. Cancel: close without writing.
 void settings_ok(Ui& ui);

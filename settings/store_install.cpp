@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "core/registry.h"
+#include "core/replace_file.h"
 #include "settings/update_check.h"
 #include "settings/update_server.h"
 #include "settings/zip_files.h"
@@ -66,15 +67,7 @@ void write_sha256_file(const fs::path& archive) {
   if (digest.empty()) throw StoreError(archive, "the archive could not be read");
   fs::path out = archive;
   out += ".sha256";
-  fs::path tmp = out;
-  tmp += ".tmp";
-  {
-    std::ofstream f(tmp, std::ios::binary | std::ios::trunc);
-    f << digest << "  " << archive.filename().string() << "\n";
-    f.close();
-    if (!f) throw StoreError(tmp, "the file could not be written");
-  }
-  fs::rename(tmp, out);
+  replace_file(out, digest + "  " + archive.filename().string() + "\n");
 }
 
 std::string check_store_file(const fs::path& file) {
@@ -103,25 +96,22 @@ std::string install_store_archive(const fs::path& zip, int cc, const fs::path& d
   fs::path target = country_store_path(dbases.parent_path(), code);
   std::error_code ec;
   fs::create_directories(target.parent_path(), ec);
-  fs::path part = part_name(target);
-  std::string why = extract_store_entry(zip, target.filename().string(), part, max_size);
-  if (why.empty()) why = check_store_file(part);
-  if (!why.empty()) {
-    fs::remove(part, ec);
-    return why;
+  try {
+    ReplacingFile store(target);
+    std::string why = extract_store_entry(zip, target.filename().string(), store, max_size);
+    if (why.empty()) why = check_store_file(store.temp());
+    if (!why.empty()) return why;
+    // Journal files of the store being replaced would be applied to the new one.
+    for (const char* suffix : {"-journal", "-wal", "-shm"}) {
+      fs::path side = target;
+      side += suffix;
+      fs::remove(side, ec);
+    }
+    store.commit();
+    return "";
+  } catch (const FileWriteError& e) {
+    return e.what();
   }
-  // Journal files of the store being replaced would be applied to the new one.
-  for (const char* suffix : {"-journal", "-wal", "-shm"}) {
-    fs::path side = target;
-    side += suffix;
-    fs::remove(side, ec);
-  }
-  durable_rename(part, target, ec);
-  if (ec) {
-    fs::remove(part, ec);
-    return "cannot replace " + target.string() + ": " + ec.message();
-  }
-  return "";
 }
 
 std::string download_store(UpdateServer& server, int cc, const fs::path& app_folder,

@@ -333,9 +333,13 @@ void download_trigger(Ui& ui, int id) {
   if (ui.message_box("This will close the software. Do you want to proceed?", kUpdateTitle,
                      MsgButtons::YesNo, MsgIcon::Question) == Answer::No)
     return;
-  save_setting("Settings", "Restart_Flag", "1");
-  save_setting("Download", "Item to download", std::to_string(id));
-  save_setting("Download", kReopenKey, session().current_file);
+  // Nothing is launched unless both keys are on disk; the item alone
+  // starts nothing.
+  if (!save_settings(ui, "Download",
+                     {{"Item to download", std::to_string(id)},
+                      {kReopenKey, session().current_file}}) ||
+      !save_settings(ui, "Settings", {{"Restart_Flag", "1"}}))
+    return;
 
   const UpdateLaunch& launch = update_launch();
   fs::path downloader = launch.downloader;
@@ -355,8 +359,10 @@ void download_trigger(Ui& ui, int id) {
   pid_t pid = 0;
   int rc = posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ);
   if (rc != 0) {
-    save_setting("Settings", "Restart_Flag", "0");
-    save_setting("Download", kReopenKey, "");
+    // Nothing to resume at the next start; a disk that cannot take even
+    // that is said in a box of its own.
+    if (save_settings(ui, "Settings", {{"Restart_Flag", "0"}}))
+      save_settings(ui, "Download", {{kReopenKey, ""}});
     ui.message_box(
         "The downloader " + downloader.string() + " could not be started: " + std::strerror(rc),
         kUpdateTitle, MsgButtons::Ok, MsgIcon::Stop);
@@ -366,14 +372,12 @@ void download_trigger(Ui& ui, int id) {
 }
 
 void report_download_result(Ui& ui) {
+  // Each report is shown once: only when its key could be cleared.
   std::string failed = get_setting("Download", "Result", "");
-  if (!failed.empty()) {
-    save_setting("Download", "Result", "");
+  if (!failed.empty() && save_settings(ui, "Download", {{"Result", ""}}))
     ui.message_box(failed, kUpdateTitle, MsgButtons::Ok, MsgIcon::Exclamation);
-  }
   std::string item = get_setting("Download", kInstalledKey, "");
-  if (item.empty()) return;
-  save_setting("Download", kInstalledKey, "");
+  if (item.empty() || !save_settings(ui, "Download", {{kInstalledKey, ""}})) return;
   int cc = std::atoi(item.c_str());
   if (country_code_by_index(cc).empty()) return;
   std::string date = store_date_text(cc);
@@ -384,7 +388,13 @@ void report_download_result(Ui& ui) {
 
 std::string take_file_to_reopen() {
   std::string file = get_setting("Download", kReopenKey, "");
-  if (!file.empty()) save_setting("Download", kReopenKey, "");
+  if (!file.empty()) {
+    try {
+      save_settings("Download", {{kReopenKey, ""}});
+    } catch (const std::exception&) {
+      // Opened again at the next start too: nothing is lost.
+    }
+  }
   return file;
 }
 

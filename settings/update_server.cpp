@@ -4,8 +4,10 @@
 
 #include <cstdio>
 #include <mutex>
+#include <optional>
 
 #include "core/preferences.h"
+#include "core/replace_file.h"
 
 namespace arven {
 
@@ -73,10 +75,11 @@ size_t text_write(char* data, size_t size, size_t n, void* user) {
 }
 
 struct FileSink {
-  FILE* f;
+  ReplacingFile& file;
   uint64_t written = 0, max;
   bool too_big = false;
   const std::function<void(uint64_t, uint64_t)>* progress;
+  std::string write_failure;  // why the file could not take the bytes
 };
 
 size_t file_write(char* data, size_t size, size_t n, void* user) {
@@ -86,7 +89,12 @@ size_t file_write(char* data, size_t size, size_t n, void* user) {
     sink->too_big = true;
     return 0;
   }
-  if (std::fwrite(data, 1, bytes, sink->f) != bytes) return 0;
+  try {
+    sink->file.write(std::string_view(data, bytes));
+  } catch (const FileWriteError& e) {
+    sink->write_failure = e.what();
+    return 0;
+  }
   sink->written += bytes;
   return bytes;
 }
@@ -159,9 +167,13 @@ std::string UpdateServer::download(const std::string& path, const fs::path& dest
   if (dead_) return "the update server " + address_ + " cannot be reached";
   Easy e;
   if (!e.h) return "the transfer could not be set up";
-  FILE* f = std::fopen(dest.c_str(), "wb");
-  if (!f) return "cannot write " + dest.string();
-  FileSink sink{f, 0, max_bytes, false, &progress};
+  std::optional<ReplacingFile> file;
+  try {
+    file.emplace(dest);
+  } catch (const FileWriteError& failure) {
+    return failure.what();
+  }
+  FileSink sink{*file, 0, max_bytes, false, &progress, ""};
   common_options(e.h, address_ + path, connect_timeout_ms);
   curl_easy_setopt(e.h, CURLOPT_WRITEFUNCTION, file_write);
   curl_easy_setopt(e.h, CURLOPT_WRITEDATA, &sink);
@@ -176,8 +188,8 @@ std::string UpdateServer::download(const std::string& path, const fs::path& dest
   curl_easy_setopt(e.h, CURLOPT_ERRORBUFFER, error);
   CURLcode rc = curl_easy_perform(e.h);
   curl_easy_getinfo(e.h, CURLINFO_RESPONSE_CODE, &last_status_);
-  bool closed = std::fclose(f) == 0;
   std::string url = address_ + path;
+  if (!sink.write_failure.empty()) return sink.write_failure;
   if (sink.too_big || rc == CURLE_FILESIZE_EXCEEDED)
     return url + " is larger than " + std::to_string(max_bytes >> 20) + " MiB";
   if (rc != CURLE_OK) {
@@ -186,7 +198,11 @@ std::string UpdateServer::download(const std::string& path, const fs::path& dest
   }
   if (last_status_ != 200)
     return url + ": the server answered HTTP " + std::to_string(last_status_);
-  if (!closed) return "cannot write " + dest.string();
+  try {
+    file->commit();
+  } catch (const FileWriteError& failure) {
+    return failure.what();
+  }
   return "";
 }
 

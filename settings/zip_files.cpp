@@ -6,11 +6,11 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <iostream>
 #include <mutex>
 #include <optional>
 
+#include "core/replace_file.h"
 #include "core/ui.h"
 
 namespace arven {
@@ -147,9 +147,23 @@ int zip_run(const std::vector<std::string>& list, const ZipOptions& o) {
     return kZipNothingToDo;
   }
 
+  // The archive is made beside the old one, which it replaces only once
+  // whole; an update starts from a copy of the old one.
+  std::optional<ReplacingFile> target;
+  try {
+    target.emplace(o.archive);
+    std::error_code ec;
+    if (o.updating && fs::is_regular_file(o.archive, ec)) {
+      fs::copy_file(o.archive, target->for_library(), fs::copy_options::overwrite_existing, ec);
+      if (ec) throw write_error(o.archive, ec.value());
+    }
+  } catch (const FileWriteError& e) {
+    set_message(g_zip_message, e.what());
+    return kZipCreateError;
+  }
   int err = 0;
   int flags = ZIP_CREATE | (o.updating ? 0 : ZIP_TRUNCATE);
-  zip_t* za = zip_open(o.archive.c_str(), flags, &err);
+  zip_t* za = zip_open(target->for_library().c_str(), flags, &err);
   if (!za) {
     zip_error_t ze;
     zip_error_init_with_code(&ze, err);
@@ -197,8 +211,19 @@ int zip_run(const std::vector<std::string>& list, const ZipOptions& o) {
                                        static_cast<zip_uint32_t>(st.st_mode) << 16);
     set_message(g_zip_message, "  adding: " + item.entry);
   }
-  if (zip_close(za) != 0)
-    return fail(kZipWriteError, "zip error: cannot write " + o.archive + ": " + zip_strerror(za));
+  if (zip_close(za) != 0) {
+    const zip_error_t* ze = zip_get_error(za);
+    const int cause = zip_error_system_type(ze) == ZIP_ET_SYS ? zip_error_code_system(ze) : 0;
+    return fail(kZipWriteError, cause != 0
+                                    ? write_error(o.archive, cause).what()
+                                    : diagnosed_write_error(o.archive, zip_strerror(za)).what());
+  }
+  try {
+    target->commit();
+  } catch (const FileWriteError& e) {
+    set_message(g_zip_message, e.what());
+    return kZipWriteError;
+  }
   return kZipOk;
 }
 
@@ -465,16 +490,10 @@ int CGUnzipFiles::Unzip(const std::string& zip, const std::string& dir) {
       continue;
     }
     fs::create_directories(e.target.parent_path(), ec);
-    fs::path part = e.target;
-    part += ".unzip-part";
-    bool ok;
+    bool ok = false;
     std::string why;
-    {
-      std::ofstream out(part, std::ios::binary | std::ios::trunc);
-      if (!out) {
-        set_message(g_unzip_message, "unzip: cannot write " + e.target.string());
-        return kUnzipWriteError;
-      }
+    try {
+      ReplacingFile out(e.target);
       if (convert_line_ends_) {
         std::string all;
         ok = read_entry(
@@ -484,36 +503,28 @@ int CGUnzipFiles::Unzip(const std::string& zip, const std::string& dir) {
               return true;
             },
             &why);
-        all = to_local_line_ends(all);
-        out.write(all.data(), static_cast<std::streamsize>(all.size()));
+        if (ok) out.write(to_local_line_ends(all));
       } else {
         ok = read_entry(
             za, e,
             [&](const char* p, size_t n) {
-              out.write(p, static_cast<std::streamsize>(n));
-              return static_cast<bool>(out);
+              out.write(std::string_view(p, n));
+              return true;
             },
             &why);
       }
-      out.close();
-      if (ok && !out) {
-        fs::remove(part, ec);
-        set_message(g_unzip_message, "unzip: cannot write " + e.target.string());
-        return kUnzipWriteError;
+      if (ok) {
+        if (privilege_ && e.mode) ::chmod(out.temp().c_str(), static_cast<mode_t>(e.mode));
+        if (e.mtime > 0) set_file_time(out.temp(), e.mtime);
+        out.commit();
       }
+    } catch (const FileWriteError& failure) {
+      set_message(g_unzip_message, std::string("unzip: ") + failure.what());
+      return kUnzipWriteError;
     }
     if (!ok) {
-      fs::remove(part, ec);
       set_message(g_unzip_message, "unzip: error in " + e.name + ": " + why);
       return kUnzipBadEntry;
-    }
-    if (privilege_ && e.mode) ::chmod(part.c_str(), static_cast<mode_t>(e.mode));
-    if (e.mtime > 0) set_file_time(part, e.mtime);
-    fs::rename(part, e.target, ec);
-    if (ec) {
-      fs::remove(part, ec);
-      set_message(g_unzip_message, "unzip: cannot write " + e.target.string());
-      return kUnzipWriteError;
     }
     report(1, "  inflating: " + e.target.string());
   }
@@ -548,7 +559,7 @@ std::string check_store_entry(std::string_view name, uint64_t size, std::string_
 }
 
 std::string extract_store_entry(const fs::path& zip, const std::string& expected,
-                                const fs::path& dest, uint64_t max_size) {
+                                ReplacingFile& dest, uint64_t max_size) {
   int err = 0;
   zip_t* za = zip_open(zip.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &err);
   if (!za) {
@@ -574,29 +585,41 @@ std::string extract_store_entry(const fs::path& zip, const std::string& expected
   if (!why.empty()) return why;
   if ((st.valid & ZIP_STAT_ENCRYPTION_METHOD) && st.encryption_method != ZIP_EM_NONE)
     return "the archive's entry is encrypted";
-  std::ofstream out(dest, std::ios::binary | std::ios::trunc);
-  if (!out) return "cannot write " + dest.string();
   uint64_t written = 0;
   bool too_big = false;
-  bool ok = read_entry_index(
-      za, 0,
-      [&](const char* p, size_t n) {
-        // The sizes in the archive's directory may lie; the bytes do not.
-        written += n;
-        if (written > max_size || written > st.size) {
-          too_big = true;
-          return false;
-        }
-        out.write(p, static_cast<std::streamsize>(n));
-        return static_cast<bool>(out);
-      },
-      &why);
-  out.close();
-  if (too_big) return "\"" + expected + "\" unpacks to more than its stated size";
-  if (!ok) return "\"" + expected + "\" is damaged: " + (why.empty() ? "read error" : why);
-  if (!out) return "cannot write " + dest.string();
+  try {
+    bool ok = read_entry_index(
+        za, 0,
+        [&](const char* p, size_t n) {
+          // The sizes in the archive's directory may lie; the bytes do not.
+          written += n;
+          if (written > max_size || written > st.size) {
+            too_big = true;
+            return false;
+          }
+          dest.write(std::string_view(p, n));
+          return true;
+        },
+        &why);
+    if (too_big) return "\"" + expected + "\" unpacks to more than its stated size";
+    if (!ok) return "\"" + expected + "\" is damaged: " + (why.empty() ? "read error" : why);
+  } catch (const FileWriteError& e) {
+    return e.what();
+  }
   if (written != st.size) return "\"" + expected + "\" is shorter than its stated size";
   return "";
+}
+
+std::string extract_store_entry(const fs::path& zip, const std::string& expected,
+                                const fs::path& dest, uint64_t max_size) {
+  try {
+    ReplacingFile file(dest);
+    std::string why = extract_store_entry(zip, expected, file, max_size);
+    if (why.empty()) file.commit();
+    return why;
+  } catch (const FileWriteError& e) {
+    return e.what();
+  }
 }
 
 int unzip_to_folder(const fs::path& zip, const fs::path& folder, std::string* message) {

@@ -9,6 +9,7 @@
 
 namespace arven {
 
+class ReplacingFile;
 class Ui;
 
 // An error raised by a zip wrapper: the text the user sees and the routine
@@ -195,10 +196,14 @@ std::string check_store_entry(std::string_view name, uint64_t size, std::string_
 // Unpacks the one entry of a country store archive into `dest` after
 // check_store_entry; the archive must hold nothing else. The CRC is
 // checked, and no more than the stated size (and `max_size`) is written.
-// Returns "" on success, otherwise the reason; `dest` may then hold part
-// of the entry, and the caller removes it.
+// Returns "" on success, otherwise the reason (a disk that could not take
+// the file in the words of core/replace_file.h); `dest` then stays as it
+// was.
 std::string extract_store_entry(const std::filesystem::path& zip, const std::string& expected,
                                 const std::filesystem::path& dest, uint64_t max_size);
+// The same into a replacement that the caller puts into place.
+std::string extract_store_entry(const std::filesystem::path& zip, const std::string& expected,
+                                ReplacingFile& dest, uint64_t max_size);
 
 // Extracts a whole archive into a folder (created when missing), folders
 // kept and existing files replaced: what the downloader installs with.

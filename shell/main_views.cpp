@@ -63,7 +63,7 @@ void register_main_windows(WebUi& ui) {
     if (p.count("menu")) {
       menu_command(ui, p.at("menu"));
     } else if (p.count("panel")) {
-      panel_click(param_int(p, "panel", 0));
+      panel_click(ui, param_int(p, "panel", 0));
     } else if (p.count("group")) {
       int group = param_int(p, "group", 0), tool = param_int(p, "tool", 0);
       // A disabled item produces nothing, not even a message.
@@ -105,8 +105,8 @@ void register_main_windows(WebUi& ui) {
     else if (p.count("button") && p.at("button") == "ok")
       about_box_close(ui);
   };
-  about.query_close = [] {
-    about_box_closed(about_box().show_splash);
+  about.query_close = [&ui] {
+    about_box_closed(ui, about_box().show_splash);
     return true;
   };
   ui.register_window("about", about);

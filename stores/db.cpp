@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cmath>
+#include <mutex>
 #include <utility>
 
 #include "core/numbers.h"
@@ -14,7 +16,68 @@
 
 namespace arven {
 
-namespace {}  // namespace
+namespace fs = std::filesystem;
+
+namespace {
+
+std::mutex& read_only_mutex() {
+  static std::mutex m;
+  return m;
+}
+
+fs::path& read_only_path() {
+  static fs::path p;
+  return p;
+}
+
+fs::path normal(const fs::path& p) {
+  std::error_code ec;
+  fs::path a = fs::absolute(p, ec);
+  return (ec ? p : a).lexically_normal();
+}
+
+bool opens_read_only(const fs::path& path) {
+  std::lock_guard lock(read_only_mutex());
+  return !read_only_path().empty() && normal(path) == read_only_path();
+}
+
+// The cause in words of a failed call on a store, when it is one the user
+// can act on. `err` is the system's errno value behind it, 0 when unknown.
+std::optional<WriteFault> fault_of(int code, int err, const fs::path& path) {
+  const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  switch (code & 0xff) {
+    case SQLITE_FULL:
+      return WriteFault::disk_full;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return WriteFault::in_use;
+    case SQLITE_READONLY:
+      if (opens_read_only(path)) return WriteFault::in_use;
+      return write_fault_of(err ? err : EACCES, folder);
+    case SQLITE_IOERR:
+    case SQLITE_CANTOPEN:
+      if (err) {
+        WriteFault f = write_fault_of(err, folder);
+        if (f != WriteFault::other) return f;
+      }
+      return std::nullopt;
+    default:
+      return std::nullopt;
+  }
+}
+
+}  // namespace
+
+void set_read_only_file(const fs::path& file) {
+  std::lock_guard lock(read_only_mutex());
+  read_only_path() = file.empty() ? fs::path() : normal(file);
+}
+
+std::optional<WriteFault> write_fault_of(const std::exception& e) {
+  if (auto* w = dynamic_cast<const FileWriteError*>(&e)) return w->fault();
+  if (auto* s = dynamic_cast<const StoreError*>(&e)) return s->write_fault();
+  return std::nullopt;
+}
 
 // ---- Value ----------------------------------------------------------------
 
@@ -42,6 +105,9 @@ std::string Value::as_text() const {
 StoreError::StoreError(const std::filesystem::path& file, const std::string& what)
     : std::runtime_error("The data store \"" + file.string() + "\" could not be used: " + what),
       file_(file) {}
+
+StoreError::StoreError(const std::filesystem::path& file, WriteFault fault)
+    : std::runtime_error(write_failure_text(file, fault)), file_(file), fault_(fault) {}
 
 std::string quote_name(std::string_view name) {
   std::string out = "\"";
@@ -124,11 +190,13 @@ int Statement::run(const std::vector<Value>& params) {
 }
 
 void Statement::bind(int index, int64_t v) {
-  if (sqlite3_bind_int64(stmt_, index, v) != SQLITE_OK) db_->fail(sqlite3_errmsg(db_->handle()));
+  if (sqlite3_bind_int64(stmt_, index, v) != SQLITE_OK)
+    db_->fail_call(sqlite3_errcode(db_->handle()));
 }
 
 void Statement::bind(int index, double v) {
-  if (sqlite3_bind_double(stmt_, index, v) != SQLITE_OK) db_->fail(sqlite3_errmsg(db_->handle()));
+  if (sqlite3_bind_double(stmt_, index, v) != SQLITE_OK)
+    db_->fail_call(sqlite3_errcode(db_->handle()));
 }
 
 void Statement::bind(int index, std::string_view text) {
@@ -136,11 +204,11 @@ void Statement::bind(int index, std::string_view text) {
   const char* data = text.data() ? text.data() : "";
   if (sqlite3_bind_text(stmt_, index, data, static_cast<int>(text.size()), SQLITE_STATIC) !=
       SQLITE_OK)
-    db_->fail(sqlite3_errmsg(db_->handle()));
+    db_->fail_call(sqlite3_errcode(db_->handle()));
 }
 
 void Statement::bind_null(int index) {
-  if (sqlite3_bind_null(stmt_, index) != SQLITE_OK) db_->fail(sqlite3_errmsg(db_->handle()));
+  if (sqlite3_bind_null(stmt_, index) != SQLITE_OK) db_->fail_call(sqlite3_errcode(db_->handle()));
 }
 
 int Statement::run() {
@@ -148,9 +216,8 @@ int Statement::run() {
   while ((rc = sqlite3_step(stmt_)) == SQLITE_ROW) {
   }
   if (rc != SQLITE_DONE) {
-    std::string why = sqlite3_errmsg(db_->handle());
-    sqlite3_reset(stmt_);
-    db_->fail(why);
+    rc = sqlite3_reset(stmt_);
+    db_->fail_call(rc);
   }
   sqlite3_reset(stmt_);
   return sqlite3_changes(db_->handle());
@@ -170,7 +237,7 @@ bool Rows::next() {
     return true;
   }
   if (rc == SQLITE_DONE) return false;
-  db_->fail(sqlite3_errmsg(db_->handle()));
+  db_->fail_call(rc);
 }
 
 void Rows::fail_number(const NumberError& e) const {
@@ -257,6 +324,62 @@ void configure_library() {
   (void)done;
 }
 
+// A first read, so that a file that is not a store fails at the open and a
+// hot journal is met there. The extended result code; the text in `msg`.
+int probe(sqlite3* h, std::string& msg) {
+  char* err = nullptr;
+  int rc = sqlite3_exec(h, "SELECT count(*) FROM sqlite_master", nullptr, nullptr, &err);
+  msg = err ? err : "unreadable";
+  sqlite3_free(err);
+  return rc == SQLITE_OK ? rc : sqlite3_extended_errcode(h);
+}
+
+// A connection, or null with the extended result code in `rc` and the
+// system's errno value behind it in `err`.
+sqlite3* open_connection(const fs::path& path, int flags, int& rc, int& err) {
+  sqlite3* h = nullptr;
+  rc = sqlite3_open_v2(path.c_str(), &h, flags, nullptr);
+  if (rc != SQLITE_OK) {
+    if (h) {
+      rc = sqlite3_extended_errcode(h);
+      err = sqlite3_system_errno(h);
+    }
+    sqlite3_close(h);
+    return nullptr;
+  }
+  sqlite3_busy_timeout(h, 5000);
+  return h;
+}
+
+// Rolls back the hot journal of a store by opening it for writing once;
+// false when the store cannot be written where it lies.
+bool roll_back_in_place(const fs::path& path) {
+  int rc = SQLITE_OK, err = 0;
+  sqlite3* h = open_connection(path, SQLITE_OPEN_READWRITE, rc, err);
+  if (!h) return false;
+  std::string msg;
+  bool ok = sqlite3_db_readonly(h, "main") == 0 && probe(h, msg) == SQLITE_OK;
+  sqlite3_close(h);
+  return ok;
+}
+
+// Copies a store and its hot journal into a folder of its own and rolls the
+// copy back there; the folder, or an empty path when that fails.
+fs::path rolled_back_copy(const fs::path& path) {
+  std::string templ = (fs::temp_directory_path() / "arven-rollback-XXXXXX").string();
+  if (!mkdtemp(templ.data())) return {};
+  const fs::path folder = templ;
+  const fs::path copy = folder / path.filename();
+  std::error_code ec;
+  fs::copy_file(path, copy, ec);
+  if (!ec) fs::copy_file(path.string() + "-journal", copy.string() + "-journal", ec);
+  if (ec || !roll_back_in_place(copy)) {
+    fs::remove_all(folder, ec);
+    return {};
+  }
+  return folder;
+}
+
 }  // namespace
 
 Db Db::open(const std::filesystem::path& path, bool one_thread) {
@@ -264,28 +387,37 @@ Db Db::open(const std::filesystem::path& path, bool one_thread) {
   std::error_code ec;
   if (!std::filesystem::is_regular_file(path, ec))
     throw StoreError(path, "the file does not exist");
-  sqlite3* h = nullptr;
   const int threading = one_thread ? SQLITE_OPEN_NOMUTEX : 0;
-  int rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READWRITE | threading, nullptr);
-  if (rc != SQLITE_OK) {
-    // Fall back to read-only for files the user may not write (a shared
-    // folder, a locked copy): reading still works, writes fail clearly.
-    sqlite3_close(h);
-    h = nullptr;
-    rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READONLY | threading, nullptr);
-  }
-  if (rc != SQLITE_OK) {
-    std::string msg = h ? sqlite3_errmsg(h) : "cannot open";
-    sqlite3_close(h);
-    throw StoreError(path, msg);
-  }
+  const bool read_only = opens_read_only(path);
+  int rc = SQLITE_CANTOPEN, err = 0;
+  sqlite3* h = nullptr;
+  if (!read_only) h = open_connection(path, SQLITE_OPEN_READWRITE | threading, rc, err);
+  // Read-only for files the user may not write (a shared folder, a locked
+  // copy) or another program holds: reading still works, writes fail clearly.
+  if (!h) h = open_connection(path, SQLITE_OPEN_READONLY | threading, rc, err);
+  if (!h) throw StoreError(path, sqlite3_errstr(rc));
   Db db(path, h);
-  sqlite3_busy_timeout(h, 5000);
-  // A file that is not a store fails here, not at some later lookup.
-  char* err = nullptr;
-  if (sqlite3_exec(h, "SELECT count(*) FROM sqlite_master", nullptr, nullptr, &err) != SQLITE_OK) {
-    std::string msg = err ? err : "unreadable";
-    sqlite3_free(err);
+  std::string msg;
+  rc = probe(h, msg);
+  if (rc == SQLITE_READONLY_ROLLBACK) {
+    // A writer was killed in a transaction and this connection may not undo
+    // it: undo it with one that may, or read a copy undone elsewhere.
+    sqlite3_close(db.db_);
+    db.db_ = nullptr;
+    fs::path source = path;
+    if (!roll_back_in_place(path)) {
+      db.copy_folder_ = rolled_back_copy(path);
+      if (db.copy_folder_.empty())
+        throw StoreError(path, "it was left in the middle of a change that cannot be undone here");
+      source = db.copy_folder_ / path.filename();
+    }
+    db.db_ = open_connection(source, SQLITE_OPEN_READONLY | threading, rc, err);
+    if (!db.db_) throw StoreError(path, sqlite3_errstr(rc));
+    rc = probe(db.db_, msg);
+  }
+  if (rc != SQLITE_OK) {
+    if (auto fault = fault_of(rc, sqlite3_system_errno(db.db_), path))
+      throw StoreError(path, *fault);
     throw StoreError(path, msg);
   }
   return db;
@@ -296,41 +428,66 @@ Db Db::create(const std::filesystem::path& path) {
   std::error_code ec;
   std::filesystem::remove(path, ec);
   if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), ec);
-  sqlite3* h = nullptr;
-  int rc = sqlite3_open_v2(path.c_str(), &h, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-  if (rc != SQLITE_OK) {
-    std::string msg = h ? sqlite3_errmsg(h) : "cannot create";
-    sqlite3_close(h);
-    throw StoreError(path, msg);
+  int rc = SQLITE_OK, err = 0;
+  sqlite3* h = open_connection(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, rc, err);
+  if (!h) {
+    if (auto fault = fault_of(rc, err, path)) throw StoreError(path, *fault);
+    // The library does not always say why it could not make the file.
+    if (WriteFault f = diagnosed_write_error(path, "").fault(); f != WriteFault::other)
+      throw StoreError(path, f);
+    throw StoreError(path, sqlite3_errstr(rc));
   }
   Db db(path, h);
   db.exec_script("PRAGMA page_size = 4096");
   return db;
 }
 
-Db::Db(Db&& o) noexcept : path_(std::move(o.path_)), db_(std::exchange(o.db_, nullptr)) {}
+Db::Db(Db&& o) noexcept
+    : path_(std::move(o.path_)),
+      db_(std::exchange(o.db_, nullptr)),
+      copy_folder_(std::exchange(o.copy_folder_, {})) {}
 
 Db& Db::operator=(Db&& o) noexcept {
   if (this != &o) {
-    if (db_) sqlite3_close_v2(db_);
+    close();
     path_ = std::move(o.path_);
     db_ = std::exchange(o.db_, nullptr);
+    copy_folder_ = std::exchange(o.copy_folder_, {});
   }
   return *this;
 }
 
 Db::~Db() {
+  close();
+}
+
+void Db::close() noexcept {
   if (db_) sqlite3_close_v2(db_);
+  db_ = nullptr;
+  if (!copy_folder_.empty()) {
+    std::error_code ec;
+    fs::remove_all(copy_folder_, ec);
+    copy_folder_.clear();
+  }
 }
 
 void Db::fail(const std::string& what) const {
   throw StoreError(path_, what);
 }
 
+void Db::fail_call(int code) const {
+  // The extended code of the connection tells more than the step's result.
+  const int extended = sqlite3_extended_errcode(db_);
+  if ((extended & 0xff) == (code & 0xff)) code = extended;
+  if (auto fault = fault_of(code, sqlite3_system_errno(db_), path_))
+    throw StoreError(path_, *fault);
+  throw StoreError(path_, sqlite3_errmsg(db_));
+}
+
 sqlite3_stmt* Db::prepare(std::string_view sql, const std::vector<Value>& params) const {
   sqlite3_stmt* st = nullptr;
   if (sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &st, nullptr) != SQLITE_OK)
-    fail(sqlite3_errmsg(db_));
+    fail_call(sqlite3_errcode(db_));
   try {
     bind(st, params);
   } catch (...) {
@@ -355,7 +512,7 @@ void Db::bind(sqlite3_stmt* st, const std::vector<Value>& params) const {
       const auto& s = std::get<std::string>(v.raw());
       rc = sqlite3_bind_text(st, idx, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
     }
-    if (rc != SQLITE_OK) fail(sqlite3_errmsg(db_));
+    if (rc != SQLITE_OK) fail_call(rc);
   }
 }
 
@@ -381,16 +538,18 @@ int Db::exec(std::string_view sql, const std::vector<Value>& params) {
   while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
   }
   sqlite3_finalize(st);
-  if (rc != SQLITE_DONE) fail(sqlite3_errmsg(db_));
+  if (rc != SQLITE_DONE) fail_call(rc);
   return sqlite3_changes(db_);
 }
 
 void Db::exec_script(std::string_view sql) {
   std::string text(sql);
   char* err = nullptr;
-  if (sqlite3_exec(db_, text.c_str(), nullptr, nullptr, &err) != SQLITE_OK) {
+  if (int rc = sqlite3_exec(db_, text.c_str(), nullptr, nullptr, &err); rc != SQLITE_OK) {
     std::string msg = err ? err : "failed";
     sqlite3_free(err);
+    if (auto fault = fault_of(sqlite3_extended_errcode(db_), sqlite3_system_errno(db_), path_))
+      throw StoreError(path_, *fault);
     fail(msg);
   }
 }
@@ -476,30 +635,6 @@ Transaction::~Transaction() {
 void Transaction::commit() {
   db_.exec_script("COMMIT");
   open_ = false;
-}
-
-namespace {
-
-void sync_path(const std::filesystem::path& p, int flags) {
-  int fd = ::open(p.c_str(), flags | O_CLOEXEC);
-  if (fd < 0) return;
-  ::fsync(fd);
-  ::close(fd);
-}
-
-}  // namespace
-
-void durable_rename(const std::filesystem::path& from, const std::filesystem::path& to,
-                    std::error_code& ec) {
-  sync_path(from, O_RDONLY);
-  std::filesystem::rename(from, to, ec);
-  if (!ec) sync_path(to.parent_path().empty() ? "." : to.parent_path(), O_RDONLY | O_DIRECTORY);
-}
-
-void durable_rename(const std::filesystem::path& from, const std::filesystem::path& to) {
-  std::error_code ec;
-  durable_rename(from, to, ec);
-  if (ec) throw std::filesystem::filesystem_error("cannot rename", from, to, ec);
 }
 
 }  // namespace arven

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "core/numbers.h"
+#include "core/replace_file.h"
 #include "stores/value.h"
 
 struct sqlite3;
@@ -22,11 +24,29 @@ namespace arven {
 class StoreError : public std::runtime_error {
  public:
   StoreError(const std::filesystem::path& file, const std::string& what);
+  // A store that could not be written for a cause the user can act on (a
+  // full disk, a read-only folder, a file in use); the message says it in
+  // the words of write_failure_text.
+  StoreError(const std::filesystem::path& file, WriteFault fault);
   const std::filesystem::path& file() const { return file_; }
+  // That cause, or nullopt for any other failure.
+  std::optional<WriteFault> write_fault() const { return fault_; }
 
  private:
   std::filesystem::path file_;
+  std::optional<WriteFault> fault_;
 };
+
+// The cause when `e` is a FileWriteError, or a StoreError of a store that
+// could not be written (see StoreError::write_fault); nullopt otherwise.
+// A command that meets such a failure stops at it: the next step would meet
+// the same disk.
+std::optional<WriteFault> write_fault_of(const std::exception& e);
+
+// Every later Db::open of this file opens it read-only: another program
+// holds it, and a write then fails with a StoreError saying that the file is
+// in use. An empty path opens every file as before.
+void set_read_only_file(const std::filesystem::path& file);
 
 // Quotes a table or column name for SQL, spaces and hyphens included.
 std::string quote_name(std::string_view name);
@@ -128,7 +148,9 @@ class Rows {
 class Db {
  public:
   // Opens an existing store; throws StoreError when the file is missing or
-  // is not a store.
+  // is not a store. A store left with a hot journal (a writer killed in a
+  // transaction) is rolled back first, so that it reads as it was before
+  // that transaction, even where it can only be opened read-only.
   // `one_thread`: the connection is only ever used by one thread at a time,
   // so SQLite need not lock it on every call (the fast path for bulk reads).
   static Db open(const std::filesystem::path& path, bool one_thread = false);
@@ -168,15 +190,23 @@ class Db {
 
   sqlite3* handle() const { return db_; }
   [[noreturn]] void fail(const std::string& what) const;
+  // Throws the StoreError for the failed call that returned `code`: a full
+  // disk, a read-only folder or a store in use in words, anything else in
+  // the library's own.
+  [[noreturn]] void fail_call(int code) const;
 
  private:
   Db(std::filesystem::path path, sqlite3* db) : path_(std::move(path)), db_(db) {}
+  void close() noexcept;
   friend class Statement;
   sqlite3_stmt* prepare(std::string_view sql, const std::vector<Value>& params) const;
   void bind(sqlite3_stmt* st, const std::vector<Value>& params) const;
 
   std::filesystem::path path_;
   sqlite3* db_ = nullptr;
+  // A rolled-back copy read in place of a store whose hot journal could not
+  // be rolled back where it lies; removed with the connection.
+  std::filesystem::path copy_folder_;
 };
 
 // A transaction: committed by commit(), rolled back when destroyed first.
@@ -192,13 +222,5 @@ class Transaction {
   Db& db_;
   bool open_ = true;
 };
-
-// Puts a file built under a temporary name into place: its content is
-// flushed to disk before the rename and the rename after it, so that a
-// crash leaves either the old file or the whole new one. `ec` as rename's.
-void durable_rename(const std::filesystem::path& from, const std::filesystem::path& to,
-                    std::error_code& ec);
-// The same; throws std::filesystem::filesystem_error when the rename fails.
-void durable_rename(const std::filesystem::path& from, const std::filesystem::path& to);
 
 }  // namespace arven

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "core/numbers.h"
+#include "core/replace_file.h"
 #include "core/session.h"
 #include "settings/zip_files.h"
 #include "shell/server.h"
@@ -77,7 +78,7 @@ TEST_F(ExportTest, CsvQuotesFieldsUnescapesEntitiesAndEndsLinesWithCrlf) {
   EXPECT_EQ(html_unescape("&amp;lt; &nbsp; &#38; & <b>x</b> &quot"),
             "&lt; &nbsp; &#38; & <b>x</b> &quot");
 
-  EXPECT_THROW(write_csv(sample_grid(), dir / "missing" / "t.csv"), ExportError);
+  EXPECT_THROW(write_csv(sample_grid(), dir / "missing" / "t.csv"), FileWriteError);
 
   // A context goes above the table, quoted as any field, then one empty
   // line; the table's rows follow as they were.

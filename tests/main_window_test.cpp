@@ -99,12 +99,12 @@ TEST_F(MainWindowTest, ToolsAndMenusReachTheirPairs) {
 }
 
 TEST_F(MainWindowTest, PanelsRememberTheOneThatOpened) {
-  panel_click(2);
+  panel_click(ui, 2);
   EXPECT_EQ(session().Outlook_Frame, 2);
   EXPECT_EQ(get_setting("Settings", "Outlook_Frame", ""), "2");
-  panel_click(3);
+  panel_click(ui, 3);
   EXPECT_EQ(session().Outlook_Frame, 3);
-  panel_click(3);
+  panel_click(ui, 3);
   EXPECT_EQ(session().Outlook_Frame, 0);
   menu_command(ui, "mnuFileExit");  // exit saves the panel that stands open: none
   EXPECT_EQ(get_setting("Settings", "Outlook_Frame", ""), "0");

@@ -81,7 +81,7 @@ TEST_F(PageKitTest, HeadFootAndPageFiles) {
   EXPECT_EQ(page([](PageFile& out) { out.line("short"); }), "short\n");
   EXPECT_EQ(html_escape("a<b>&'\""), "a&lt;b&gt;&amp;&#39;&quot;");
   session().app_folder = tmp_ / "missing";
-  EXPECT_THROW(PageFile("x.htm"), fs::filesystem_error);
+  EXPECT_THROW(PageFile("x.htm"), FileWriteError);
 }
 
 TEST_F(PageKitTest, DataQualityBars) {

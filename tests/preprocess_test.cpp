@@ -12,6 +12,7 @@
 #include "prep/preprocess.h"
 #include "stores/db.h"
 #include "support/scripted_ui.h"
+#include "support/small_disk.h"
 #include "support/temp_dir.h"
 
 namespace arven {
@@ -186,6 +187,33 @@ TEST_F(PreprocessTest, DataFaultStopsTheRunAndKeepsThePublishedPair) {
   std::filesystem::remove(prepro_rvcs_master_path());
   EXPECT_FALSE(run());
   EXPECT_NE(ui.messages[0].text.find("arven_rvcs.mdb"), std::string::npos);
+}
+
+// A run on a disk that fills up stops at the first write that fails, with
+// one message in words, and leaves the published store, archive and
+// version file as they were.
+TEST_F(PreprocessTest, FullDiskStopsTheRunOnceAndKeepsWhatWasPublished) {
+  ASSERT_TRUE(run());
+  testing::SmallDisk disk(dir / "disk", 64 << 20);
+  if (!disk.mounted()) GTEST_SKIP() << disk.why();
+  const auto prepro = prepro_folder();
+  std::filesystem::copy(prepro, disk.folder(), std::filesystem::copy_options::recursive);
+  std::filesystem::remove_all(prepro);
+  std::filesystem::create_directory_symlink(disk.folder(), prepro);
+  const std::string store = file_bytes(country_target_path("LU"));
+  const std::string archive = file_bytes(country_archive_path("LU"));
+  const std::string version = file_bytes(country_version_file_path("LU"));
+  disk.fill();
+  EXPECT_FALSE(run());
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_EQ(ui.messages[0].text.rfind("The pre-processing run stopped: The disk is full: ", 0), 0u)
+      << ui.messages[0].text;
+  EXPECT_EQ(file_bytes(country_target_path("LU")), store);
+  EXPECT_EQ(file_bytes(country_archive_path("LU")), archive);
+  EXPECT_EQ(file_bytes(country_version_file_path("LU")), version);
+  for (const auto& e : std::filesystem::recursive_directory_iterator(disk.folder()))
+    EXPECT_EQ(e.path().string().find(".tmp"), std::string::npos) << e.path();
+  std::filesystem::remove(prepro);
 }
 
 // Halts after the first area has been written.

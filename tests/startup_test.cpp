@@ -6,6 +6,7 @@
 #include "core/registry.h"
 #include "core/session.h"
 #include "core/startup.h"
+#include "settings/settings_dialog.h"
 #include "stores/schema.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
@@ -110,7 +111,7 @@ TEST_F(StartupTest, SplashMainPageAndRestartFlagInOrder) {
 
   // Consumed: the next start goes straight to the main page, and without
   // the splash once the About box's check box was cleared.
-  about_box_closed(false);
+  about_box_closed(ui, false);
   ui.log.clear();
   order.clear();
   Main(ui, hooks);
@@ -198,6 +199,31 @@ TEST_F(StartupTest, PreferencesKeepDefaultsTypesAndOtherSections) {
   std::string all((std::istreambuf_iterator<char>(in)), {});
   EXPECT_EQ(all.find("; kept"), 0u);
   EXPECT_LT(all.find("hotspot_sens=2"), all.find("[Download]"));
+}
+
+// A value its control cannot show falls back to its default, so that the
+// settings dialog shows and writes back the default, never a value brought
+// half into range.
+TEST_F(StartupTest, PreferencesOutOfTheirControlsRangeFallBackToDefaults) {
+  std::ofstream(dir / "ARVEN.ini")
+      << "[Settings]\ndef_uptake=-5\nprod_weight=250\nadapt_weight=-1\nhotspot_sens=7\n"
+         "ranking_TH=7\ncseq_included=2\nShowSplash=0\nmiti_weight=0\n";
+  install("DK", "2024-05-01 00:00:00");
+  Main(ui, {});
+  const Session& s = session();
+  EXPECT_EQ(s.def_uptake, 50.0f);
+  EXPECT_EQ(s.prod_weight, 100);
+  EXPECT_EQ(s.adapt_weight, 100);
+  EXPECT_EQ(s.hotspot_sens, 1);
+  EXPECT_EQ(s.ranking_TH, 50);
+  EXPECT_EQ(s.cseq_included, 1);
+  EXPECT_EQ(s.ShowSplash, 0);   // in range: kept
+  EXPECT_EQ(s.miti_weight, 0);  // the bounds themselves are in range
+  settings_load();
+  EXPECT_EQ(settings_dialog().def_uptake, 50);
+  ASSERT_TRUE(apply(ui));
+  EXPECT_EQ(get_setting("Settings", "def_uptake", ""), "50");
+  EXPECT_EQ(get_setting("Settings", "prod_weight", ""), "100");
 }
 
 }  // namespace
