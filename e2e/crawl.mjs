@@ -48,6 +48,8 @@ export function linkKey(win, href) {
   }
   const sort = t.match(/^sort\.\d+s(\d+)$/);
   if (sort && table === 'explorer') return 'explorer link s' + sort[1];
+  // Another page of the window: it navigates as a plain link does.
+  if (table === 'explorer' && /\.html?$/.test(t)) return 'explorer page ' + t;
   if (/\.(htm|html|gif|png|jpg|pdf|js|css)$/.test(t)) return null;
   const tail = t.slice(-3);
   if (table === 'explorer') {
@@ -175,27 +177,41 @@ export class Crawler {
       (a) => a.getAttribute('href'))).catch(() => []);
   }
 
-  // Checks that the tab's embedded page is not blank.
+  // Checks that the tab's embedded page is not blank, once it has loaded.
   async notBlank(page, what) {
-    const frame = page.frame({ name: 'page' });
-    if (!frame) return;
-    const text = await frame.evaluate(() => (document.body ? document.body.innerText.trim() : ''))
-      .catch(() => 'unreadable');
-    if (!text) this.fail(`${what}: the page ${frame.url()} is blank`);
+    let text = '', url = '';
+    for (let i = 0; i < 50 && !text; ++i) {
+      const frame = page.frame({ name: 'page' });
+      if (!frame) return;
+      url = frame.url();
+      // A window without a page of its own (a dialog window) has none to show.
+      if (url === 'about:blank') return;
+      text = await frame.evaluate(() => (document.readyState === 'complete' && document.body
+        ? document.body.innerText.trim() : '')).catch(() => '');
+      if (!text) await new Promise((r) => setTimeout(r, 100));
+    }
+    if (!text) this.fail(`${what}: the page ${url} is blank`);
   }
 
   // Follows, once per command key, the links of the page on show in the
   // tab, in page order, re-reading the page after each. `skip` names keys
-  // left for later (a removal, say); `answers` as for settle.
+  // left for later (a removal, say); `only` the keys to follow, met before
+  // or not; `answers` as for settle.
   async followLinks(page, { skip = [], answers = [], only = null } = {}) {
     const win = await this.windowOf(page);
     const tried = new Set();
+    const wanted = (h) => {
+      const k = linkKey(win, h);
+      // Keys named in `only` are followed even when met before.
+      return k && !tried.has(k) && !skip.includes(k) && (only ? only.includes(k) : !this.covered.has(k));
+    };
     for (let round = 0; round < 60; ++round) {
-      const hrefs = await this.links(page);
-      const next = hrefs.find((h) => {
-        const k = linkKey(win, h);
-        return k && !tried.has(k) && !this.covered.has(k) && !skip.includes(k) && (!only || only.includes(k));
-      });
+      let next = (await this.links(page)).find(wanted);
+      // A link asked for by name may be on a page still loading.
+      for (let wait = 0; !next && only && round === 0 && wait < 50; ++wait) {
+        await new Promise((r) => setTimeout(r, 100));
+        next = (await this.links(page)).find(wanted);
+      }
       if (!next) return;
       const key = linkKey(win, next);
       tried.add(key);
@@ -208,7 +224,21 @@ export class Crawler {
         this.cover(key);
         continue;
       }
-      await this.run(page, key, () => link.click(), { answers });
+      if (key.includes(' page ')) {
+        // A plain page: the embedded browser goes there.
+        const name = next.slice(next.lastIndexOf('/') + 1);
+        await link.click();
+        await page.waitForFunction((n) => {
+          const f = document.getElementById('page');
+          return f && f.contentDocument && f.contentDocument.readyState === 'complete' &&
+            f.contentWindow.location.pathname.endsWith('/' + n);
+        }, name, { timeout: 15000 }).catch(() => this.fail(`${key}: the page did not open`));
+        this.cover(key);
+      } else {
+        // The RVC browser's own pages navigate as they stand.
+        const plain = /^rvc link (index|working|hotspot_rep[12])\.htm$/.test(key);
+        await this.run(page, key, () => link.click(), { answers, mustChange: !plain });
+      }
       await this.notBlank(page, key);
     }
   }
@@ -221,7 +251,7 @@ export class Crawler {
   }
 
   // The tab that shows `win` (a window opened beside the others).
-  async tabOf(win, timeout = 15000) {
+  async tabOf(win, timeout = 30000) {
     const until = Date.now() + timeout;
     while (Date.now() < until) {
       for (const p of this.context.pages()) {

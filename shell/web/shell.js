@@ -759,8 +759,10 @@
   document.addEventListener('click', (e) => {
     const title = e.target.closest && e.target.closest('.menu-title');
     if (title) title.parentElement.classList.toggle('open');
-    const item = e.target.closest && e.target.closest('.menu-item');
-    if (item) item.closest('.menu').classList.remove('open');
+    // An entry of a window menu closes its menu; the right-click menu's
+    // entries stand in no window menu.
+    const menu = e.target.closest && e.target.closest('.menu-item') && e.target.closest('.menu');
+    if (menu) menu.classList.remove('open');
   });
   document.addEventListener('focusout', (e) => {
     const menu = e.target.closest && e.target.closest('.menu');
