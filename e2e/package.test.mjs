@@ -65,12 +65,16 @@ async function operationFigures(browser, url) {
   return { figures: await pageText(page, 'Remove Operation'), page };
 }
 
-test('the package, unpacked read-only, runs from a fresh home as from the build tree', { skip: missing, timeout: 300000 }, async () => {
+test('the package, unpacked read-only, runs from a fresh home as from the build tree', { skip: missing, timeout: 300000 }, async (t) => {
   const deb = thePackage();
   assert.ok(deb, 'scripts/package.sh made no package');
   const version = path.basename(deb).split('_')[1];
   const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'arven-package-'));
   const root = path.join(dir, 'root');
+  t.after(() => {
+    execFileSync('chmod', ['-R', 'u+w', dir]);
+    fs.rmSync(dir, { recursive: true, force: true });
+  });
   execFileSync('dpkg-deb', ['-x', deb, root]);
   // Read-only for everyone but root, who is checked by the manifest alone.
   execFileSync('chmod', ['-R', 'a-w', root]);
@@ -142,6 +146,4 @@ test('the package, unpacked read-only, runs from a fresh home as from the build 
   assert.ok(fs.existsSync(path.join(admin.userFolder, 'dbases', 'arven_operations.mdb')));
 
   assert.deepEqual(manifest(root), before, 'nothing under the root has changed');
-  execFileSync('chmod', ['-R', 'u+w', dir]);
-  fs.rmSync(dir, { recursive: true, force: true });
 });
