@@ -13,6 +13,7 @@ set(ARVEN_APP_FOLDER ${CMAKE_BINARY_DIR}/app)
 set(ARVEN_PACKAGING_OUT ${CMAKE_BINARY_DIR}/packaging)
 
 # Manual pages and the changelog, compressed as Debian wants them.
+set(packaging_sources)
 set(packaging_outputs)
 foreach(page arven arven-admin arven-downloader)
   configure_file(${CMAKE_SOURCE_DIR}/packaging/${page}.1 ${ARVEN_PACKAGING_OUT}/${page}.1 @ONLY)
