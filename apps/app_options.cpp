@@ -1,15 +1,23 @@
 #include "apps/app_options.h"
 
+#include <iostream>
+#include <optional>
 #include <stdexcept>
+
+#include "core/program_folders.h"
+#include "core/replace_file.h"
 
 namespace arven {
 
-std::filesystem::path default_app_dir() {
+namespace {
+
+std::filesystem::path own_executable() {
   std::error_code ec;
   auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-  if (ec) return std::filesystem::current_path() / "app";
-  return exe.parent_path() / "app";
+  return ec ? std::filesystem::current_path() / "arven" : exe;
 }
+
+}  // namespace
 
 AppOptions parse_app_options(int argc, char** argv) {
   AppOptions o;
@@ -39,13 +47,48 @@ AppOptions parse_app_options(int argc, char** argv) {
       o.no_browser = true;
     } else if (a == "--token") {
       o.token = value(i, a);
+    } else if (a == "--help" || a == "-h") {
+      o.help = true;
+    } else if (a == "--version") {
+      o.version = true;
     } else {
       o.args.push_back(a);
     }
   }
-  if (o.app_dir.empty()) o.app_dir = default_app_dir();
-  o.app_dir = std::filesystem::absolute(o.app_dir);
   return o;
+}
+
+bool find_folders(AppOptions& options, std::string_view program, bool admin) {
+  std::optional<std::filesystem::path> given;
+  if (!options.app_dir.empty()) given = options.app_dir;
+  try {
+    ProgramFolders folders = program_folders(given, own_executable(), admin);
+    options.app_dir = std::filesystem::absolute(folders.app);
+    options.assets_dir = std::filesystem::absolute(folders.assets);
+    return true;
+  } catch (const FileWriteError& e) {
+    std::cerr << program << ": " << e.what() << "\n";
+    return false;
+  }
+}
+
+std::string version_line(std::string_view program) {
+  return std::string(program) + " " + std::to_string(ARVEN_VERSION_MAJOR) + "." +
+         std::to_string(ARVEN_VERSION_MINOR) + "." + std::to_string(ARVEN_VERSION_REVISION);
+}
+
+bool print_help_or_version(const AppOptions& options, std::string_view program,
+                           std::string_view usage) {
+  if (options.help)
+    std::cout << usage;
+  else if (options.version)
+    std::cout << version_line(program) << "\n";
+  return options.help || options.version;
+}
+
+int usage_error(std::string_view program, const std::string& problem, std::string_view usage) {
+  std::cerr << program << ": " << problem << "\n" << usage;
+  return 2;
 }
 
 }  // namespace arven

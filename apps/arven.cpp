@@ -27,6 +27,20 @@ int check_updates(const arven::AppOptions& options) {
   return 0;
 }
 
+constexpr const char* kUsage =
+    "usage: arven [--app-dir DIR] [--port N] [--no-browser] [--token T]\n"
+    "       arven --check-updates [--app-dir DIR]\n"
+    "       arven --help | --version\n"
+    "Starts ARVEN and opens its main window in the browser.\n"
+    "  --app-dir DIR    program folder (stores, pages, exports); default: app beside\n"
+    "                   the program in its build tree, $XDG_DATA_HOME/arven when installed\n"
+    "  --port N         port on 127.0.0.1 (0: any free port; default 8118)\n"
+    "  --no-browser     print the address instead of opening the browser\n"
+    "  --token T        the session token (default: a random one)\n"
+    "  --check-updates  print the update table as CSV and end\n"
+    "  --help           print this help and end\n"
+    "  --version        print the version and end\n";
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -39,10 +53,10 @@ int main(int argc, char** argv) {
     if (!check && !options.args.empty())
       throw std::invalid_argument("unknown argument " + options.args[0]);
   } catch (const std::invalid_argument& e) {
-    std::cerr << "arven: " << e.what() << "\nusage: arven [--app-dir DIR] [--port N] "
-              << "[--no-browser] [--token T]\n       arven --check-updates [--app-dir DIR]\n";
-    return 2;
+    return usage_error("arven", e.what(), kUsage);
   }
+  if (print_help_or_version(options, "arven", kUsage)) return 0;
+  if (!find_folders(options, "arven")) return 1;
   if (check) return check_updates(options);
   return serve_windows(options, 0, "arven");
 }

@@ -38,25 +38,30 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr const char* kUsage =
+    "usage: arven-admin [--app-dir DIR]\n"
+    "       arven-admin import-masters --from CSV_DIR [--app-dir DIR]\n"
+    "       arven-admin publish-version X.Y.Z [--app-dir DIR]\n"
+    "       arven-admin preprocess --countries DK,IE --level 0-3 --mode MODE\n"
+    "                  [--operations 1,2,3] [--existing-db] [--dq-refs] [--app-dir DIR]\n"
+    "         MODE: by-date, new, new-and-selected, existing, selected, all\n"
+    "         --operations selects operations within the list of all of them\n"
+    "       arven-admin rvc-import (--all | --rvc ID) [--excel] [--app-dir DIR]\n"
+    "       arven-admin rvc-aggregate --levels 0,1,2,3 (--all | --rvc ID) [--app-dir DIR]\n"
+    "       arven-admin backup [--list | --restore NAME] [--app-dir DIR]\n"
+    "       arven-admin all-country ACTION [--store FILE] [--group rdp|rvc|rvc-list]\n"
+    "         ACTION: code-gen, copy-preprocess-tables, copy-arven-db, copy-rdp-tables,\n"
+    "                 copy-rvc-tables, copy-rvc-list-tables, delete-old-tables,\n"
+    "                 temp-data-trans, add-impact-max-field\n"
+    "       arven-admin calculate-delta --all | --operation N --baseline B [--app-dir DIR]\n"
+    "       arven-admin --help | --version\n"
+    "Starts the admin build of ARVEN, or runs one batch command on its program folder.\n"
+    "  --app-dir DIR  program folder; default: app beside the program in its build tree,\n"
+    "                 $XDG_DATA_HOME/arven when installed\n"
+    "  --port N, --no-browser, --token T: as for arven (see arven --help)\n";
+
 int usage(const std::string& problem) {
-  std::cerr
-      << "arven-admin: " << problem << "\n"
-      << "usage: arven-admin [--app-dir DIR]\n"
-      << "       arven-admin import-masters --from CSV_DIR [--app-dir DIR]\n"
-      << "       arven-admin publish-version X.Y.Z [--app-dir DIR]\n"
-      << "       arven-admin preprocess --countries DK,IE --level 0-3 --mode MODE\n"
-      << "                  [--operations 1,2,3] [--existing-db] [--dq-refs] [--app-dir DIR]\n"
-      << "         MODE: by-date, new, new-and-selected, existing, selected, all\n"
-      << "         --operations selects operations within the list of all of them\n"
-      << "       arven-admin rvc-import (--all | --rvc ID) [--excel] [--app-dir DIR]\n"
-      << "       arven-admin rvc-aggregate --levels 0,1,2,3 (--all | --rvc ID) [--app-dir DIR]\n"
-      << "       arven-admin backup [--list | --restore NAME] [--app-dir DIR]\n"
-      << "       arven-admin all-country ACTION [--store FILE] [--group rdp|rvc|rvc-list]\n"
-      << "         ACTION: code-gen, copy-preprocess-tables, copy-arven-db, copy-rdp-tables,\n"
-      << "                 copy-rvc-tables, copy-rvc-list-tables, delete-old-tables,\n"
-      << "                 temp-data-trans, add-impact-max-field\n"
-      << "       arven-admin calculate-delta --all | --operation N --baseline B [--app-dir DIR]\n";
-  return 2;
+  return arven::usage_error("arven-admin", problem, kUsage);
 }
 
 std::vector<std::string> split_list(const std::string& text) {
@@ -331,7 +336,10 @@ int main(int argc, char** argv) {
   } catch (const std::invalid_argument& e) {
     return usage(e.what());
   }
+  if (print_help_or_version(options, "arven-admin", kUsage)) return 0;
   const auto& args = options.args;
+  if (!args.empty() && args[0].rfind('-', 0) == 0) return usage("unknown argument " + args[0]);
+  if (!find_folders(options, "arven-admin", true)) return 1;
   try {
     if (!args.empty() && args[0] == "import-masters") {
       if (args.size() != 3 || args[1] != "--from") return usage("import-masters needs --from DIR");

@@ -35,7 +35,13 @@ using namespace arven;
 
 constexpr const char* kUsage =
     "usage: arven-downloader [--app-dir DIR] [--wait-pid PID] [-- PROGRAM ARGS...]\n"
-    "       arven-downloader [--app-dir DIR] --install-archive ZIP [--country CC]\n";
+    "       arven-downloader [--app-dir DIR] --install-archive ZIP [--country CC]\n"
+    "       arven-downloader --help | --version\n"
+    "Installs the country store named in the preferences ([Download] \"Item to download\")\n"
+    "from the update server, or the archive ZIP, into the program folder's dbases/, then\n"
+    "starts PROGRAM ARGS... if given (after the program with PID has ended).\n"
+    "  --app-dir DIR  program folder; default: app beside the program in its build tree,\n"
+    "                 $XDG_DATA_HOME/arven when installed\n";
 
 // Waits (at most 30 s) for the program that started us to end.
 void wait_for(pid_t pid) {
@@ -119,28 +125,30 @@ int main(int argc, char** argv) {
   try {
     options = parse_app_options(own, argv);
   } catch (const std::invalid_argument& e) {
-    std::cerr << "arven-downloader: " << e.what() << "\n" << kUsage;
-    return 2;
+    return usage_error("arven-downloader", e.what(), kUsage);
   }
+  if (print_help_or_version(options, "arven-downloader", kUsage)) return 0;
   // Sockets and files of the program that started us stay with it.
   ::close_range(3, ~0U, 0);
 
   fs::path archive;
   std::string code;
+  std::optional<pid_t> wait_pid;
   const auto& args = options.args;
   for (size_t i = 0; i < args.size(); ++i) {
     bool has_value = i + 1 < args.size();
     if (args[i] == "--wait-pid" && has_value) {
-      wait_for(static_cast<pid_t>(std::atol(args[++i].c_str())));
+      wait_pid = static_cast<pid_t>(std::atol(args[++i].c_str()));
     } else if (args[i] == "--install-archive" && has_value) {
       archive = args[++i];
     } else if (args[i] == "--country" && has_value) {
       code = args[++i];
     } else {
-      std::cerr << "arven-downloader: unknown argument " << args[i] << "\n" << kUsage;
-      return 2;
+      return usage_error("arven-downloader", "unknown argument " + args[i], kUsage);
     }
   }
+  if (wait_pid) wait_for(*wait_pid);
+  if (!find_folders(options, "arven-downloader")) return 1;
 
   std::string result;
   if (!archive.empty()) {

@@ -43,7 +43,8 @@ int serve_windows(const AppOptions& options, int admin_mode, const char* program
   worker.on_failure = [&ui](const std::string& what) { ui.show_failure(what); };
 
   shell::Server server(ui, options.app_dir,
-                       options.token.empty() ? shell::make_token() : options.token);
+                       options.token.empty() ? shell::make_token() : options.token,
+                       options.assets_dir);
   int port = server.bind(options.port);                        // 0: any free port
   if (port < 0 && !options.port_given) port = server.bind(0);  // the default port is taken
   if (port < 0) {

@@ -49,14 +49,17 @@ export function demoMastersSandbox(t, alsoNeeded = []) {
 // `detached` gives it a process group of its own, so that what it starts
 // (the downloader, and the program started again) can be ended with it.
 export function startProgram(sandbox, program = 'arven', extra = [], { detached = false } = {}) {
+  return startListening(path.join(BUILD, program),
+    ['--app-dir', sandbox.app, '--no-browser', '--port', '0', ...extra],
+    { ...process.env, HOME: sandbox.home, XDG_CONFIG_HOME: path.join(sandbox.home, '.config'),
+      XDG_DOCUMENTS_DIR: path.join(sandbox.home, 'Documents'), LANG: 'C.UTF-8' }, { detached });
+}
+
+// Starts the executable with that environment; resolves with the child and
+// its address ({ child, url, base }) once it prints that it listens.
+export function startListening(executable, args, env, { detached = false } = {}) {
   return new Promise((resolve, reject) => {
-    const child = spawn(path.join(BUILD, program),
-      ['--app-dir', sandbox.app, '--no-browser', '--port', '0', ...extra], {
-        env: { ...process.env, HOME: sandbox.home, XDG_CONFIG_HOME: path.join(sandbox.home, '.config'),
-          XDG_DOCUMENTS_DIR: path.join(sandbox.home, 'Documents'), LANG: 'C.UTF-8' },
-        stdio: ['ignore', 'pipe', 'pipe'],
-        detached,
-      });
+    const child = spawn(executable, args, { env, stdio: ['ignore', 'pipe', 'pipe'], detached });
     let out = '';
     const timer = setTimeout(() => reject(new Error('no address printed: ' + out)), 15000);
     child.stdout.on('data', (d) => {

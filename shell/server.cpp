@@ -101,6 +101,7 @@ std::string make_token() {
 struct Server::Impl {
   WebUi& ui;
   fs::path folder;
+  fs::path assets;  // empty: the assets are in `folder`
   std::string token;
   int port = 0;
   httplib::Server http;
@@ -320,7 +321,9 @@ struct Server::Impl {
     auto target = url_decode(raw);
     // The window may take a link to one of its pages as a command.
     const bool serve = !target || ui.serves_file(window, *target);
-    if (auto file = serve ? resolve_static(folder, raw) : std::nullopt) {
+    auto file = serve ? resolve_static(folder, raw) : std::nullopt;
+    if (!file && serve && !assets.empty()) file = resolve_static(assets, raw);
+    if (file) {
       std::ifstream in(*file, std::ios::binary);
       std::string body((std::istreambuf_iterator<char>(in)), {});
       res.set_header("Cache-Control", "no-store");
@@ -365,8 +368,9 @@ struct Server::Impl {
   }
 };
 
-Server::Server(WebUi& ui, fs::path report_folder, std::string token)
+Server::Server(WebUi& ui, fs::path report_folder, std::string token, fs::path assets_folder)
     : impl_(std::make_unique<Impl>(ui, std::move(report_folder), token)), token_(std::move(token)) {
+  if (assets_folder != impl_->folder) impl_->assets = std::move(assets_folder);
   impl_->install_routes();
 }
 

@@ -18,11 +18,13 @@ namespace arven::shell {
 // (a POST, a page command) must also come from the program's own pages, or
 // carry the token in the X-ARVEN-Token header as scripts do. Under
 // /<window>/ it serves the window page, its state and actions, and the
-// files of the report folder; a target that names no file is a page
-// command for that window.
+// files of the report folder, then those of the assets folder (graphics,
+// scripts and help of an installed program, when it has one apart); a
+// target that names no file is a page command for that window.
 class Server {
  public:
-  Server(WebUi& ui, std::filesystem::path report_folder, std::string token);
+  Server(WebUi& ui, std::filesystem::path report_folder, std::string token,
+         std::filesystem::path assets_folder = {});
   ~Server();
 
   // Binds 127.0.0.1:port (0 picks a free port); returns the bound port, or
