@@ -137,7 +137,7 @@ export class Crawler {
         if (d.kind === 'file') body.file = pick && pick[2] ? pick[2] : '';
         await this.context.request.post(`${this.base}/${d.window || s.top || 'main'}/answer`,
           { headers: this.headers, form: body });
-        await page.waitForTimeout(150);
+        await new Promise((r) => setTimeout(r, 150));
         continue;
       }
       if (!s.busy) {
@@ -145,7 +145,7 @@ export class Crawler {
       } else {
         quiet = 0;
       }
-      await page.waitForTimeout(100);
+      await new Promise((r) => setTimeout(r, 100));
     }
     this.fail('the program stayed busy for ' + timeout / 1000 + ' s');
     return seen;
@@ -273,6 +273,7 @@ export class Crawler {
   // Closes the window the tab shows with its frame's close box.
   async closeWindow(page, answers = []) {
     await this.settle(page, answers);
+    if (page.isClosed()) return;  // it closed itself
     await page.click('#close-window');
     await this.settle(page, answers);
   }

@@ -310,3 +310,60 @@ test('the crawler reaches every command of the user build without a fault', { sk
   assert.deepEqual(c.failures, []);
   assert.deepEqual(left, []);
 });
+
+// The admin build: the console from the main window's three ways to it,
+// then every tool window of the console, each of its buttons pressed once
+// with the safe answer to what it asks, and closed again.
+test('the crawler presses every button of the admin console and its tools without a fault', { skip: missing, timeout: 900000 }, async () => {
+  const sandbox = makeSandbox({ withStores: [STORE, 'arven_operations.mdb', 'arven_rvcs.mdb'] });
+  const program = await startProgram(sandbox, 'arven-admin');
+  const browser = await launchBrowser();
+  const c = new Crawler(browser, program.base, new URL(program.url).searchParams.get('token'));
+  try {
+    const page = await c.start(program.url);
+    await page.locator('#button-ok').click();
+    await c.onTop(page, 'main');
+    await pair(c, page, 1, 3, { mustChange: false });
+    await c.run(page, 'main menu mnuToolsAdmin', () => page.evaluate(() => window.arvenCommand({ menu: 'mnuToolsAdmin' })), { mustChange: false });
+    await c.run(page, 'main menu mnuAllAdmin', async () => {
+      await page.locator('#side').click({ button: 'right', position: { x: 20, y: 300 } });
+      await page.click('#context-mnuAllAdmin');
+    }, { mustChange: false });
+    const console_ = await c.tabOf('admin');
+    const tools = await console_.locator('[id^="button-"]').evaluateAll((bs) => bs.map((b) => b.id.slice('button-'.length)));
+    assert.ok(tools.length >= 8, `tools: ${tools}`);
+    for (const tool of tools) {
+      const before = new Set(c.context.pages());
+      await c.click(console_, '#button-' + tool, 'admin ' + tool, { mustChange: false });
+      const opened = c.context.pages().filter((p) => !before.has(p));
+      for (const win of opened) {
+        await win.waitForLoadState();
+        const name = await c.windowOf(win);
+        // Every button of the tool once; none that would wait on a long run.
+        const buttons = await win.locator('#content [id^="button-"], #side [id^="button-"]')
+          .evaluateAll((bs) => bs.filter((b) => !b.disabled && b.offsetParent).map((b) => b.id));
+        for (const id of buttons) {
+          if (!(await win.locator('#' + id).isVisible()) || !(await win.locator('#' + id).isEnabled())) continue;
+          await c.click(win, '#' + id, `${name} ${id}`, { mustChange: false });
+          await c.notBlank(win, `${name} ${id}`);
+        }
+        if (!win.isClosed() && (await c.windowOf(win)) === name && (await win.locator('#close-window').count()))
+          await c.closeWindow(win);
+        if (!win.isClosed()) await win.close();
+      }
+    }
+  } catch (e) {
+    for (const [i, p] of c.context ? c.context.pages().entries() : [])
+      await p.screenshot({ path: screenshotPath(`crawler-admin-failure-${i}`) }).catch(() => {});
+    throw e;
+  } finally {
+    await browser.close();
+    program.child.kill();
+  }
+  const left = c.missing(['main pair 1,3', 'main menu mnuToolsAdmin', 'main menu mnuAllAdmin']);
+  if (process.env.ARVEN_CRAWL_LOG) console.log('covered: ' + [...c.covered].join(', '));
+  // Every tool window was reached and its buttons pressed.
+  assert.ok([...c.covered].filter((k) => k.startsWith('admin/')).length >= 30, 'buttons of the tool windows pressed');
+  assert.deepEqual(c.failures, []);
+  assert.deepEqual(left, []);
+});
