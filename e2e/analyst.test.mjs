@@ -110,6 +110,10 @@ test('an analyst enters numbers, follows references and links, and uses the keyb
     const measure = frame.locator('a[href$=".mmm"]').first();
     const name = (await measure.innerText()).trim();
     await measure.click();
+    await page.waitForFunction(() => {
+      const f = document.getElementById('page');
+      return f.contentWindow.location.pathname.endsWith('/operation.htm') && f.contentDocument.readyState === 'complete';
+    });
     const heading = (await frame.locator('font[size="4"]').first().innerText()).trim();
     // The tree's heading is the measure's code and the name the page linked.
     assert.match(heading.replace(/\s+/g, ' '), /^M\d+: /);

@@ -236,9 +236,14 @@ void go_to_measure(Ui& ui, int64_t id) {
   }
   Tree& tree = c.chosen;
   tree.nodes[static_cast<size_t>(found)].expanded = true;
-  tree_node_click(ui, true, found);
-  // The measure's own page, as a group node of the catalogue has it: the
+  if (explorer_state().adding_operation) return;
+  // The measure's node is selected as a click selects it, and the page is
+  // the measure's own, as a group node of the catalogue has it: the
   // operations of that measure, not every chosen one under its name.
+  tree.select(found);
+  c.current_group_id = tree.group_id(found);
+  explorer_state().current_operation_id = 0;
+  explorer_window().current_operation = 0;
   try {
     operation_general_html_hub(ui, tree, c.chosen_view);
   } catch (const std::exception& e) {
