@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <mutex>
 #include <optional>
 
@@ -267,7 +268,8 @@ struct Entry {
 // archive's error says nothing about it).
 template <typename Sink>
 bool read_entry_index(zip_t* za, zip_uint64_t index, Sink sink, std::string* error = nullptr) {
-  zip_file_t* zf = zip_fopen_index(za, index, 0);
+  // Closed however the reading ends: a sink may throw (a full disk).
+  std::unique_ptr<zip_file_t, decltype(&zip_fclose)> zf(zip_fopen_index(za, index, 0), zip_fclose);
   if (!zf) {
     if (error) *error = zip_strerror(za);
     return false;
@@ -275,16 +277,15 @@ bool read_entry_index(zip_t* za, zip_uint64_t index, Sink sink, std::string* err
   char buf[65536];
   zip_int64_t n;
   bool ok = true;
-  while ((n = zip_fread(zf, buf, sizeof buf)) > 0)
+  while ((n = zip_fread(zf.get(), buf, sizeof buf)) > 0)
     if (!sink(buf, static_cast<size_t>(n))) {
       ok = false;
       break;
     }
   if (n < 0) {
     ok = false;
-    if (error) *error = zip_file_strerror(zf);
+    if (error) *error = zip_file_strerror(zf.get());
   }
-  zip_fclose(zf);
   return ok;
 }
 
