@@ -42,9 +42,10 @@ int64_t argument_of(const std::string& target) {
   return v;
 }
 
-// The word before the suffix, lower case ("remove" of "remove.rem").
+// The command word: what stands before the first dot, lower case ("remove"
+// of "remove.rem", "sort" of "sort.10s5"), whatever the suffix's length.
 std::string word_of(const std::string& target) {
-  return target.size() < 4 ? "" : lower_case(target.substr(0, target.size() - 4));
+  return lower_case(target.substr(0, target.find('.')));
 }
 
 // The states a list can be sorted in: two per sortable column.
@@ -146,10 +147,7 @@ bool sort_command(Ui& ui, const std::string& target) {
   if (!parse_sort_target(target, grid, state)) return false;
   // A state the list does not have is never stored: later visits would
   // sort by it.
-  const size_t dot = target.find('.');
-  if (dot == std::string::npos || lower_case(target.substr(0, dot)) != "sort" ||
-      !valid_sort_state(grid, state))
-    return true;
+  if (word_of(target) != "sort" || !valid_sort_state(grid, state)) return true;
   ExplorerWindow& w = explorer_window();
   try {
     switch (grid) {
