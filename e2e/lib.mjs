@@ -106,10 +106,21 @@ export async function answer(page, title, button) {
 }
 
 // The text of the page in the window's embedded browser, once it holds `expected`.
+// The text of the page in the window's frame once it shows `expected`. The
+// frame may move on to another page between the wait and the read (a wait
+// page replacing a summary), so the text read must itself show `expected`.
 export async function pageText(page, expected, timeout = 10000) {
   const frame = page.frameLocator('#page');
-  await frame.locator('body', { hasText: expected }).waitFor({ timeout });
-  return frame.locator('body').innerText();
+  const shows = (text) => (expected instanceof RegExp ? expected.test(text)
+    : text.replace(/\s+/g, ' ').toLowerCase().includes(expected.replace(/\s+/g, ' ').toLowerCase()));
+  const deadline = Date.now() + timeout;
+  for (;;) {
+    const left = Math.max(1, deadline - Date.now());
+    await frame.locator('body', { hasText: expected }).waitFor({ timeout: left });
+    const text = await frame.locator('body').innerText({ timeout: left }).catch(() => '');
+    if (shows(text)) return text;
+    if (Date.now() > deadline) throw new Error(`the page no longer shows "${expected}": ${text.slice(0, 200)}`);
+  }
 }
 
 export function screenshotPath(name) {

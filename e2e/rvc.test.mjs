@@ -62,7 +62,8 @@ test('the RVC browser drills down from the country to an area\'s details', { ski
 
     // The breadcrumb leads back to the index of the countries.
     await frame.locator('a', { hasText: 'NUTS1: Danmark' }).click();
-    await pageText(page, 'Hovedstaden');
+    // The details page names Hovedstaden too: wait for the NUTS1 page's own link.
+    await frame.locator('a[href="DK01_details.htm"]').waitFor();
     await frame.locator('a[href="index.htm"]').click();
     await pageText(page, 'Regional Variation Categories (RVCs)');
     await page.click('#close-window');
