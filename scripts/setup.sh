@@ -29,7 +29,7 @@ done
 log() { printf '[setup] %s\n' "$*"; }
 
 # ---- Debian packages ------------------------------------------------------
-packages=(cmake g++ make pkg-config clang-format libsqlite3-dev libcpp-httplib-dev libzip-dev zlib1g-dev
+packages=(cmake g++ make pkg-config clang-format libsqlite3-dev libcpp-httplib-dev libboost-dev libzip-dev zlib1g-dev
   libcurl4-openssl-dev libssl-dev libfmt-dev nlohmann-json3-dev libpugixml-dev libxlsxwriter-dev libgtest-dev libbenchmark-dev
   sqlite3 zip unzip ca-certificates xdg-utils python3
   dpkg-dev file lintian)  # the Debian package: dpkg-shlibdeps, CPack's ELF detection, its check

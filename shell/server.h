@@ -20,7 +20,10 @@ namespace arven::shell {
 // /<window>/ it serves the window page, its state and actions, and the
 // files of the report folder, then those of the assets folder (graphics,
 // scripts and help of an installed program, when it has one apart); a
-// target that names no file is a page command for that window.
+// target that names no file is a page command for that window. /channel is
+// the browser's live channel (a WebSocket) on which every change of the
+// windows' state is pushed. A few fixed threads serve every connection,
+// whatever clients open or hold.
 class Server {
  public:
   Server(WebUi& ui, std::filesystem::path report_folder, std::string token,
@@ -37,9 +40,12 @@ class Server {
   const std::string& token() const { return token_; }
   // Long polls waiting for a change now.
   size_t waiting_polls() const;
-  // Runs (on a server thread) when the main browser tab was closed: its
-  // page said it went (POST /<window>/leave) and no page of the tab polled
-  // again within `grace`. A reload polls again, so it runs nothing.
+  // The threads that serve every connection: a fixed number.
+  size_t threads() const;
+  // Runs (on a thread of its own, once) when the main browser tab was
+  // closed: its page said it went (POST /<window>/leave, or on the
+  // channel), or the channel that showed it closed, and no page of the tab
+  // showed again within `grace`. A reload shows one, so it runs nothing.
   void on_main_tab_closed(std::function<void()> action,
                           std::chrono::milliseconds grace = std::chrono::seconds(4));
 

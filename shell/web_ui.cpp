@@ -156,6 +156,17 @@ bool WebUi::serves_file(const std::string& window, const std::string& target) co
 void WebUi::changed() {
   ++version_;
   cv_.notify_all();
+  if (change_listener_) change_listener_(version_);
+}
+
+uint64_t WebUi::version() const {
+  std::lock_guard lock(mutex_);
+  return version_;
+}
+
+void WebUi::set_change_listener(std::function<void(uint64_t)> listener) {
+  std::lock_guard lock(mutex_);
+  change_listener_ = std::move(listener);
 }
 
 std::string WebUi::current_window() const {

@@ -100,6 +100,11 @@ class WebUi : public Ui {
   // `keep_waiting` (asked a few times a second) turns false.
   uint64_t wait_for_change(uint64_t since, int timeout_ms,
                            const std::function<bool()>& keep_waiting = {}) const;
+  // The version of the state now.
+  uint64_t version() const;
+  // Called with the new version on every change, with the state's lock
+  // held: it may only hand the news on (the server wakes its clients).
+  void set_change_listener(std::function<void(uint64_t)> listener);
   // True when the window takes clicks now: it is open (the main window
   // always is), and no modal window stands on top of it. A window opened
   // beside the others (a report) takes them while it is open.
@@ -165,6 +170,7 @@ class WebUi : public Ui {
   mutable std::mutex mutex_;
   mutable std::condition_variable cv_;
   uint64_t version_ = 1;
+  std::function<void(uint64_t)> change_listener_;
   int next_dialog_ = 1;
   std::map<std::string, WindowState> windows_;
   std::vector<std::string> modal_stack_;

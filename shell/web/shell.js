@@ -1,6 +1,8 @@
 // The browser side of an ARVEN window. The page draws the window from
-// GET state.json (long-polled), and every click is a POST that the server
-// queues for the program's worker. Nothing is decided here.
+// GET state.json, fetched again whenever the browser's live channel says
+// the state changed (long-polled where there is no channel), and every
+// click is a POST that the server queues for the program's worker. Nothing
+// is decided here.
 (function () {
   'use strict';
   const win = document.body.dataset.window;
@@ -694,24 +696,88 @@
 
   // The main tab going away (closed, or reloaded by the person) is told to
   // the program, which ends as its close box ends it unless a page of the
-  // tab polls again within a few seconds, as a reload does.
+  // tab shows again within a few seconds, as a reload does.
   window.addEventListener('pagehide', () => {
     if (inMainTab && !moving) navigator.sendBeacon(base + 'leave', new URLSearchParams({ client }));
   });
 
+  let stopped = false;  // the program ended or is installing: no more news
+  function forbidden() {
+    stopped = true;
+    document.body.textContent = 'This page needs the address that ARVEN printed when it started.';
+  }
+  // Draws a state; false when no more is to come.
+  function take(s) {
+    // The downloader answers while an update installs: the end was missed.
+    if (s.installing) { stopped = true; waitForRestart(); return false; }
+    version = s.version;
+    render(s);
+    if (s.ended) stopped = true;
+    return !s.ended;
+  }
+
+  // The window's state, fetched when the channel says it changed. A change
+  // during a fetch fetches once more after it.
+  let fetching = false, again = false;
+  async function refresh() {
+    if (fetching) { again = true; return; }
+    fetching = true;
+    try {
+      do {
+        again = false;
+        const r = await fetch(base + 'state.json', { credentials: 'same-origin', cache: 'no-store' });
+        if (r.status === 403) return forbidden();
+        if (!take(await r.json())) return;
+      } while (again && !stopped);
+    } catch (e) {
+      // The program is away: the channel says when it is back.
+    } finally {
+      fetching = false;
+    }
+  }
+
+  // The browser's live channel: one shared worker for every window of the
+  // program, holding one WebSocket. Its news is a version number; a page
+  // whose version differs fetches its state.
+  let heard = false;
+  function useChannel() {
+    const script = document.body.dataset.channel;
+    if (typeof SharedWorker === 'undefined' || !script) return false;
+    let worker;
+    try {
+      worker = new SharedWorker(script, { name: 'arven-channel' });
+    } catch (e) {
+      return false;
+    }
+    const port = worker.port;
+    port.onmessage = (m) => {
+      const d = m.data || {};
+      heard = heard || !!d.open || typeof d.version === 'number';
+      if (stopped) return;
+      if (d.open || d.lost || (typeof d.version === 'number' && d.version !== version)) refresh();
+    };
+    worker.onerror = () => { if (!heard) loop(); };
+    port.start();
+    const show = () => port.postMessage({ show: { client, window: win } });
+    show();
+    window.addEventListener('pagehide', () => port.postMessage({ gone: client, closing: inMainTab && !moving }));
+    window.addEventListener('pageshow', (e) => { if (e.persisted) { show(); refresh(); } });
+    return true;
+  }
+
+  // Without the channel the page long-polls its state.
+  let polling = false;
   async function loop() {
-    while (true) {
+    if (polling) return;
+    polling = true;
+    while (!stopped) {
       try {
         const r = await fetch(base + 'state.json?since=' + version + '&client=' + client,
           { credentials: 'same-origin', cache: 'no-store' });
-        if (r.status === 403) { document.body.textContent = 'This page needs the address that ARVEN printed when it started.'; return; }
+        if (r.status === 403) return forbidden();
         const s = await r.json();
-        // The downloader answers while an update installs: the end was missed.
-        if (s.installing) { waitForRestart(); return; }
         const unchanged = s.version === version;
-        version = s.version;
-        render(s);
-        if (s.ended) return;
+        if (!take(s)) return;
         // An answer without news came from a timeout or a busy server: the
         // next poll waits a moment, so that no page polls in a tight loop.
         if (unchanged) await pause(250);
@@ -722,6 +788,13 @@
         await pause(1000);
       }
     }
+  }
+
+  function start() {
+    refresh();
+    if (!useChannel()) return loop();
+    // A channel that says nothing (its socket refused) leaves the page to poll.
+    setTimeout(() => { if (!heard && !stopped) loop(); }, 4000);
   }
   // ---- keyboard ----
   // Menus: Enter, Space or Down on a title opens it on its first item; Up
@@ -826,5 +899,5 @@
     treeKeys(e);
   });
 
-  loop();
+  start();
 })();
