@@ -9,8 +9,11 @@
 #include <boost/beast/http.hpp>
 #include <boost/beast/websocket.hpp>
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <deque>
 #include <mutex>
 #include <thread>
@@ -315,16 +318,25 @@ class HttpSession : public Listener, public std::enable_shared_from_this<HttpSes
     server_.listen(shared_from_this());
     timer_.expires_after(pending_->timeout);
     timer_.async_wait([self = shared_from_this()](error_code) { self->check(); });
-    // The client's end closing makes the socket readable with nothing to read.
+    watch_client();
+    check();
+  }
+
+  // The client's end closing makes the socket readable with nothing to
+  // read. A wake-up may also be stale news of the request itself: a peek
+  // tells the two apart.
+  void watch_client() {
     stream_.socket().async_wait(tcp::socket::wait_read, [self = shared_from_this()](error_code ec) {
       if (ec || !self->waiting_) return;
-      error_code aec;
-      if (self->stream_.socket().available(aec) == 0 || aec) {
-        self->client_gone_ = true;
-        self->check();
-      }
+      char byte;
+      const ssize_t n =
+          ::recv(self->stream_.socket().native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+      if (n > 0) return;  // a next request waits its turn
+      if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR))
+        return self->watch_client();
+      self->client_gone_ = true;
+      self->check();
     });
-    check();
   }
 
   void check() {

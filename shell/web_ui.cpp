@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <random>
 
 namespace arven::shell {
 
@@ -113,7 +114,10 @@ std::vector<std::string> list_files(const fs::path& folder, const std::string& f
   return out;
 }
 
-WebUi::WebUi(Worker& worker) : worker_(worker) {}
+WebUi::WebUi(Worker& worker) : worker_(worker) {
+  std::random_device rd;
+  run_id_ = std::to_string(rd()) + std::to_string(rd());
+}
 
 WebUi::ActiveWindow::ActiveWindow(WebUi& ui, const std::string& window) : ui_(ui) {
   std::lock_guard lock(ui_.mutex_);
@@ -174,18 +178,23 @@ std::string WebUi::current_window() const {
   return "main";
 }
 
+std::string WebUi::beside_active_locked() const {
+  auto it = windows_.find(active_);
+  const bool beside =
+      it != windows_.end() && it->second.open &&
+      std::find(modal_stack_.begin(), modal_stack_.end(), active_) == modal_stack_.end() &&
+      active_ != "main";
+  return beside ? active_ : "";
+}
+
 WebUi::Answered WebUi::ask(Dialog dialog) {
   std::unique_lock lock(mutex_);
   dialog.id = next_dialog_++;
   if (dialog.window.empty()) {
     // The window whose control asked, when it stands open beside the main
     // one; otherwise the window on top.
-    auto it = windows_.find(active_);
-    bool beside =
-        it != windows_.end() && it->second.open &&
-        std::find(modal_stack_.begin(), modal_stack_.end(), active_) == modal_stack_.end() &&
-        active_ != "main";
-    dialog.window = beside ? active_ : current_window();
+    const std::string beside = beside_active_locked();
+    dialog.window = !beside.empty() ? beside : current_window();
   }
   int id = dialog.id;
   dialog_ = std::move(dialog);
@@ -273,6 +282,13 @@ void WebUi::show_modal(const std::string& window, int tab) {
     w.open = true;
     modal_stack_.push_back(window);
     forget_finished_work();
+    // A click beside the main tab opened it there: the window clicked says so.
+    const std::string beside = beside_active_locked();
+    if (!beside.empty()) {
+      auto& b = windows_[beside];
+      b.notice = "It opened in the main ARVEN window.";
+      ++b.notices;
+    }
     changed();
   }
   refresh_controls();
@@ -321,7 +337,12 @@ void WebUi::close_window(const std::string& window) {
 
 void WebUi::navigate(const std::string& window, const std::string& page) {
   std::lock_guard lock(mutex_);
-  auto& w = windows_[window];
+  // A link of a window beside the main tab (a report) shows its result in
+  // that window, not in the main tab behind it.
+  const std::string beside = beside_active_locked();
+  const bool in_main_tab = window == "main" || std::find(modal_stack_.begin(), modal_stack_.end(),
+                                                         window) != modal_stack_.end();
+  auto& w = windows_[!beside.empty() && in_main_tab ? beside : window];
   w.page = page;
   ++w.nav;
   changed();
@@ -348,7 +369,16 @@ void WebUi::progress(int value, int max, const std::string& label) {
 }
 
 void WebUi::set_timer(std::function<void()> event) {
-  worker_.post(std::move(event));
+  // The event goes on as part of the click that set it.
+  std::string window;
+  {
+    std::lock_guard lock(mutex_);
+    window = active_;
+  }
+  worker_.post([this, window, event = std::move(event)] {
+    ActiveWindow scope(*this, window);
+    event();
+  });
 }
 
 void WebUi::print_page(const std::string& window) {
@@ -361,6 +391,10 @@ void WebUi::open_document(const std::string& target) {
   std::lock_guard lock(mutex_);
   ++opened_;
   open_target_ = target;
+  // The tab where the click was made opens it: only that one may.
+  const std::string beside = beside_active_locked();
+  open_tab_ = beside.empty() ? "main" : beside;
+  if (events_ == 0 && start_target_.empty()) start_target_ = target;
   changed();
 }
 
@@ -386,7 +420,11 @@ json WebUi::state(const std::string& window) const {
   s["tab"] = known ? it->second.tab : 0;
   s["controls"] = known ? it->second.controls : json::object();
   s["print"] = known ? it->second.print : 0;
-  s["opened"] = {{"count", opened_}, {"target", open_target_}};
+  s["opened"] = {{"count", opened_}, {"target", open_target_}, {"tab", open_tab_}};
+  s["start"] =
+      start_target_.empty() ? json(nullptr) : json{{"target", start_target_}, {"run", run_id_}};
+  s["notice"] = {{"count", known ? it->second.notices : 0},
+                 {"text", known ? it->second.notice : ""}};
   s["ended"] = ended_;
   s["top"] = current_window();
   s["modal_stack"] = modal_stack_;
@@ -494,6 +532,7 @@ void WebUi::post_to(const std::string& window, std::function<void(const WindowHa
       // dropped, as the window could not have been clicked then.
       if (it == windows_.end() || !accepts_input_locked(window)) return;
       h = it->second.handlers;
+      ++events_;
     }
     ActiveWindow scope(*this, window);
     event(h);

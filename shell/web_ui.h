@@ -140,6 +140,9 @@ class WebUi : public Ui {
     int nav = 0;
     int print = 0;
     nlohmann::json controls = nlohmann::json::object();
+    // Where a click of this window showed its result, when elsewhere.
+    int notices = 0;
+    std::string notice;
   };
   struct Answered {
     std::string button, file_name;
@@ -156,6 +159,9 @@ class WebUi : public Ui {
     std::string previous_;
   };
 
+  // The window beside the main tab whose event is being handled ("" when
+  // the event is the main tab's).
+  std::string beside_active_locked() const;
   Answered ask(Dialog dialog);  // publishes the dialog and waits for its answer
   void changed();               // bump the version (mutex held)
   void forget_finished_work();  // clear the word of ended work (mutex held)
@@ -176,8 +182,12 @@ class WebUi : public Ui {
   std::vector<std::string> modal_stack_;
   std::optional<Dialog> dialog_;
   std::optional<Answered> answered_;
-  int opened_ = 0;           // documents opened so far
-  std::string open_target_;  // the last one
+  int opened_ = 0;            // documents opened so far
+  std::string open_target_;   // the last one
+  std::string open_tab_;      // the tab that opens it: "main", or a window beside
+  std::string start_target_;  // a window opened at start, before any click
+  std::string run_id_;        // this run of the program, for the pages' memory
+  int events_ = 0;            // clicks handled so far
   bool ended_ = false;
   std::string active_;  // the window whose event is being handled
   struct {

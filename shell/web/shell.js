@@ -575,11 +575,63 @@
   }
   window.addEventListener('resize', () => { clearTimeout(sendSize.timer); sendSize.timer = setTimeout(sendSize, 300); });
 
+  // The browser tab of a window of the program: the main tab shows the
+  // main window and the modal ones on it; a window beside has its own.
+  const tabName = (w) => 'arven' + ('/' + w + '/').replace(/\//g, '-');
+  let noticeSeen = null;
+
+  // A word in the window's own bar, with a link that does what the
+  // browser would not do by itself.
+  function showNotice(text, target, linkText, href) {
+    const bar = $('notice');
+    if (!bar) return;
+    const link = el('a', { id: 'notice-link', href: href || '#', text: linkText });
+    link.addEventListener('click', (e) => {
+      if (!href) { e.preventDefault(); const w = window.open('', target); if (w) w.focus(); }
+      bar.replaceChildren();
+    });
+    if (href) link.target = target;
+    const dismiss = el('button', { type: 'button', class: 'notice-close', title: 'Close this notice', text: '\u00d7',
+      onclick: () => bar.replaceChildren() });
+    bar.replaceChildren(el('div', { class: 'start-window notice' }, [el('span', { text: text + ' ' }), link, dismiss]));
+  }
+
+  function openDocument(t) {
+    if (t.startsWith('exports/')) {
+      // An exported table: downloaded, no blank tab left behind.
+      const a = el('a', { href: base + t, download: t.slice('exports/'.length) });
+      document.body.appendChild(a);
+      a.click();
+      a.remove();
+      return;
+    }
+    const url = /^https?:/.test(t) || t.startsWith('/') ? t : base + t;
+    if (!t.startsWith('/')) {
+      if (!window.open(url, '_blank')) showNotice('The browser did not let ARVEN open a new tab.', '_blank', 'Open ' + t, url);
+      return;
+    }
+    // A window of the program ("/report/") has one browser tab, reused
+    // without loading its page again when it is there.
+    if (t === '/' + win + '/') { window.focus(); return; }
+    const name = tabName(t.replace(/^\/|\/$/g, ''));
+    const w = window.open('', name);
+    if (!w) {
+      showNotice('The browser did not let ARVEN open a window.', name,
+        t === '/admin/' ? 'Open the ARVEN Admin Console' : 'Open ' + t, url);
+      return;
+    }
+    let blank = true;
+    try { blank = w.location.href === 'about:blank'; } catch (e) { /* not ours: replace it */ }
+    if (blank) w.location.href = url;
+    else w.focus();
+  }
+
   function render(s) {
     // One browser tab shows the main window or the modal window on top of
     // it; a window opened beside them (a report) keeps its own tab.
     const stacked = win === 'main' || (s.modal_stack || []).includes(win);
     inMainTab = stacked && !s.ended;
+    if (inMainTab && window.name !== tabName('main')) window.name = tabName('main');
     if (!stacked && s.open) beside = true;
     if ((stacked && s.top !== win) || (!stacked && !s.open && !beside)) {
       moving = true;
@@ -617,36 +669,20 @@
     }
     if (printed !== null && s.print !== printed) $('page').contentWindow.print();
     printed = s.print;
-    if (opened !== null && s.opened.count !== opened && stacked) {
-      const t = s.opened.target;
-      if (t.startsWith('exports/')) {
-        // An exported table: downloaded, no blank tab left behind.
-        const a = el('a', { href: base + t, download: t.slice('exports/'.length) });
-        document.body.appendChild(a);
-        a.click();
-        a.remove();
-      } else {
-        // A window of the program ("/report/") has one browser tab, reused.
-        const name = t.startsWith('/') ? 'arven' + t.replace(/\//g, '-') : '_blank';
-        window.open(/^https?:/.test(t) || t.startsWith('/') ? t : base + t, name);
-      }
+    // A document or window opened by a click is opened by the tab where
+    // the click was made: the browser lets only that one open another.
+    const mine = s.opened.tab === 'main' ? stacked : s.opened.tab === win;
+    if (opened !== null && s.opened.count !== opened && mine) openDocument(s.opened.target);
+    // A window opened at start, before any click (the admin console): once
+    // per run of the program, by the first main page that draws.
+    const start = s.start;
+    if (win === 'main' && start && /^\/[a-z\/]+\/$/.test(start.target) &&
+        !localStorage.getItem('arven-start-' + start.run)) {
+      localStorage.setItem('arven-start-' + start.run, '1');
+      openDocument(start.target);
     }
-    // A window opened at start, before this page drew (the admin console):
-    // the browser lets a page open another only on a click, so it is
-    // offered as a link when the attempt is refused.
-    // Once per browser tab: the main page is drawn anew after every modal window.
-    if (opened === null && win === 'main' && s.opened.count > 0 && /^\/[a-z\/]+\/$/.test(s.opened.target) &&
-        !sessionStorage.getItem('arven-start-window')) {
-      const t = s.opened.target;
-      sessionStorage.setItem('arven-start-window', t);
-      if (!window.open(t, '_blank') && !$('start-window')) {
-        const bar = el('div', { class: 'start-window', id: 'start-window' }, [
-          el('a', { href: t, target: '_blank', id: 'start-window-link',
-            text: t === '/admin/' ? 'Open the ARVEN Admin Console' : 'Open ' + t,
-            onclick: () => bar.remove() })]);
-        document.body.prepend(bar);
-      }
-    }
+    if (noticeSeen !== null && s.notice.count !== noticeSeen) showNotice(s.notice.text, 'arven-main', 'Show it');
+    noticeSeen = s.notice.count;
     opened = s.opened.count;
     if (s.nav !== nav) {
       nav = s.nav;
