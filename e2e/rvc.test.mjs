@@ -130,11 +130,13 @@ test('the report window is one browser tab, reused, and closes from its menu', {
     await report.frameLocator('#page').locator('body', { hasText: 'Regional breakdown' }).waitFor();
     const tabs = page.context().pages().length;
 
-    // The regional breakdown asked for in the report, then its chart: the
-    // chart goes to the same tab.
+    // The regional breakdown asked for in the report, then its chart: both
+    // go to the report's tab, where the links were; the explorer stays.
+    const explorerPage = await frame.locator('body').innerText();
     await report.frameLocator('#page').locator('a[href$=".rg5"]').first().click();
-    await pageText(page, 'Time Horizon: 50 years');
-    await frame.locator('a[href$=".cg1"]').click();
+    assert.match(await pageText(report, 'Time Horizon: 50 years'), /Vest- og Sydsjælland/);
+    assert.equal(await frame.locator('body').innerText(), explorerPage);
+    await report.frameLocator('#page').locator('a[href$=".cg1"]').click();
     await report.frameLocator('#page').locator('body', { hasText: 'Regional breakdown for Winter cover crops' })
       .waitFor({ timeout: 15000 });
     assert.equal(page.context().pages().length, tabs);
