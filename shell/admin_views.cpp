@@ -104,6 +104,7 @@ const std::vector<AdminTool>& admin_tools() {
       {"budget", "EU Member States RDP Budget", "admin/budget"},
       {"rvcimport", "RVC Data Import", "admin/rvcimport"},
       {"backups", "Master Store Backups", "admin/backups"},
+      {"sheets", "Spreadsheet Import and Export", "admin/sheets"},
   };
   return tools;
 }
@@ -203,6 +204,7 @@ void register_admin_windows(WebUi& ui) {
   register_details_window(ui);
   register_factors_window(ui);
   register_compman_windows(ui);
+  register_sheets_window(ui);
 }
 
 }  // namespace arven::shell

@@ -1,0 +1,136 @@
+// The admin data tools on the demo master stores.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "core/session.h"
+#include "prep/activity_delta.h"
+#include "prep/master_import.h"
+#include "prep/table_sheets.h"
+#include "prep/xlsx_reader.h"
+#include "reports/export.h"
+#include "stores/db.h"
+#include "support/temp_dir.h"
+
+namespace arven::testing {
+namespace {
+
+class DataTools : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    reset_session();
+    session().app_folder = dir_.path();
+    const auto dbases = dir_ / "dbases";
+    session().ops_db_path = (dbases / "arven_operations.mdb").string();
+    session().rvc_db_path = (dbases / "arven_rvcs.mdb").string();
+    import_master_csv(std::filesystem::path(ARVEN_SOURCE_DIR) / "data" / "demo",
+                      session().ops_db_path, session().rvc_db_path);
+  }
+  // Every row of a table (or a query), each as "a|b|c", in stored order.
+  std::string dump(const std::string& sql, bool rvc = false) {
+    Db db = Db::open(rvc ? session().rvc_db_path : session().ops_db_path);
+    std::string out;
+    for (auto r = db.query(sql); r.next();) {
+      for (int c = 0; c < r.column_count(); ++c) out += (c ? "|" : "") + r.get(c).as_text();
+      out += "\n";
+    }
+    return out;
+  }
+  std::string table(const std::string& name) {
+    return dump("SELECT * FROM \"" + name + "\" ORDER BY rowid");
+  }
+  // A workbook of the table as exported, with `edit` applied to its grid.
+  std::filesystem::path edited(const std::string& name, void (*edit)(GridTable&)) {
+    auto file = dir_ / (name + ".xlsx");
+    export_table_xlsx(name, file);
+    auto sheet = read_xlsx_file(file).front();
+    GridTable grid(static_cast<int>(sheet.rows.front().size()));
+    for (size_t r = 0; r < sheet.rows.size(); ++r) {
+      int row = grid.add_row();
+      for (int c = 0; c < grid.cols(); ++c) grid.cell(row, c) = sheet.at(r, c).text;
+    }
+    edit(grid);
+    // Every column as text: the import must read numbers typed as text too.
+    write_xlsx(grid, file, name, {}, std::vector<bool>(grid.cols(), true));
+    return file;
+  }
+  std::string refused(const std::string& name, void (*edit)(GridTable&)) {
+    auto file = edited(name, edit);
+    std::string before = table(name);
+    try {
+      import_table_xlsx(name, file);
+    } catch (const EditError& e) {
+      EXPECT_EQ(table(name), before) << "a refused import changed " << name;
+      return e.what();
+    }
+    ADD_FAILURE() << "the import of " << name << " was not refused";
+    return "";
+  }
+
+  TempDir dir_;
+};
+
+TEST_F(DataTools, EveryMasterTableSurvivesExportAndImportUnchanged) {
+  for (const auto& name : master_table_names()) {
+    bool rvc = dump("SELECT name FROM sqlite_master WHERE name = '" + name + "'", true) != "";
+    const std::string all = "SELECT * FROM \"" + name + "\" ORDER BY rowid";
+    const std::string before = dump(all, rvc);
+    const std::string ops = table("Operations");
+    auto file = dir_ / "t.xlsx";
+    export_table_xlsx(name, file);
+    SheetImport done = import_table_xlsx(name, file);
+    EXPECT_EQ(dump(all, rvc), before) << name;
+    EXPECT_EQ(done.changed, 0) << name;
+    EXPECT_EQ(table("Operations"), ops) << name << ": nothing changed, nothing stamped";
+  }
+}
+
+TEST_F(DataTools, AnEditedCellIsImportedAndStampsTheOperationsThatUseIt) {
+  // Practicality item 2 is assigned to operations; its new text stamps them.
+  const std::string users = dump(
+      "SELECT \"Operation ID\" FROM Operations_Practicality WHERE \"Practicality ID\" = 2 "
+      "ORDER BY 1");
+  ASSERT_FALSE(users.empty());
+  auto file =
+      edited("Practicality_Items", [](GridTable& g) { g.cell(2, 1) = "Needs a contractor"; });
+  SheetImport done = import_table_xlsx("Practicality_Items", file);
+  EXPECT_EQ(done.changed, 2);  // the old row out, the new one in
+  EXPECT_EQ(
+      dump("SELECT \"Practicality Text\" FROM Practicality_Items WHERE \"Practicality ID\" = 2"),
+      "Needs a contractor\n");
+  EXPECT_EQ(
+      dump("SELECT \"Operation ID\" FROM Operations WHERE Last_Updated > '2020-01-01' ORDER BY 1"),
+      users);
+  EXPECT_EQ(done.stamped, static_cast<int>(std::count(users.begin(), users.end(), '\n')));
+}
+
+TEST_F(DataTools, ABadCellIsNamedAndChangesNothing) {
+  EXPECT_EQ(refused("References", [](GridTable& g) { g.cell(3, 0) = "three"; }),
+            "Table \"References\", sheet \"References\", row 4, column A (\"Ref ID\"): \"three\" "
+            "is not a whole number. Nothing was imported; the table stays as it was.");
+  EXPECT_NE(refused("References", [](GridTable& g) { g.cell(3, 0) = g.cell(2, 0); })
+                .find("row 4, column A (\"Ref ID\"): row 3 has the same key"),
+            std::string::npos);
+  // A reference that factor rows name cannot be left out.
+  EXPECT_NE(refused("References", [](GridTable& g) { g.cell(1, 0) = "999"; })
+                .find("the sheet has no row with \"Ref ID\" 1, which table "
+                      "\"Mitigation_Activity_Emission_Factors\" still names"),
+            std::string::npos);
+  EXPECT_NE(
+      refused("Mitigation_Activity_Emission_Factors", [](GridTable& g) { g.cell(1, 6) = "1; 2"; })
+          .find("column G (\"Refs\"): the Ref IDs are not whole numbers separated by commas"),
+      std::string::npos);
+  EXPECT_NE(refused("Operations_Practicality", [](GridTable& g) { g.cell(1, 1) = "77"; })
+                .find("row 2, column B (\"Practicality ID\"): \"77\" has no row in table "
+                      "\"Practicality_Items\""),
+            std::string::npos);
+  EXPECT_NE(refused("Operations", [](GridTable& g) { g.cell(0, 2) = "Name"; })
+                .find("row 1, column C: the table has no column \"Name\""),
+            std::string::npos);
+  EXPECT_NE(refused("Operations", [](GridTable& g) { g.cell(4, 15) = "yesterday"; })
+                .find("column P (\"Last_Updated\"): \"yesterday\" is not a date"),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace arven::testing
