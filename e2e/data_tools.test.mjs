@@ -37,5 +37,32 @@ test('the data tools round-trip a table, correct a reference and refuse bad valu
     await caption(page, /^Imported \d+ rows into "References" from refs\.xlsx: 0 rows added, removed or altered; 0 operations due/);
     assert.equal(sql(master, 'SELECT * FROM "References" ORDER BY rowid'), before);
     await page.screenshot({ path: screenshotPath('admin-sheets') });
+
+    // A reference corrected, where it is used, and kept while used.
+    await openTool(page, program, 'references');
+    await page.locator('#list-refs-item-1', { hasText: /^2 - Larsen & Quinn \(2011\) \(used by \d+ rows\)$/ }).click();
+    await page.locator('#ref-title', { hasText: 'Reference 2' }).waitFor();
+    await page.locator('#table-uses tr', { hasText: 'Mitigation_Activity_Emission_Factors' }).first().waitFor();
+    const short = page.locator('[id="input-f:Ref Short"]');
+    await short.fill('Larsen & Quinn (2012)');
+    await short.press('Enter');
+    await page.click('#button-save');
+    await caption(page, 'Saved reference 2 "Larsen & Quinn (2012)".');
+    assert.equal(sql(master, 'SELECT "Ref Short" FROM "References" WHERE "Ref ID" = 2'), 'Larsen & Quinn (2012)');
+    const refs = sql(master, 'SELECT * FROM "References" ORDER BY rowid');
+    await page.click('#button-delete');
+    await answer(page, 'References', 'Yes');
+    await answer(page, 'References', 'OK');  // in use: refused
+    assert.equal(sql(master, 'SELECT * FROM "References" ORDER BY rowid'), refs);
+
+    // The Refs of a factor row chosen from the list: reference 3 added.
+    await page.locator('#list-activities .list-item', { hasText: 'Mineral nitrogen fertiliser' }).click();
+    await page.locator('#list-factorrows-item-0').click();
+    await page.locator('#list-rowrefs-item-2').click();
+    await caption(page, /^Refs of the factor row: .*3\. Not saved yet\.$/);
+    await page.click('#button-saverefs');
+    await caption(page, /^Saved the Refs .*3 of Mitigation_Activity_Emission_Factors .*due for the next run by date\.$/);
+    assert.match(sql(master, 'SELECT Refs FROM Mitigation_Activity_Emission_Factors WHERE "Activity ID" = 1 ORDER BY rowid LIMIT 1'), /, 3$/);
+    await page.screenshot({ path: screenshotPath('admin-references') });
   });
 });

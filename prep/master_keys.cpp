@@ -1,5 +1,6 @@
 #include "prep/master_keys.h"
 
+#include <algorithm>
 #include <charconv>
 #include <map>
 
@@ -114,6 +115,13 @@ std::optional<std::vector<int64_t>> parse_refs(std::string_view text) {
     ++i;
     while (i < text.size() && blank(text[i])) ++i;
   }
+}
+
+bool fits_text_column(std::string_view text, int size) {
+  if (size <= 0) return true;
+  auto chars = std::count_if(text.begin(), text.end(),
+                             [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; });
+  return chars <= size;
 }
 
 int stamp_operations(Db& db, const std::set<int64_t>& operation_ids) {

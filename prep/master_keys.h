@@ -33,6 +33,10 @@ const std::vector<std::string>& refs_tables();
 // field that is not such a list.
 std::optional<std::vector<int64_t>> parse_refs(std::string_view text);
 
+// True when the text has at most `size` characters (UTF-8), or `size` is 0
+// (a column of the engine's default size, or memo).
+bool fits_text_column(std::string_view text, int size);
+
 class Db;
 
 // Sets Last_Updated of each operation to now, as part of the caller's

@@ -49,12 +49,9 @@ std::string class_of(const Rows& rows) {
                   column + "\": " + what + ". Nothing was saved.");
 }
 
-void check_text(int64_t ref_id, const std::string& column, const std::string& text, size_t size) {
+void check_text(int64_t ref_id, const std::string& column, const std::string& text, int size) {
   if (!is_valid_utf8(text)) refuse(ref_id, column, "the text is not valid UTF-8");
-  if (size > 0 && valid_utf8(text).size() > 0 &&
-      static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-      })) > size)
+  if (!fits_text_column(text, size))
     refuse(ref_id, column, "the text is longer than " + std::to_string(size) + " characters");
 }
 
@@ -139,9 +136,11 @@ std::vector<FactorRefRow> factor_ref_rows(int64_t activity_id) {
   std::vector<FactorRefRow> out;
   each_factor_row(db, [&](const std::string& table, int64_t, const Rows& r) {
     if (r.get("Activity ID").as_int() != activity_id) return;
-    std::string label = table == "Adaptation_Activity_Impact_Factors"
-                            ? "Impact category " + class_of(r)
-                            : "RVC " + r.get("RVC ID").as_text() + ", class " + class_of(r);
+    const std::string cls = class_of(r);
+    std::string label =
+        table == "Adaptation_Activity_Impact_Factors"
+            ? "Impact category " + cls
+            : "RVC " + r.get("RVC ID").as_text() + (cls.empty() ? "" : ", class " + cls);
     label += ", " + std::string(value_column(table)) + " " + r.get(value_column(table)).as_text();
     out.push_back({table, r.get("row_id").as_int(), label,
                    parse_refs(r.get("Refs").as_text()).value_or(std::vector<int64_t>{})});

@@ -78,12 +78,6 @@ int column_index(const TableDef& def, std::string_view name) {
   return -1;
 }
 
-size_t char_count(std::string_view text) {
-  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-  }));
-}
-
 constexpr const char* kNothing = " Nothing was imported; the table stays as it was.";
 
 // One sheet being checked against one table.
@@ -170,7 +164,7 @@ std::vector<SheetRow> read_rows(const SheetCheck& check, const XlsxSheet& sheet)
       } catch (const std::invalid_argument& e) {
         check.fail(row.line, col, e.what());
       }
-      if (cd.type == ColType::Text && cd.size > 0 && char_count(cell.text) > size_t(cd.size))
+      if (cd.type == ColType::Text && !fits_text_column(cell.text, cd.size))
         check.fail(
             row.line, col,
             "the text is longer than the column's " + std::to_string(cd.size) + " characters");

@@ -105,6 +105,7 @@ const std::vector<AdminTool>& admin_tools() {
       {"rvcimport", "RVC Data Import", "admin/rvcimport"},
       {"backups", "Master Store Backups", "admin/backups"},
       {"sheets", "Spreadsheet Import and Export", "admin/sheets"},
+      {"references", "References", "admin/references"},
   };
   return tools;
 }
@@ -205,6 +206,7 @@ void register_admin_windows(WebUi& ui) {
   register_factors_window(ui);
   register_compman_windows(ui);
   register_sheets_window(ui);
+  register_references_window(ui);
 }
 
 }  // namespace arven::shell

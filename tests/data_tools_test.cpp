@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 
 #include "core/session.h"
 #include "prep/activity_delta.h"
 #include "prep/master_import.h"
+#include "prep/references.h"
 #include "prep/table_sheets.h"
 #include "prep/xlsx_reader.h"
 #include "reports/export.h"
@@ -130,6 +132,62 @@ TEST_F(DataTools, ABadCellIsNamedAndChangesNothing) {
   EXPECT_NE(refused("Operations", [](GridTable& g) { g.cell(4, 15) = "yesterday"; })
                 .find("column P (\"Last_Updated\"): \"yesterday\" is not a date"),
             std::string::npos);
+}
+
+TEST_F(DataTools, ReferencesAreEditedWhereUsedAndKeptWhileNamed) {
+  // Where used: the factor rows whose Refs name reference 2, as SQL finds them.
+  std::string named;
+  for (const char* t : {"Mitigation_Activity_Emission_Factors",
+                        "Adaptation_Activity_Impact_Factors", "Yield_Activity_Impact_Factors"})
+    named += dump(std::string("SELECT \"Activity ID\" FROM ") + t +
+                  " WHERE ',' || replace(Refs, ' ', '') || ',' LIKE '%,2,%' ORDER BY rowid");
+  GridTable uses = reference_uses(2);
+  std::string listed;
+  for (int r = 1; r < uses.rows(); ++r) listed += uses.cell(r, 2) + "\n";
+  ASSERT_FALSE(named.empty());
+  EXPECT_EQ(listed, named);
+
+  // An edit stamps the operations whose activities' factors name it.
+  std::set<int64_t> users;
+  {
+    Db db = Db::open(session().ops_db_path);
+    users = operations_naming_refs(db, {2});
+  }
+  ASSERT_FALSE(users.empty());
+  EXPECT_EQ(save_reference(2, "Larsen & Quinn (2012)", "Corrected.", ""), 2);
+  EXPECT_EQ(dump("SELECT \"Ref Short\", \"Ref Long\", URL IS NULL FROM \"References\" WHERE "
+                 "\"Ref ID\" = 2"),
+            "Larsen & Quinn (2012)|Corrected.|1\n");
+  std::string stamped;
+  for (int64_t op : users) stamped += std::to_string(op) + "\n";
+  EXPECT_EQ(dump("SELECT \"Operation ID\" FROM Operations WHERE Last_Updated > '2020-01-01' "
+                 "ORDER BY 1"),
+            stamped);
+
+  // Refused: an empty short text, a reference in use; the table stays.
+  const std::string refs = table("References");
+  EXPECT_THROW(save_reference(3, "", "x", ""), EditError);
+  try {
+    delete_reference(2);
+    ADD_FAILURE() << "a reference in use was deleted";
+  } catch (const EditError& e) {
+    EXPECT_NE(std::string(e.what()).find("Reference 2 cannot be deleted"), std::string::npos);
+  }
+  EXPECT_EQ(table("References"), refs);
+
+  // A new one takes the lowest free ID; chosen for a factor row, it is kept
+  // until the row lets it go.
+  int64_t id = save_reference(0, "New study (2024)", "", "https://example.org/study");
+  EXPECT_EQ(id, 17);
+  std::vector<FactorRefRow> rows = factor_ref_rows(1);
+  ASSERT_FALSE(rows.empty());
+  save_factor_refs(rows[0].table, rows[0].rowid, {id, 1});
+  EXPECT_EQ(factor_ref_rows(1)[0].refs, (std::vector<int64_t>{id, 1}));
+  EXPECT_THROW(delete_reference(id), EditError);
+  EXPECT_THROW(save_factor_refs(rows[0].table, rows[0].rowid, {999}), EditError);
+  save_factor_refs(rows[0].table, rows[0].rowid, rows[0].refs);
+  delete_reference(id);
+  EXPECT_EQ(table("References"), refs);
 }
 
 }  // namespace
