@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
 import { execFileSync } from 'node:child_process';
-import { startProgram, answer, screenshotPath, demoMastersSandbox, onProgramPage } from './lib.mjs';
+import { BUILD, startProgram, answer, screenshotPath, demoMastersSandbox, onProgramPage } from './lib.mjs';
 
 const sql = (db, query) => execFileSync('sqlite3', ['-cmd', '.timeout 10000', db, query], { encoding: 'utf8' }).trim();
 const caption = (page, text) => page.locator('#caption', { hasText: text }).waitFor();
@@ -20,6 +20,10 @@ test('the data tools round-trip a table, correct a reference and refuse bad valu
   const sandbox = demoMastersSandbox(t);
   if (!sandbox) return;
   const master = path.join(sandbox.app, 'dbases/arven_operations.mdb');
+  // A Luxembourg store to drill into.
+  execFileSync(path.join(BUILD, 'arven-admin'),
+    ['preprocess', '--app-dir', sandbox.app, '--countries', 'LU', '--level', '3', '--mode', 'all'],
+    { env: { ...process.env, HOME: sandbox.home, XDG_CONFIG_HOME: path.join(sandbox.home, '.config'), LANG: 'C.UTF-8' }, stdio: 'ignore' });
   const program = await startProgram(sandbox, 'arven-admin');
   await onProgramPage(program, { width: 1280, height: 900 }, async (page) => {
     // References out to a workbook and back: nothing changes.
@@ -64,5 +68,21 @@ test('the data tools round-trip a table, correct a reference and refuse bad valu
     await caption(page, /^Saved the Refs .*3 of Mitigation_Activity_Emission_Factors .*due for the next run by date\.$/);
     assert.match(sql(master, 'SELECT Refs FROM Mitigation_Activity_Emission_Factors WHERE "Activity ID" = 1 ORDER BY rowid LIMIT 1'), /, 3$/);
     await page.screenshot({ path: screenshotPath('admin-references') });
+
+    // The rows behind operation 1's figures in Luxembourg (LU000).
+    await openTool(page, program, 'drill');
+    await page.locator('#list-stores .list-item', { hasText: 'dbases/prepro/new_arven_operations_LU.mdb' }).click();
+    await page.fill('#input-area', 'LU000');
+    await page.press('#input-area', 'Enter');
+    await page.locator('#list-operations .list-item', { hasText: /^1 - / }).click();
+    await page.click('#button-show');
+    await page.locator('#drill-heading', { hasText: 'in LU000 "Luxembourg" (NUTS3)' }).waitFor();
+    const store = path.join(sandbox.app, 'dbases/prepro/new_arven_operations_LU.mdb');
+    const values = sql(store, 'SELECT "Impact value" FROM NUTS3_OPS WHERE NUTS3_ID = 20 AND "Operation ID" = 1 ORDER BY rowid').split('\n');
+    const shown = await page.locator('#drill-0 tr td:nth-child(4)').allInnerTexts();
+    // sqlite3 prints 15 digits, the page the shortest text of the stored double.
+    assert.equal(shown.length, values.length);
+    shown.forEach((v, i) => assert.ok(Math.abs(Number(v) - Number(values[i])) <= 1e-9 * Math.max(1, Math.abs(Number(v))), `${v} against ${values[i]}`));
+    await page.screenshot({ path: screenshotPath('admin-drill'), fullPage: true });
   });
 });

@@ -106,6 +106,7 @@ const std::vector<AdminTool>& admin_tools() {
       {"backups", "Master Store Backups", "admin/backups"},
       {"sheets", "Spreadsheet Import and Export", "admin/sheets"},
       {"references", "References", "admin/references"},
+      {"drill", "Data Drill-down", "admin/drill"},
   };
   return tools;
 }
@@ -207,6 +208,7 @@ void register_admin_windows(WebUi& ui) {
   register_compman_windows(ui);
   register_sheets_window(ui);
   register_references_window(ui);
+  register_drill_window(ui);
 }
 
 }  // namespace arven::shell

@@ -6,12 +6,17 @@
 
 #include "core/session.h"
 #include "prep/activity_delta.h"
+#include "prep/drill_down.h"
 #include "prep/master_import.h"
+#include "prep/master_keys.h"
+#include "prep/packaging.h"
+#include "prep/preprocess.h"
 #include "prep/references.h"
 #include "prep/table_sheets.h"
 #include "prep/xlsx_reader.h"
 #include "reports/export.h"
 #include "stores/db.h"
+#include "support/scripted_ui.h"
 #include "support/temp_dir.h"
 
 namespace arven::testing {
@@ -188,6 +193,73 @@ TEST_F(DataTools, ReferencesAreEditedWhereUsedAndKeptWhileNamed) {
   save_factor_refs(rows[0].table, rows[0].rowid, rows[0].refs);
   delete_reference(id);
   EXPECT_EQ(table("References"), refs);
+}
+
+TEST_F(DataTools, DrillDownRowsAreTheOnesThatMakeTheStoredFigure) {
+  // Luxembourg's store as the pre-processor makes it.
+  session().db_version = 5;
+  copy_dbs();
+  RunParams params;
+  for (const auto& item : prepro_operation_search(""))
+    params.operations.push_back({item.data, item.text, false});
+  params.countries = {29};
+  params.level = 3;
+  params.mode = RunMode::all;
+  ScriptedUi ui;
+  RunControl control;
+  ASSERT_TRUE(process_start2(ui, params, control));
+  const std::string store = "dbases/prepro/new_arven_operations_LU.mdb";
+  ASSERT_NE(std::find(drill_down_stores().begin(), drill_down_stores().end(), store),
+            drill_down_stores().end());
+
+  DrillDown dd = drill_down(store, 3, "LU000", 1);
+  ASSERT_EQ(dd.sections.size(), 7u);
+  const GridTable& ops = dd.sections[0].second;
+  // The area's rows of the operation, as the store holds them.
+  std::string stored;
+  {
+    Db db = Db::open(dir_ / store);
+    for (auto r = db.query("SELECT \"Activity ID\", \"Impact value\" FROM NUTS3_OPS WHERE "
+                           "NUTS3_ID = 20 AND \"Operation ID\" = 1 ORDER BY rowid");
+         r.next();)
+      stored += r.get(0).as_text() + ":" + r.get(1).as_text() + " ";
+  }
+  std::string shown;
+  for (int r = 1; r < ops.rows(); ++r) shown += ops.cell(r, 0) + ":" + ops.cell(r, 3) + " ";
+  ASSERT_FALSE(stored.empty());
+  EXPECT_EQ(shown, stored);
+
+  // A plain mitigation figure is its delta times its factor times its area.
+  const GridTable& deltas = dd.sections[1].second;
+  const GridTable& factors = dd.sections[2].second;
+  int checked = 0;
+  for (int r = 1; r < ops.rows(); ++r) {
+    if (ops.cell(r, 1) != "1") continue;
+    std::vector<std::string> delta, factor;
+    for (int d = 1; d < deltas.rows(); ++d)
+      if (deltas.cell(d, 1) == ops.cell(r, 0)) delta.push_back(deltas.cell(d, 5));
+    for (int f = 1; f < factors.rows(); ++f)
+      if (factors.cell(f, 0) == ops.cell(r, 0)) factor.push_back(factors.cell(f, 4));
+    if (delta.size() != 1 || factor.size() != 1 || delta[0] == "Multi") continue;
+    double expected = std::stod(delta[0]) * std::stod(factor[0]) * std::stod(ops.cell(r, 4));
+    EXPECT_NEAR(std::stod(ops.cell(r, 3)), expected, 1e-9 * std::max(1.0, std::abs(expected)))
+        << "activity " << ops.cell(r, 0);
+    ++checked;
+  }
+  EXPECT_GT(checked, 0);
+
+  // The class distribution holds the area's rows only, and the references
+  // are those the rows name.
+  const GridTable& dist = dd.sections[5].second;
+  EXPECT_GT(dist.rows(), 1);
+  std::set<std::string> named, listed;
+  for (int r = 1; r < ops.rows(); ++r)
+    for (int64_t id : parse_refs(ops.cell(r, 8)).value_or(std::vector<int64_t>{}))
+      named.insert(std::to_string(id));
+  const GridTable& refs = dd.sections[6].second;
+  for (int r = 1; r < refs.rows(); ++r) listed.insert(refs.cell(r, 0));
+  EXPECT_EQ(listed, named);
+  EXPECT_THROW(drill_down(store, 3, "XX999", 1), EditError);
 }
 
 }  // namespace
