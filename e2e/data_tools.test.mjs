@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
 import { execFileSync } from 'node:child_process';
-import { BUILD, startProgram, answer, screenshotPath, demoMastersSandbox, onProgramPage } from './lib.mjs';
+import { BUILD, startProgram, answer, screenshotPath, demoMastersSandbox, onProgramPage, editCell } from './lib.mjs';
 
 const sql = (db, query) => execFileSync('sqlite3', ['-cmd', '.timeout 10000', db, query], { encoding: 'utf8' }).trim();
 const caption = (page, text) => page.locator('#caption', { hasText: text }).waitFor();
@@ -84,5 +84,33 @@ test('the data tools round-trip a table, correct a reference and refuse bad valu
     assert.equal(shown.length, values.length);
     shown.forEach((v, i) => assert.ok(Math.abs(Number(v) - Number(values[i])) <= 1e-9 * Math.max(1, Math.abs(Number(v))), `${v} against ${values[i]}`));
     await page.screenshot({ path: screenshotPath('admin-drill'), fullPage: true });
+
+    // A practicality item added and assigned to operation 5; an empty key refused.
+    await openTool(page, program, 'lists');
+    await page.locator('#grid-rows-cell-8-1').waitFor();
+    await page.click('#button-addrow');
+    await editCell(page, 'rows', 9, 0, '10');
+    await editCell(page, 'rows', 9, 1, 'Needs a water licence');
+    await page.click('#button-save');
+    await caption(page, 'Saved 10 rows of "Practicality_Items": 1 added, removed or altered; 0 operations due for the next run by date.');
+    await page.locator('#list-tables-item-1').click();
+    await page.locator('#grid-rows-cell-0-0').waitFor();
+    const last = Number(sql(master, 'SELECT COUNT(*) FROM Operations_Practicality'));  // the new row's index
+    await page.click('#button-addrow');
+    await page.locator(`#grid-rows-cell-${last}-0`).waitFor();
+    await editCell(page, 'rows', last, 0, '5');
+    await editCell(page, 'rows', last, 1, '10');
+    await page.click('#button-save');
+    await caption(page, /^Saved \d+ rows of "Operations_Practicality": 1 added, removed or altered; 1 operation due for the next run by date\.$/);
+    assert.equal(sql(master, 'SELECT "Operation ID" FROM Operations_Practicality WHERE "Practicality ID" = 10'), '5');
+    const items = sql(master, 'SELECT * FROM Practicality_Items ORDER BY rowid');
+    await page.locator('#list-tables-item-0').click();
+    await page.locator('#grid-rows-cell-9-0', { hasText: '10' }).waitFor();
+    await page.click('#grid-rows-cell-9-0');
+    await page.press('#grid-rows-editor', 'Escape');
+    await page.click('#button-delrow');
+    await page.click('#button-save');
+    await answer(page, 'Operation Lists and Practicality', 'OK');  // item 10 is assigned
+    assert.equal(sql(master, 'SELECT * FROM Practicality_Items ORDER BY rowid'), items);
   });
 });

@@ -58,10 +58,6 @@ const std::vector<std::string>& key_columns(std::string_view table) {
   return none;
 }
 
-bool key_required(std::string_view table) {
-  return single_keys().count(table) > 0 || pair_keys().count(table) > 0;
-}
-
 const std::vector<ForeignKey>& foreign_keys() {
   static const std::vector<ForeignKey> k = {
       {"Operations", "Operation Type ID", "Operations_Types", "Operation Type ID"},

@@ -13,11 +13,10 @@ namespace arven {
 // columns that name a row of another table. The stores declare neither;
 // the admin tools check them before they write.
 
-// The columns whose values together name one row of the table: no two rows
-// share them. Empty for a table without such a key.
+// The columns whose values together name one row of the table: each row
+// has them all, and no two rows share them. Empty for a table without such
+// a key.
 const std::vector<std::string>& key_columns(std::string_view table);
-// True when every key column must hold a value (a table keyed by one ID).
-bool key_required(std::string_view table);
 
 // A column whose values must be keys of another table.
 struct ForeignKey {

@@ -81,21 +81,31 @@ int column_index(const TableDef& def, std::string_view name) {
 constexpr const char* kNothing = " Nothing was imported; the table stays as it was.";
 
 // One sheet being checked against one table.
+// One sheet being checked against one table. Rows typed in an editor come
+// as a sheet without a name, whose rows are counted from the first below the
+// titles and whose columns are named by their titles alone.
 struct SheetCheck {
   const TableDef& def;
   std::string sheet;
   std::vector<int> column_of;  // sheet column -> table column, -1 for none
 
+  std::string where() const {
+    return "Table \"" + def.name + "\"" + (sheet.empty() ? "" : ", sheet \"" + sheet + "\"");
+  }
+  size_t line(size_t index) const { return sheet.empty() ? index : index + 1; }
+  std::string nothing() const {
+    return sheet.empty() ? " Nothing was saved; the table stays as it was." : kNothing;
+  }
   [[noreturn]] void fail(size_t line, int table_column, const std::string& what) const {
-    std::string at =
-        "Table \"" + def.name + "\", sheet \"" + sheet + "\", row " + std::to_string(line);
+    std::string at = where() + ", row " + std::to_string(line);
     if (table_column >= 0) {
       auto it = std::find(column_of.begin(), column_of.end(), table_column);
       size_t letter = static_cast<size_t>(it - column_of.begin());
-      at += ", column " + xlsx_column_letters(letter) + " (\"" + def.columns[table_column].name +
-            "\")";
+      at += sheet.empty() ? ", column \"" + def.columns[table_column].name + "\""
+                          : ", column " + xlsx_column_letters(letter) + " (\"" +
+                                def.columns[table_column].name + "\")";
     }
-    throw EditError(at + ": " + what + "." + kNothing);
+    throw EditError(at + ": " + what + "." + nothing());
   }
 };
 
@@ -147,15 +157,15 @@ std::vector<SheetRow> read_rows(const SheetCheck& check, const XlsxSheet& sheet)
     if (std::all_of(cells.begin(), cells.end(),
                     [](const XlsxCell& c) { return c.kind == XlsxCell::Kind::empty; }))
       continue;
-    SheetRow row{r + 1, std::vector<Value>(def.columns.size())};
+    SheetRow row{check.line(r), std::vector<Value>(def.columns.size())};
     for (size_t c = 0; c < cells.size(); ++c) {
       const XlsxCell& cell = cells[c];
       if (cell.kind == XlsxCell::Kind::empty) continue;
       int col = c < check.column_of.size() ? check.column_of[c] : -1;
       if (col < 0)
-        throw EditError("Table \"" + def.name + "\", sheet \"" + check.sheet + "\", row " +
-                        std::to_string(r + 1) + ", column " + xlsx_column_letters(c) +
-                        ": the cell lies under no column title." + kNothing);
+        throw EditError(check.where() + ", row " + std::to_string(check.line(r)) + ", column " +
+                        xlsx_column_letters(c) + ": the cell lies under no column title." +
+                        kNothing);
       const ColumnDef& cd = def.columns[col];
       if (cell.kind == XlsxCell::Kind::error)
         check.fail(row.line, col, "the cell holds the error " + cell.text);
@@ -183,8 +193,7 @@ void check_keys(const SheetCheck& check, const std::vector<SheetRow>& rows) {
   for (const auto& row : rows) {
     std::string key;
     for (int c : cols) {
-      if (key_required(check.def.name) && row.values[c].is_empty())
-        check.fail(row.line, c, "the key column holds no value");
+      if (row.values[c].is_empty()) check.fail(row.line, c, "the key column holds no value");
       key += row.values[c].as_text() + '\x1f';
     }
     auto [it, fresh] = seen.emplace(key, row.line);
@@ -232,10 +241,10 @@ void check_kept_rows(const SheetCheck& check, const std::vector<SheetRow>& rows,
   const std::string& table = check.def.name;
   auto refuse = [&](const std::string& column, const std::string& value, const std::string& child,
                     int64_t child_row, const std::string& child_column) {
-    throw EditError("Table \"" + table + "\", sheet \"" + check.sheet +
-                    "\": the sheet has no row with \"" + column + "\" " + value +
+    throw EditError(check.where() + ": no row is left with \"" + column + "\" " + value +
                     ", which table \"" + child + "\" still names (row " +
-                    std::to_string(child_row) + ", column \"" + child_column + "\")." + kNothing);
+                    std::to_string(child_row) + ", column \"" + child_column + "\")." +
+                    check.nothing());
   };
   for (const auto& fk : foreign_keys()) {
     if (fk.parent != table || fk.table == table) continue;
@@ -352,29 +361,18 @@ int master_table_row_count(const std::string& table) {
 }
 
 void export_table_xlsx(const std::string& table, const std::filesystem::path& file) {
-  MasterTable m = locate(table);
-  Db db = open_store(m);
-  const TableDef& def = *m.def;
-  GridTable grid(static_cast<int>(def.columns.size()));
-  grid.add_row();
+  const TableDef& def = *locate(table).def;
   std::vector<bool> text_columns;
-  for (size_t c = 0; c < def.columns.size(); ++c) {
-    grid.cell(0, static_cast<int>(c)) = def.columns[c].name;
-    ColType t = def.columns[c].type;
-    text_columns.push_back(t == ColType::Text || t == ColType::Memo || t == ColType::Date);
-  }
-  for (const auto& row : stored_rows(db, def)) {
-    int r = grid.add_row();
-    for (size_t c = 0; c < row.size(); ++c) grid.cell(r, static_cast<int>(c)) = row[c].as_text();
-  }
-  write_xlsx(grid, file, table, {}, text_columns);
+  for (const auto& c : def.columns)
+    text_columns.push_back(c.type == ColType::Text || c.type == ColType::Memo ||
+                           c.type == ColType::Date);
+  write_xlsx(master_table_rows(table), file, table, {}, text_columns);
 }
 
-SheetImport import_table_xlsx(const std::string& table, const std::filesystem::path& file) {
-  MasterTable m = locate(table);
+namespace {
+
+SheetImport replace_rows(const MasterTable& m, const XlsxSheet& sheet) {
   const TableDef& def = *m.def;
-  std::vector<XlsxSheet> sheets = read_xlsx_file(file);
-  const XlsxSheet& sheet = table_sheet(sheets, table);
   SheetCheck check{def, sheet.name, {}};
   read_header(check, sheet);
   std::vector<SheetRow> rows = read_rows(check, sheet);
@@ -390,12 +388,48 @@ SheetImport import_table_xlsx(const std::string& table, const std::filesystem::p
   result.changed = static_cast<int>(changed.size());
   std::set<int64_t> ops = m.in_ops ? affected_operations(db, def, changed) : std::set<int64_t>{};
   Transaction tx(db);
-  db.exec("DELETE FROM " + q(table));
+  db.exec("DELETE FROM " + q(def.name));
   const std::vector<std::string> names = column_names(def);
-  for (const auto& row : rows) db.insert(table, names, row.values);
+  for (const auto& row : rows) db.insert(def.name, names, row.values);
   result.stamped = stamp_operations(db, ops);
   tx.commit();
   return result;
+}
+
+}  // namespace
+
+SheetImport import_table_xlsx(const std::string& table, const std::filesystem::path& file) {
+  MasterTable m = locate(table);
+  std::vector<XlsxSheet> sheets = read_xlsx_file(file);
+  return replace_rows(m, table_sheet(sheets, table));
+}
+
+GridTable master_table_rows(const std::string& table) {
+  MasterTable m = locate(table);
+  Db db = open_store(m);
+  const TableDef& def = *m.def;
+  GridTable grid(static_cast<int>(def.columns.size()));
+  grid.add_row();
+  for (size_t c = 0; c < def.columns.size(); ++c)
+    grid.cell(0, static_cast<int>(c)) = def.columns[c].name;
+  for (const auto& row : stored_rows(db, def)) {
+    int r = grid.add_row();
+    for (size_t c = 0; c < row.size(); ++c) grid.cell(r, static_cast<int>(c)) = row[c].as_text();
+  }
+  return grid;
+}
+
+SheetImport replace_table_rows(const std::string& table, const GridTable& grid) {
+  MasterTable m = locate(table);
+  XlsxSheet sheet;  // no name: the rows of an editor
+  for (int r = 0; r < grid.rows(); ++r) {
+    std::vector<XlsxCell> cells;
+    for (int c = 0; c < grid.cols(); ++c)
+      cells.push_back(grid.cell(r, c).empty() ? XlsxCell{}
+                                              : XlsxCell{XlsxCell::Kind::text, grid.cell(r, c)});
+    sheet.rows.push_back(std::move(cells));
+  }
+  return replace_rows(m, sheet);
 }
 
 }  // namespace arven

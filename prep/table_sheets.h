@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "core/grid_table.h"
+
 namespace arven {
 
 // Spreadsheet export and import of the master tables: one table, one
@@ -36,5 +38,13 @@ struct SheetImport {
 // A bad cell throws EditError naming the table, sheet, row and column, and
 // the store stays as it was; an unreadable workbook throws XlsxError.
 SheetImport import_table_xlsx(const std::string& table, const std::filesystem::path& file);
+
+// The table's rows as text, row 0 the column titles.
+GridTable master_table_rows(const std::string& table);
+// Replaces the table's rows by those of an editor's grid (row 0 the column
+// titles, as master_table_rows gives them), checked and written as
+// import_table_xlsx does; a refusal names the table, the row (counted from
+// the first below the titles) and the column.
+SheetImport replace_table_rows(const std::string& table, const GridTable& grid);
 
 }  // namespace arven

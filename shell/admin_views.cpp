@@ -107,6 +107,8 @@ const std::vector<AdminTool>& admin_tools() {
       {"sheets", "Spreadsheet Import and Export", "admin/sheets"},
       {"references", "References", "admin/references"},
       {"drill", "Data Drill-down", "admin/drill"},
+      {"lists", "Operation Lists and Practicality", "admin/lists"},
+      {"updatepage", "Manual Update Page", "admin/updatepage"},
   };
   return tools;
 }
@@ -209,6 +211,8 @@ void register_admin_windows(WebUi& ui) {
   register_sheets_window(ui);
   register_references_window(ui);
   register_drill_window(ui);
+  register_lists_window(ui);
+  register_update_page_window(ui);
 }
 
 }  // namespace arven::shell

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <set>
+#include <sstream>
 
 #include "core/session.h"
 #include "prep/activity_delta.h"
@@ -13,6 +15,7 @@
 #include "prep/preprocess.h"
 #include "prep/references.h"
 #include "prep/table_sheets.h"
+#include "prep/update_page.h"
 #include "prep/xlsx_reader.h"
 #include "reports/export.h"
 #include "stores/db.h"
@@ -120,7 +123,7 @@ TEST_F(DataTools, ABadCellIsNamedAndChangesNothing) {
             std::string::npos);
   // A reference that factor rows name cannot be left out.
   EXPECT_NE(refused("References", [](GridTable& g) { g.cell(1, 0) = "999"; })
-                .find("the sheet has no row with \"Ref ID\" 1, which table "
+                .find("no row is left with \"Ref ID\" 1, which table "
                       "\"Mitigation_Activity_Emission_Factors\" still names"),
             std::string::npos);
   EXPECT_NE(
@@ -137,6 +140,38 @@ TEST_F(DataTools, ABadCellIsNamedAndChangesNothing) {
   EXPECT_NE(refused("Operations", [](GridTable& g) { g.cell(4, 15) = "yesterday"; })
                 .find("column P (\"Last_Updated\"): \"yesterday\" is not a date"),
             std::string::npos);
+}
+
+TEST_F(DataTools, PracticalityItemsAreEditedAndAssignedInTheListsEditor) {
+  GridTable items = master_table_rows("Practicality_Items");
+  int added = items.add_row();
+  items.cell(added, 0) = "10";
+  items.cell(added, 1) = "Needs a water licence";
+  EXPECT_EQ(replace_table_rows("Practicality_Items", items).changed, 1);
+  GridTable pairs = master_table_rows("Operations_Practicality");
+  int pair = pairs.add_row();
+  pairs.cell(pair, 0) = "5";
+  pairs.cell(pair, 1) = "10";
+  SheetImport done = replace_table_rows("Operations_Practicality", pairs);
+  EXPECT_EQ(done.stamped, 1);
+  EXPECT_EQ(dump("SELECT \"Operation ID\" FROM Operations WHERE Last_Updated > '2020-01-01'"),
+            "5\n");
+
+  // An item still assigned stays; a refusal names the table, row and column.
+  const std::string before = table("Practicality_Items");
+  items.cell(added, 0) = "";
+  try {
+    replace_table_rows("Practicality_Items", items);
+    ADD_FAILURE() << "a row without its key was saved";
+  } catch (const EditError& e) {
+    EXPECT_EQ(std::string(e.what()),
+              "Table \"Practicality_Items\", row " + std::to_string(added) +
+                  ", column \"Practicality ID\": the key column holds no value. Nothing was "
+                  "saved; the table stays as it was.");
+  }
+  items.cell(added, 0) = "11";
+  EXPECT_THROW(replace_table_rows("Practicality_Items", items), EditError);  // 10 is assigned
+  EXPECT_EQ(table("Practicality_Items"), before);
 }
 
 TEST_F(DataTools, ReferencesAreEditedWhereUsedAndKeptWhileNamed) {
@@ -260,6 +295,29 @@ TEST_F(DataTools, DrillDownRowsAreTheOnesThatMakeTheStoredFigure) {
   for (int r = 1; r < refs.rows(); ++r) listed.insert(refs.cell(r, 0));
   EXPECT_EQ(listed, named);
   EXPECT_THROW(drill_down(store, 3, "XX999", 1), EditError);
+}
+
+TEST_F(DataTools, TheManualUpdatePageListsWhatIsPublishedWithItsChecksum) {
+  const auto zipped = dir_ / "dbases/prepro/zipped";
+  std::filesystem::create_directories(zipped);
+  auto put = [&](const std::string& name, const std::string& text) {
+    std::ofstream(zipped / name, std::ios::binary) << text;
+  };
+  put("arven_db_LU.zip", "abc");
+  put("arven_db_LU.zip.sha256", "x");
+  put("arven_db_version_LU.csv", "LU,5\n");
+  put("arven_db_IE.zip.tmp.42", "half");
+  std::ifstream in(write_manual_update_page());
+  std::stringstream page;
+  page << in.rdbuf();
+  const std::string html = page.str();
+  EXPECT_NE(html.find("<a href=\"arven_db_LU.zip\">arven_db_LU.zip</a>"), std::string::npos);
+  EXPECT_NE(html.find("<td class=\"size\">3</td><td><code>"
+                      "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad</code>"),
+            std::string::npos);
+  EXPECT_NE(html.find(">arven_db_version_LU.csv</a>"), std::string::npos);
+  EXPECT_EQ(html.find(".tmp"), std::string::npos);
+  EXPECT_EQ(html.find(">arven_db_LU.zip.sha256<"), std::string::npos);
 }
 
 }  // namespace
