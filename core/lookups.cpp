@@ -146,12 +146,17 @@ constexpr std::array<const char*, 10> kCorineClasses = {"Not applicable",
 
 // ---- operation lookups ----
 
-void touch_operation(int64_t operation_id) {
+std::string local_time_stamp() {
   std::time_t now = std::time(nullptr);
   std::tm local{};
   localtime_r(&now, &local);
   char stamp[32];
   std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+  return stamp;
+}
+
+void touch_operation(int64_t operation_id) {
+  const std::string stamp = local_time_stamp();
   Db db = Db::open(ops_path());
   int changed =
       db.exec("UPDATE " + quote_name("Operations") + " SET " + quote_name("Last_Updated") +

@@ -26,6 +26,9 @@ struct ListItem {
 
 // ---- operation lookups ----
 
+// The current local date and time as Last_Updated holds it
+// ("2026-11-25 13:05:09").
+std::string local_time_stamp();
 // Sets Last_Updated of the operation to the current local date and time.
 void touch_operation(int64_t operation_id);
 // The operation's `Operation Name`.

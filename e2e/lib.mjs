@@ -185,3 +185,12 @@ export async function reportWindow(page, action, expected) {
   await tab.frameLocator('#page').locator('body', { hasText: expected }).waitFor();
   return tab;
 }
+
+// Types into a cell of an editable grid and waits for the program's answer.
+export async function editCell(page, grid, row, col, value) {
+  await page.click(`#grid-${grid}-cell-${row}-${col}`);
+  const editor = page.locator(`#grid-${grid}-editor`);
+  await editor.fill(value);
+  await editor.press('Tab');
+  await page.locator(`#grid-${grid}-cell-${row}-${col}`, { hasText: value }).waitFor();
+}

@@ -101,25 +101,11 @@ std::string read_file(const std::filesystem::path& path) {
 
 Value typed_value(const std::string& text, const ColumnDef& col, const std::filesystem::path& file,
                   size_t line, size_t column) {
-  if (text.empty()) return Value();
-  switch (col.type) {
-    case ColType::Long:
-      if (auto v = parse_long(text)) return Value(*v);
-      fail_at(file, line, column, col.name, "\"" + text + "\" is not a whole number");
-    case ColType::Double:
-      if (auto v = parse_real(text)) return Value(*v);
-      fail_at(file, line, column, col.name, "\"" + text + "\" is not a number");
-    case ColType::Date:
-      if (!is_date_text(text))
-        fail_at(file, line, column, col.name,
-                "\"" + text + "\" is not a date of the form YYYY-MM-DD HH:MM:SS");
-      return Value(text);
-    case ColType::Text:
-    case ColType::Memo:
-      break;
+  try {
+    return master_cell_value(text, col);
+  } catch (const std::invalid_argument& e) {
+    fail_at(file, line, column, col.name, e.what());
   }
-  if (!is_utf8(text)) fail_at(file, line, column, col.name, "the text is not valid UTF-8");
-  return Value(text);
 }
 
 void load_table(Db& db, const TableDef& table, const std::filesystem::path& file) {
@@ -206,6 +192,30 @@ class StoreUnderConstruction {
 };
 
 }  // namespace
+
+Value master_cell_value(const std::string& text, const ColumnDef& col) {
+  if (text.empty()) return Value();
+  switch (col.type) {
+    case ColType::Long:
+      if (auto v = parse_long(text)) return Value(*v);
+      throw std::invalid_argument("\"" + text + "\" is not a whole number");
+    case ColType::Double:
+      if (auto v = parse_real(text)) return Value(*v);
+      throw std::invalid_argument("\"" + text + "\" is not a number");
+    case ColType::Date:
+      if (!is_date_text(text))
+        throw std::invalid_argument("\"" + text +
+                                    "\" is not a date of the form YYYY-MM-DD HH:MM:SS");
+      return Value(text);
+    case ColType::Text:
+    case ColType::Memo:
+      break;
+  }
+  if (!is_utf8(text)) throw std::invalid_argument("the text is not valid UTF-8");
+  if (text.find('\0') != std::string::npos)
+    throw std::invalid_argument("the text holds a NUL byte");
+  return Value(text);
+}
 
 void import_master_csv(const std::filesystem::path& csv_dir, const std::filesystem::path& ops_store,
                        const std::filesystem::path& rvc_store) {

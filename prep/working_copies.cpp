@@ -17,20 +17,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string file_time(const fs::path& p) {
-  std::error_code ec;
-  auto t = fs::last_write_time(p, ec);
-  if (ec) return "";
-  std::time_t s = std::chrono::system_clock::to_time_t(
-      std::chrono::time_point_cast<std::chrono::system_clock::duration>(
-          std::chrono::file_clock::to_sys(t)));
-  std::tm local{};
-  localtime_r(&s, &local);
-  char text[32];
-  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-  return text;
-}
-
 bool same_bytes(const fs::path& a, const fs::path& b) {
   std::error_code ec1, ec2;
   if (fs::file_size(a, ec1) != fs::file_size(b, ec2) || ec1 || ec2) return false;
@@ -143,6 +129,20 @@ std::string working_copies_warning(const std::vector<WorkingCopy>& copies) {
          "A run works from the working copies: it leaves these changes out and stamps nothing "
          "new for them. Press \"Copy DBs\" first to include them.\n\nStart the run with the "
          "working copies as they are?";
+}
+
+std::string file_time(const fs::path& p) {
+  std::error_code ec;
+  auto t = fs::last_write_time(p, ec);
+  if (ec) return "";
+  std::time_t s = std::chrono::system_clock::to_time_t(
+      std::chrono::time_point_cast<std::chrono::system_clock::duration>(
+          std::chrono::file_clock::to_sys(t)));
+  std::tm local{};
+  localtime_r(&s, &local);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+  return text;
 }
 
 }  // namespace arven

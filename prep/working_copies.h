@@ -28,6 +28,9 @@ struct WorkingCopy {
 // contents differ, so a copy of a copy, or a write that changed nothing, is
 // not reported.
 std::vector<WorkingCopy> working_copies(bool list_operations = false);
+// A file's modification time, local, "2026-11-25 13:05:09"; empty when the
+// file cannot be read.
+std::string file_time(const std::filesystem::path& p);
 
 // True when a copy is missing or stale.
 bool working_copies_outdated(const std::vector<WorkingCopy>& copies);

@@ -200,7 +200,7 @@ ExportContext export_context() {
 }
 
 void write_xlsx(const GridTable& grid, const fs::path& file, const std::string& sheet_name,
-                const ExportContext& context) {
+                const ExportContext& context, const std::vector<bool>& text_columns) {
   Workbook book(file);
   lxw_worksheet* sheet = workbook_add_worksheet(book.get(), excel_sheet_name(sheet_name).c_str());
   if (!sheet) throw ExportError(failure(file, "the sheet could not be added"));
@@ -210,14 +210,15 @@ void write_xlsx(const GridTable& grid, const fs::path& file, const std::string& 
   std::vector<size_t> widths(static_cast<size_t>(grid.cols()), 0);
   for (int r = 0; r < grid.rows(); ++r) {
     for (int c = 0; c < grid.cols(); ++c) {
-      const std::string text = export_text(grid.cell(r, c));
+      const bool as_text = static_cast<size_t>(c) < text_columns.size() && text_columns[c];
+      const std::string text = as_text ? valid_utf8(grid.cell(r, c)) : export_text(grid.cell(r, c));
       widths[c] = std::max(widths[c], utf8_length(text));
       if (text.empty()) continue;
       const auto row = static_cast<lxw_row_t>(r);
       const auto col = static_cast<lxw_col_t>(c);
       if (r == 0) {
         check(worksheet_write_string(sheet, row, col, text.c_str(), bold), file);
-      } else if (auto v = parse_number(text); v && std::isfinite(*v)) {
+      } else if (auto v = parse_number(text); v && std::isfinite(*v) && !as_text) {
         check(worksheet_write_number(sheet, row, col, *v, nullptr), file);
       } else {
         check(worksheet_write_string(sheet, row, col, text.c_str(), nullptr), file);

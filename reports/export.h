@@ -56,9 +56,12 @@ ExportContext export_context();
 // (parse_number, either decimal separator) as a number, empty and "null"
 // cells blank, everything else as text; columns sized to their text.
 // Replaced as write_csv replaces its file; throws FileWriteError when it
-// cannot be written, ExportError when the workbook cannot be made.
+// cannot be written, ExportError when the workbook cannot be made. Columns
+// marked in `text_columns` are written as text exactly as they stand, so
+// that a field such as "2, 1", "007" or "null" reads back as it was.
 void write_xlsx(const GridTable& grid, const std::filesystem::path& file,
-                const std::string& sheet_name, const ExportContext& context = {});
+                const std::string& sheet_name, const ExportContext& context = {},
+                const std::vector<bool>& text_columns = {});
 
 // A sheet name Excel accepts: []:*?/\ replaced by '_', apostrophes at
 // either end dropped, at most 31 characters (never splitting a UTF-8

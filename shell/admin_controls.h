@@ -33,9 +33,17 @@ void guarded(Ui& ui, const std::string& title, const std::function<void()>& acti
 
 // Registers the admin editors: "Operation Activity Details" (admin/details),
 // "Activity Factors" (admin/factors), "Comp Man" (admin/compman), the "RVC
-// Manager" (admin/rvcman) and the EU budget chart (admin/budget).
+// Manager" (admin/rvcman) and the EU budget chart (admin/budget); the data
+// tools "Spreadsheet Import and Export" (admin/sheets), "References"
+// (admin/references), "Data Drill-down" (admin/drill), "Operation Lists
+// and Practicality" (admin/lists) and "Manual Update Page" (admin/updatepage).
 void register_details_window(WebUi& ui);
 void register_factors_window(WebUi& ui);
 void register_compman_windows(WebUi& ui);
+void register_sheets_window(WebUi& ui);
+void register_references_window(WebUi& ui);
+void register_drill_window(WebUi& ui);
+void register_lists_window(WebUi& ui);
+void register_update_page_window(WebUi& ui);
 
 }  // namespace arven::shell

@@ -104,6 +104,11 @@ const std::vector<AdminTool>& admin_tools() {
       {"budget", "EU Member States RDP Budget", "admin/budget"},
       {"rvcimport", "RVC Data Import", "admin/rvcimport"},
       {"backups", "Master Store Backups", "admin/backups"},
+      {"sheets", "Spreadsheet Import and Export", "admin/sheets"},
+      {"references", "References", "admin/references"},
+      {"drill", "Data Drill-down", "admin/drill"},
+      {"lists", "Operation Lists and Practicality", "admin/lists"},
+      {"updatepage", "Manual Update Page", "admin/updatepage"},
   };
   return tools;
 }
@@ -203,6 +208,11 @@ void register_admin_windows(WebUi& ui) {
   register_details_window(ui);
   register_factors_window(ui);
   register_compman_windows(ui);
+  register_sheets_window(ui);
+  register_references_window(ui);
+  register_drill_window(ui);
+  register_lists_window(ui);
+  register_update_page_window(ui);
 }
 
 }  // namespace arven::shell
