@@ -12,7 +12,8 @@
 // the report folder behind it, have no floor. The table gives each step's
 // median over the runs, its floor's median, their ratio, and p50 and p95 of
 // the step medians. No time is asserted: the script fails only when a step
-// cannot be done at all.
+// cannot be done at all (UI_LATENCY_TIMEOUT ms, default 90 s), and a failure
+// leaves screenshots of every tab in e2e/out/.
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
@@ -44,10 +45,10 @@ function options(argv) {
 
 // Where a result shows: `tab` (a page, or 'any' for whichever tab of the
 // browser shows it first, one opened by the click included, of the window
-// `window` when given), in the
-// window's embedded page (`frame`) or in the window's own controls; `text`,
-// `sel` and `inLast` narrow it. A frame result must be a page loaded after the
-// click: the pages on show are marked stale before it.
+// `window` when given), in the window's embedded page (`frame`) or in the
+// window's own controls; `text`, `sel` and `inLast` narrow it. A frame
+// result must be a page loaded after the click: the pages on show are
+// marked stale before it.
 export function resultIn(root, want) {
   if (!want.frame) {
     const l = root.locator(want.sel, want.text ? { hasText: want.text } : {});
