@@ -69,7 +69,7 @@ export async function analystRoad(walk, run) {
   await walk.step('sort the ranked list', frame.locator('a[href^="sort."]').first(),
     frameText(page, 'Ranked by total regional impact'));
   await walk.step('aggregation tab', page.locator('#tab-tab2-6'), frameText(page, 'Aggregated by RDP Measures (post-2013)'));
-  await walk.step('GHG cost curve window', page.locator('#tool-maccghg'), control(page, '#button-CreateGHG'));
+  await walk.step('cost-curve options shown', page.locator('#tool-maccghg'), control(page, '#button-CreateGHG'));
   await walk.step('GHG cost curve drawn', page.locator('#button-CreateGHG'), frameText('any', null, CHART));
   await walk.step('adaptation cost curve drawn', page.locator('#tool-maccadapt'), frameText('any', null, CHART));
   await walk.step('explorer closed → main window', page.locator('#close-window'), frameText(page, 'DK02'));
