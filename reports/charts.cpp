@@ -365,6 +365,28 @@ void chart_regional_bar(PageFile& out, const GridTable& grid, const std::string&
   close_script(out);
 }
 
+void chart_bars(PageFile& out, const std::string& title, const std::string& subtitle,
+                const std::vector<std::string>& names, const std::vector<std::string>& values,
+                const std::string& unit, const ChartCaption& caption) {
+  std::string categories, data;
+  for (size_t i = 0; i < names.size(); ++i)
+    categories += (i ? ", '" : "'") + js_text(names[i]) + "'";
+  for (size_t i = 0; i < values.size(); ++i) data += (i ? ", " : "") + script_number(values[i]);
+  open_script(out);
+  block(out, "chart", {"renderTo: 'container',", "defaultSeriesType: 'bar'"});
+  block(out, "title", {"text: '" + js_text(title) + "'"});
+  block(out, "subtitle", {"text: '" + js_text(subtitle) + "'"});
+  block(out, "xAxis", {"categories: [" + categories + "],", "title: {", "text: null", "}"});
+  block(out, "yAxis", {"title: {", "text: '" + js_text(unit) + "',", "align: 'high'", "}"});
+  tooltip(out, js_text(unit));
+  no_legend(out);
+  no_credits(out, caption);
+  out.line("series: [{");
+  out.line("name: '" + js_text(unit) + "',");
+  out.line("data: [" + data + "]");
+  close_script(out);
+}
+
 void chart_impact_columns(PageFile& out, const GridTable& grid, int row, bool ghg,
                           const ChartCaption& caption) {
   std::string categories;

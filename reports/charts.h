@@ -63,6 +63,12 @@ void chart_mac_example(PageFile& out);
 void chart_regional_bar(PageFile& out, const GridTable& grid, const std::string& operation_name,
                         int impact_kind, int chart_kind, const ChartCaption& caption = {});
 
+// Horizontal bars, one per name, of the values (cells) in `unit`, under a
+// title and a subtitle; the chart of a comparison's differences.
+void chart_bars(PageFile& out, const std::string& title, const std::string& subtitle,
+                const std::vector<std::string>& names, const std::vector<std::string>& values,
+                const std::string& unit, const ChartCaption& caption = {});
+
 // The stacked bars of the EU member states' RDP budget: one category per
 // row of Countries in the operations master (session().ops_db_path), one
 // series per budget column.

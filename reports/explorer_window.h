@@ -36,6 +36,14 @@ struct ExplorerWindow {
   GridTable MACCGrid1{4};
   GridTable MACCGrid2_M{5};
   GridTable MACCGrid2_A{5};
+  // The analyst's pages: the totals of the chosen operations, and the
+  // working behind the figures of working_operation.
+  GridTable TotalsGrid{4};
+  GridTable WorkingGrid{9};
+  int64_t working_operation = 0;
+  // The comparison of the open file with compare_file.
+  GridTable CompareGrid{17};
+  std::string compare_file;
 
   // The size in pixels of the browser that shows the explorer's pages; chart
   // pages are sized from it.

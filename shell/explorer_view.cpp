@@ -67,6 +67,19 @@ json explorer_controls() {
        {"text", "MAC curve (adaptation)"},
        {"tip", "Marginal abatement cost curve for adaptation"},
        {"enabled", mac_curves_enabled() && !working}},
+      {{"separator", true}},
+      {{"id", "Totals"},
+       {"text", "Totals"},
+       {"tip", "Totals of the chosen operations at every time horizon"},
+       {"enabled", mac_curves_enabled() && !working}},
+      {{"id", "Working"},
+       {"text", "Working"},
+       {"tip", "The deltas, factors, class shares and references behind the operation's figures"},
+       {"enabled", file && !working && w.current_operation != 0 && chosen}},
+      {{"id", "Compare"},
+       {"text", "Compare"},
+       {"tip", "Compare this file with a second ARVEN file"},
+       {"enabled", file && !working}},
   });
 
   json views = json::array();
