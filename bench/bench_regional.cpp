@@ -19,6 +19,7 @@
 #include "reports/operation_reports.h"
 #include "reports/page_commands.h"
 #include "reports/scenario_compare.h"
+#include "reports/uncertainty.h"
 #include "silent_ui.h"
 #include "stores/db.h"
 #include "stores/schema.h"
@@ -280,5 +281,31 @@ void BM_totals_100(benchmark::State& state) {
   report_peak_memory(state);
 }
 BENCHMARK(BM_totals_100)->Unit(benchmark::kMillisecond);
+
+// The Monte Carlo run of 100 operations at 1,000 draws on every core (the
+// figures read once), and the whole Uncertainty page with its reading and
+// cost curve.
+void BM_monte_carlo_100(benchmark::State& state) {
+  country();
+  ensure_figures();
+  const auto ops = arven::read_uncertain_operations(arven::Db::open(arven::session().current_file));
+  size_t activities = 0;
+  for (const auto& op : ops) activities += op.activities.size();
+  arven::MonteCarloOptions options;
+  for (auto _ : state) benchmark::DoNotOptimize(arven::monte_carlo(ops, options));
+  state.counters["activities"] = static_cast<double>(activities);
+  report_peak_memory(state);
+}
+BENCHMARK(BM_monte_carlo_100)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_uncertainty_page_100(benchmark::State& state) {
+  country();
+  ensure_figures();
+  SilentUi ui;
+  arven::explorer_window().mac_source = 1;
+  for (auto _ : state) arven::uncertainty_html(ui, 5);
+  report_peak_memory(state);
+}
+BENCHMARK(BM_uncertainty_page_100)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

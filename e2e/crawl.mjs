@@ -15,9 +15,9 @@ export const MAIN_MENUS = ['mnuFileNew', 'mnuFileOpen', 'mnuFileSaveAs', 'mnuFil
 export const MAIN_LINKS = ['ff1', 'ff2', 'ff3', 'ff4', 'hot', 'xx2', 'xx1', 'xxx', 'uuu'];
 export const EXPLORER_LINKS = ['s3', 's4', 's5', 's6', 's7', 's8', 's12', 'yes', 'ra1', 'ra2', 'xno', 'xxx',
   'det', 'yyy', 'rg1', 'rg2', 'rg3', 'rg4', 'rg5', 'rg6', 'rg7', 'rea', 'rep', 'cg1', 'cg2', 'ca1', 'ca2',
-  'cp1', 'cp2', 'zzz', 'mmm', 'rem', 'opd', 'wrk', 'tot'];
+  'cp1', 'cp2', 'zzz', 'mmm', 'rem', 'opd', 'wrk', 'tot', 'unk'];
 export const EXPLORER_TOOLS = ['New', 'Open', 'Print', 'ReCalc', 'maccghg', 'maccadapt', 'Home', 'Totals', 'Working',
-  'Compare'];
+  'Compare', 'Uncertainty'];
 export const RVC_LINKS = ['hcn', 'working.htm', 'hotspot_rep1.htm', 'hotspot_rep2.htm', 'index.htm', 'back.htm',
   'details.htm', 'code.htm'];
 

@@ -142,6 +142,8 @@ async function explorer(c, page) {
   await c.followLinks(page, { only: ['explorer link wrk'] });
   await c.request(page, 'explorer', 'totals.tot', 'explorer link tot');
   await c.click(page, '#tool-Compare', 'explorer tool Compare');
+  await c.click(page, '#tool-Uncertainty', 'explorer tool Uncertainty');
+  await c.followLinks(page, { only: ['explorer link unk'] });
   await c.click(page, '#tool-ReCalc', 'explorer tool ReCalc');
   await c.click(page, '#tool-New', 'explorer tool New');
   await c.click(page, '#tool-Open', 'explorer tool Open');

@@ -387,6 +387,41 @@ void chart_bars(PageFile& out, const std::string& title, const std::string& subt
   close_script(out);
 }
 
+void chart_columns_with_intervals(PageFile& out, const std::string& title,
+                                  const std::string& subtitle,
+                                  const std::vector<std::string>& names,
+                                  const std::vector<std::string>& values,
+                                  const std::vector<std::string>& lows,
+                                  const std::vector<std::string>& highs, const std::string& unit,
+                                  const ChartCaption& caption) {
+  auto joined = [](const std::vector<std::string>& cells) {
+    std::string text;
+    for (size_t i = 0; i < cells.size(); ++i) text += (i ? ", " : "") + script_number(cells[i]);
+    return text;
+  };
+  std::string categories;
+  for (size_t i = 0; i < names.size(); ++i)
+    categories += (i ? ", '" : "'") + js_text(names[i]) + "'";
+  open_script(out);
+  block(out, "chart", {"renderTo: 'container',", "defaultSeriesType: 'column'"});
+  block(out, "title", {"text: '" + js_text(title) + "'"});
+  block(out, "subtitle", {"text: '" + js_text(subtitle) + "'"});
+  block(out, "xAxis", {"categories: [" + categories + "],", "title: {", "text: null", "}"});
+  block(out, "yAxis", {"title: {", "text: '" + js_text(unit) + "',", "align: 'high'", "}"});
+  tooltip(out, js_text(unit));
+  no_credits(out, caption);
+  out.line("series: [{");
+  out.line("name: '" + js_text(unit) + "',");
+  out.line("data: [" + joined(values) + "]");
+  out.line("}, {");
+  out.line("type: 'scatter', name: '5 %', marker: {symbol: 'triangle-down'},");
+  out.line("data: [" + joined(lows) + "]");
+  out.line("}, {");
+  out.line("type: 'scatter', name: '95 %', marker: {symbol: 'triangle'},");
+  out.line("data: [" + joined(highs) + "]");
+  close_script(out);
+}
+
 void chart_impact_columns(PageFile& out, const GridTable& grid, int row, bool ghg,
                           const ChartCaption& caption) {
   std::string categories;

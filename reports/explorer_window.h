@@ -44,6 +44,10 @@ struct ExplorerWindow {
   // The comparison of the open file with compare_file.
   GridTable CompareGrid{17};
   std::string compare_file;
+  // The intervals of the Uncertainty page, its k and the window showing it.
+  GridTable UncertaintyGrid{11};
+  int uncertainty_top_k = 5;
+  std::string uncertainty_window = "explorer";
 
   // The size in pixels of the browser that shows the explorer's pages; chart
   // pages are sized from it.

@@ -23,6 +23,7 @@
 #include "reports/page_kit.h"
 #include "reports/regional_analysis.h"
 #include "reports/scenario_compare.h"
+#include "reports/uncertainty.h"
 #include "stores/db.h"
 
 namespace arven {
@@ -305,6 +306,7 @@ void export_command(Ui& ui, int grid_number, bool xlsx) {
       {30, &w.TotalsGrid, "totals", 0},
       {31, &w.WorkingGrid, "working", 0},
       {32, &w.CompareGrid, "comparison", 0},
+      {33, &w.UncertaintyGrid, "uncertainty", 0},
   };
   ExportContext more;
   if (grid_number == 32)
@@ -490,6 +492,9 @@ bool dispatch_navigation(Ui& ui, const std::string& url) {
       if (word_of(target) == "totals" && file_open()) portfolio_totals_html(ui);
     } else if (tail == "wrk") {
       if (file_open() && operation_in_assessment(id)) figure_working_html(ui, id);
+    } else if (tail == "unk") {
+      if (file_open() && id >= 1 && id <= 100)
+        uncertainty_html(ui, static_cast<int>(id), w.uncertainty_window);
     } else if (tail == "exc" || tail == "exx") {
       export_command(ui, static_cast<int>(id), tail == "exx");
     } else {
@@ -661,6 +666,8 @@ void toolbar_click(Ui& ui, const std::string& key) {
     } else if (key == "Working") {
       const int64_t id = explorer_window().current_operation;
       if (file_open() && id != 0 && operation_in_assessment(id)) figure_working_html(ui, id);
+    } else if (key == "Uncertainty") {
+      if (mac_curves_enabled()) uncertainty_html(ui, explorer_window().uncertainty_top_k);
     } else if (key == "Compare") {
       compare_command(ui);
     } else if (key == "Home") {
