@@ -191,8 +191,10 @@ void compare_html(Ui& ui, const std::string& other) {
       out.line("<tr>");
       for (int c = 1; c < g.cols(); ++c) {
         const std::string& text = g.cell(r, c);
-        if (r == 0 || r + 1 == g.rows() || c == 1)
-          out.line(r == 0 || r + 1 == g.rows() ? head_cell(text) : cell(text));
+        if (r == 0 || c == 1)
+          out.line(r == 0 ? head_cell(text) : cell(text));
+        else if (r + 1 == g.rows())
+          out.line(head_cell(display_figure(text, -1), " align=\"right\""));
         else
           out.line(cell(display_figure(text, -1), " align=\"right\""));
       }

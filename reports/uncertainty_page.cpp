@@ -97,9 +97,10 @@ void uncertainty_html(Ui& ui, int top_k, const std::string& window) {
     std::vector<std::string> names, costs, lows, highs;
     for (const Bar& b : bars) {
       names.push_back(b.name);
-      costs.push_back(full(b.cost));
-      lows.push_back(full(std::min(b.low, b.high)));
-      highs.push_back(std::isnan(b.high) ? "null" : full(std::max(b.low, b.high)));
+      // Unrounded: a cost per tonne may be a small fraction.
+      costs.push_back(number_to_cell(b.cost));
+      lows.push_back(number_to_cell(std::min(b.low, b.high)));
+      highs.push_back(std::isnan(b.high) ? "null" : number_to_cell(std::max(b.low, b.high)));
     }
 
     const std::string regions = regions_text();
@@ -121,7 +122,7 @@ void uncertainty_html(Ui& ui, int top_k, const std::string& window) {
         "Each activity's GHG figures were varied within the relative uncertainty of their data "
         "quality (" +
         table + "; the half-width of a 95 % interval, set in the settings' Ranking tab), in " +
-        std::to_string(options.draws) + " draws (seed " + std::to_string(options.seed) +
+        format_display(options.draws, 0) + " draws (seed " + std::to_string(options.seed) +
         "). An interval holds 90 % of the draws, from the 5th to the 95th percentile. Regions: " +
         html_escape(regions) + "."));
     std::string choices;
