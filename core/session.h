@@ -9,13 +9,13 @@ namespace arven {
 inline constexpr int kCountryCount = 50;
 inline constexpr int kRvcFactorCount = 401;  // rvc_n_factor indices 0..400
 
-// The process-wide session state. One instance, shared by every module,
-// written by the modules that own each value and read everywhere.
 // The defaults of Session::dq_uncertainty (index 0 unused).
 inline constexpr std::array<int, 6> kDefaultDqUncertainty = {0, 100, 60, 40, 25, 10};
 // The largest relative uncertainty a score may be given (%).
 inline constexpr int kDqUncertaintyMax = 200;
 
+// The process-wide session state. One instance, shared by every module,
+// written by the modules that own each value and read everywhere.
 struct Session {
   // Fixed per program: 1 in the admin build, 0 in the user build.
   int admin_mode = 0;

@@ -344,7 +344,6 @@ void figure_working_html(Ui& ui, int64_t operation_id) {
     for (int r = 1; r < working.rows(); ++r)
       for (int c = 0; c < working.cols(); ++c) working.cell(r, c) = html_escape(working.cell(r, c));
     w.WorkingGrid = std::move(working);
-    w.working_operation = operation_id;
 
     PageFile out("working_figures.htm");
     page_header(out, 0);

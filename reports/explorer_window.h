@@ -37,10 +37,9 @@ struct ExplorerWindow {
   GridTable MACCGrid2_M{5};
   GridTable MACCGrid2_A{5};
   // The analyst's pages: the totals of the chosen operations, and the
-  // working behind the figures of working_operation.
+  // working behind one operation's figures.
   GridTable TotalsGrid{4};
   GridTable WorkingGrid{9};
-  int64_t working_operation = 0;
   // The comparison of the open file with compare_file.
   GridTable CompareGrid{17};
   std::string compare_file;
