@@ -13,10 +13,13 @@
 #include "engine/impact_summaries.h"
 #include "engine/regional_impact.h"
 #include "reports/aggregation.h"
+#include "reports/analyst_pages.h"
 #include "reports/explorer_window.h"
 #include "reports/mac_curves.h"
 #include "reports/operation_reports.h"
 #include "reports/page_commands.h"
+#include "reports/scenario_compare.h"
+#include "reports/uncertainty.h"
 #include "silent_ui.h"
 #include "stores/db.h"
 #include "stores/schema.h"
@@ -250,5 +253,59 @@ void BM_mac_curve_ghg_100(benchmark::State& state) {
   report_peak_memory(state);
 }
 BENCHMARK(BM_mac_curve_ghg_100)->Unit(benchmark::kMillisecond);
+
+// The comparison of two files of 100 operations over the 400 areas: the
+// second a copy of the first with other uptakes. Costs from the entered
+// data, so each file's regional area of every operation is worked out.
+void BM_compare_100(benchmark::State& state) {
+  const Country& c = country();
+  ensure_figures();
+  const fs::path other = c.dir / "bench_other.arv";
+  fs::copy_file(arven::session().current_file, other, fs::copy_options::overwrite_existing);
+  arven::Db::open(other).exec("UPDATE \"Operations\" SET \"Uptake\" = 30");
+  SilentUi ui;
+  arven::explorer_window().mac_source = 2;
+  for (auto _ : state) arven::compare_html(ui, other.string());
+  state.counters["rows"] = arven::explorer_window().CompareGrid.rows();
+  report_peak_memory(state);
+}
+BENCHMARK(BM_compare_100)->Unit(benchmark::kMillisecond);
+
+// The totals of 100 operations at the seven horizons, with their page.
+void BM_totals_100(benchmark::State& state) {
+  country();
+  ensure_figures();
+  SilentUi ui;
+  arven::explorer_window().mac_source = 2;
+  for (auto _ : state) arven::portfolio_totals_html(ui);
+  report_peak_memory(state);
+}
+BENCHMARK(BM_totals_100)->Unit(benchmark::kMillisecond);
+
+// The Monte Carlo run of 100 operations at 1,000 draws on every core (the
+// figures read once), and the whole Uncertainty page with its reading and
+// cost curve.
+void BM_monte_carlo_100(benchmark::State& state) {
+  country();
+  ensure_figures();
+  const auto ops = arven::read_uncertain_operations(arven::Db::open(arven::session().current_file));
+  size_t activities = 0;
+  for (const auto& op : ops) activities += op.activities.size();
+  arven::MonteCarloOptions options;
+  for (auto _ : state) benchmark::DoNotOptimize(arven::monte_carlo(ops, options));
+  state.counters["activities"] = static_cast<double>(activities);
+  report_peak_memory(state);
+}
+BENCHMARK(BM_monte_carlo_100)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_uncertainty_page_100(benchmark::State& state) {
+  country();
+  ensure_figures();
+  SilentUi ui;
+  arven::explorer_window().mac_source = 1;
+  for (auto _ : state) arven::uncertainty_html(ui, 5);
+  report_peak_memory(state);
+}
+BENCHMARK(BM_uncertainty_page_100)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

@@ -9,6 +9,11 @@ namespace arven {
 inline constexpr int kCountryCount = 50;
 inline constexpr int kRvcFactorCount = 401;  // rvc_n_factor indices 0..400
 
+// The defaults of Session::dq_uncertainty (index 0 unused).
+inline constexpr std::array<int, 6> kDefaultDqUncertainty = {0, 100, 60, 40, 25, 10};
+// The largest relative uncertainty a score may be given (%).
+inline constexpr int kDqUncertaintyMax = 200;
+
 // The process-wide session state. One instance, shared by every module,
 // written by the modules that own each value and read everywhere.
 struct Session {
@@ -62,6 +67,10 @@ struct Session {
   int ranking_TH = 50;
   float def_uptake = 50;
   int hotspot_exclude_C0 = 1;
+  // The relative uncertainty (%) of a figure of each data-quality score 1
+  // (lowest) to 5: the half-width of its 95 % interval as a share of the
+  // figure. Keys dq_uncertainty_1 ... dq_uncertainty_5.
+  std::array<int, 6> dq_uncertainty = kDefaultDqUncertainty;
 };
 
 // The session of this process.

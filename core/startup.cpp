@@ -56,6 +56,9 @@ void read_remaining_preferences() {
   s.def_uptake = get_setting_float(kSection, "def_uptake", 50);
   if (!(s.def_uptake >= 0 && s.def_uptake <= kUptakeMax)) s.def_uptake = 50;
   s.hotspot_exclude_C0 = setting_within("hotspot_exclude_C0", 1, 0, 1);
+  for (size_t q = 1; q <= 5; ++q)
+    s.dq_uncertainty[q] = setting_within(("dq_uncertainty_" + std::to_string(q)).c_str(),
+                                         kDefaultDqUncertainty[q], 0, kDqUncertaintyMax);
 }
 
 void report_store_error(Ui* ui, const StoreError& e) {

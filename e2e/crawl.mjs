@@ -8,15 +8,16 @@ import { pageText } from './lib.mjs';
 // of the explorer's pages and toolbar, and of the RVC browser's pages.
 export const MAIN_PAIRS = ['1,1', '1,2', '2,1', '2,2', '2,3', '3,1', '3,2', '3,3', '3,4', '3,5'];
 export const MAIN_MENUS = ['mnuFileNew', 'mnuFileOpen', 'mnuFileSaveAs', 'mnuFilePrint', 'mnuFileTemp1',
-  'mnuFileTemp2', 'mnuFileTemp3', 'mnuFileTemp4', 'mnuFileExit', 'mnuFarmNew', 'mnuFarmEdit', 'mnuFarmHot',
+  'mnuFileTemp2', 'mnuFileTemp3', 'mnuFileTemp4', 'mnuFileCompare', 'mnuFileExit', 'mnuFarmNew', 'mnuFarmEdit', 'mnuFarmHot',
   'mnuDatabaseOpen', 'mnuToolsSettings', 'mnuDatabaseCreate', 'mnuAllNFA', 'mnuAllOFA', 'mnuAllSaveAs',
   'mnuAllPrint', 'mnuAllsExReg', 'mnuAllEFA', 'mnuAllHot', 'mnuAllOQ', 'mnuAllSet', 'mnuAllCNQ',
   'mnuHelpStart', 'mnuHelpShowMe', 'mnuHelpAbout', 'mnuHelpWeb', 'mnuHelpUpdates'];
 export const MAIN_LINKS = ['ff1', 'ff2', 'ff3', 'ff4', 'hot', 'xx2', 'xx1', 'xxx', 'uuu'];
 export const EXPLORER_LINKS = ['s3', 's4', 's5', 's6', 's7', 's8', 's12', 'yes', 'ra1', 'ra2', 'xno', 'xxx',
   'det', 'yyy', 'rg1', 'rg2', 'rg3', 'rg4', 'rg5', 'rg6', 'rg7', 'rea', 'rep', 'cg1', 'cg2', 'ca1', 'ca2',
-  'cp1', 'cp2', 'zzz', 'mmm', 'rem', 'opd'];
-export const EXPLORER_TOOLS = ['New', 'Open', 'Print', 'ReCalc', 'maccghg', 'maccadapt', 'Home'];
+  'cp1', 'cp2', 'zzz', 'mmm', 'rem', 'opd', 'wrk', 'tot', 'unk'];
+export const EXPLORER_TOOLS = ['New', 'Open', 'Print', 'ReCalc', 'maccghg', 'maccadapt', 'Home', 'Totals', 'Working',
+  'Compare', 'Uncertainty'];
 export const RVC_LINKS = ['hcn', 'working.htm', 'hotspot_rep1.htm', 'hotspot_rep2.htm', 'index.htm', 'back.htm',
   'details.htm', 'code.htm'];
 

@@ -144,12 +144,24 @@ async function explorer(c, page) {
   await c.click(page, '#tool-maccghg', 'explorer tool maccghg');
   await c.click(page, '#button-CreateGHG', 'explorer create ghg');
   await c.click(page, '#tool-maccadapt', 'explorer tool maccadapt');
+  // The totals, each operation's working from them, a comparison asked and
+  // cancelled.
+  await c.click(page, '#tool-Totals', 'explorer tool Totals');
+  await c.notBlank(page, 'the totals page');
+  await c.followLinks(page, { only: ['explorer link wrk'] });
+  await c.request(page, 'explorer', 'totals.tot', 'explorer link tot');
+  await c.click(page, '#tool-Compare', 'explorer tool Compare');
+  await c.click(page, '#tool-Uncertainty', 'explorer tool Uncertainty');
+  await c.followLinks(page, { only: ['explorer link unk'] });
   await c.click(page, '#tool-ReCalc', 'explorer tool ReCalc');
   await c.click(page, '#tool-New', 'explorer tool New');
   await c.click(page, '#tool-Open', 'explorer tool Open');
 
   // The operation's properties (answered No to the recalculation), then a
   // removal of all asked and declined, and of one done.
+  await chosen(OPERATIONS[0]);
+  await c.click(page, '#tool-Working', 'explorer tool Working');
+  await c.notBlank(page, 'the working page');
   await chosen(OPERATIONS[0]);
   await c.followLinks(page, { only: ['explorer link opd'] });
   if ((await c.windowOf(page)) === 'opman') {

@@ -365,6 +365,64 @@ void chart_regional_bar(PageFile& out, const GridTable& grid, const std::string&
   close_script(out);
 }
 
+namespace {
+
+// Cells as script numbers joined by ", ".
+std::string joined_numbers(const std::vector<std::string>& cells) {
+  std::string text;
+  for (size_t i = 0; i < cells.size(); ++i) text += (i ? ", " : "") + script_number(cells[i]);
+  return text;
+}
+
+// The head of a chart of one bar or column per name, up to the opening of
+// its first series, named after the unit.
+void named_series_head(PageFile& out, const char* type, const std::string& title,
+                       const std::string& subtitle, const std::vector<std::string>& names,
+                       const std::string& unit, bool legend, const ChartCaption& caption) {
+  std::string categories;
+  for (size_t i = 0; i < names.size(); ++i)
+    categories += (i ? ", '" : "'") + js_text(names[i]) + "'";
+  open_script(out);
+  block(out, "chart", {"renderTo: 'container',", "defaultSeriesType: '" + std::string(type) + "'"});
+  block(out, "title", {"text: '" + js_text(title) + "'"});
+  block(out, "subtitle", {"text: '" + js_text(subtitle) + "'"});
+  block(out, "xAxis", {"categories: [" + categories + "],", "title: {", "text: null", "}"});
+  block(out, "yAxis", {"title: {", "text: '" + js_text(unit) + "',", "align: 'high'", "}"});
+  tooltip(out, js_text(unit));
+  if (!legend) no_legend(out);
+  no_credits(out, caption);
+  out.line("series: [{");
+  out.line("name: '" + js_text(unit) + "',");
+}
+
+}  // namespace
+
+void chart_bars(PageFile& out, const std::string& title, const std::string& subtitle,
+                const std::vector<std::string>& names, const std::vector<std::string>& values,
+                const std::string& unit, const ChartCaption& caption) {
+  named_series_head(out, "bar", title, subtitle, names, unit, false, caption);
+  out.line("data: [" + joined_numbers(values) + "]");
+  close_script(out);
+}
+
+void chart_columns_with_intervals(PageFile& out, const std::string& title,
+                                  const std::string& subtitle,
+                                  const std::vector<std::string>& names,
+                                  const std::vector<std::string>& values,
+                                  const std::vector<std::string>& lows,
+                                  const std::vector<std::string>& highs, const std::string& unit,
+                                  const ChartCaption& caption) {
+  named_series_head(out, "column", title, subtitle, names, unit, true, caption);
+  out.line("data: [" + joined_numbers(values) + "]");
+  out.line("}, {");
+  out.line("type: 'scatter', name: '5 %', marker: {symbol: 'triangle-down'},");
+  out.line("data: [" + joined_numbers(lows) + "]");
+  out.line("}, {");
+  out.line("type: 'scatter', name: '95 %', marker: {symbol: 'triangle'},");
+  out.line("data: [" + joined_numbers(highs) + "]");
+  close_script(out);
+}
+
 void chart_impact_columns(PageFile& out, const GridTable& grid, int row, bool ghg,
                           const ChartCaption& caption) {
   std::string categories;

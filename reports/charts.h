@@ -63,6 +63,22 @@ void chart_mac_example(PageFile& out);
 void chart_regional_bar(PageFile& out, const GridTable& grid, const std::string& operation_name,
                         int impact_kind, int chart_kind, const ChartCaption& caption = {});
 
+// Horizontal bars, one per name, of the values (cells) in `unit`, under a
+// title and a subtitle; the chart of a comparison's differences.
+void chart_bars(PageFile& out, const std::string& title, const std::string& subtitle,
+                const std::vector<std::string>& names, const std::vector<std::string>& values,
+                const std::string& unit, const ChartCaption& caption = {});
+
+// Columns, one per name, of the values in `unit`, each with the low and the
+// high end of its interval as markers; an empty cell leaves a gap.
+void chart_columns_with_intervals(PageFile& out, const std::string& title,
+                                  const std::string& subtitle,
+                                  const std::vector<std::string>& names,
+                                  const std::vector<std::string>& values,
+                                  const std::vector<std::string>& lows,
+                                  const std::vector<std::string>& highs, const std::string& unit,
+                                  const ChartCaption& caption = {});
+
 // The stacked bars of the EU member states' RDP budget: one category per
 // row of Countries in the operations master (session().ops_db_path), one
 // series per budget column.

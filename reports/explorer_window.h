@@ -36,6 +36,17 @@ struct ExplorerWindow {
   GridTable MACCGrid1{4};
   GridTable MACCGrid2_M{5};
   GridTable MACCGrid2_A{5};
+  // The analyst's pages: the totals of the chosen operations, and the
+  // working behind one operation's figures.
+  GridTable TotalsGrid{4};
+  GridTable WorkingGrid{9};
+  // The comparison of the open file with compare_file.
+  GridTable CompareGrid{17};
+  std::string compare_file;
+  // The intervals of the Uncertainty page, its k and the window showing it.
+  GridTable UncertaintyGrid{11};
+  int uncertainty_top_k = 5;
+  std::string uncertainty_window = "explorer";
 
   // The size in pixels of the browser that shows the explorer's pages; chart
   // pages are sized from it.

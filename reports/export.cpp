@@ -156,11 +156,14 @@ std::string excel_sheet_name(std::string_view name) {
 }
 
 std::string regions_text() {
-  const Session& s = session();
+  return regions_text(session().current_file);
+}
+
+std::string regions_text(const std::string& file) {
   std::string regions;
-  if (!s.current_file.empty()) {
+  if (!file.empty()) {
     try {
-      Db db = Db::open(s.current_file);
+      Db db = Db::open(file);
       auto rows = db.query("SELECT \"NUTS Code\", \"NUTS Name\" FROM \"Regions\" ORDER BY rowid");
       while (rows.next())
         regions +=
@@ -255,7 +258,8 @@ std::string export_links_html(int grid_number) {
          ".exc>CSV</a> | <a href=" + n + ".exx>Excel (.xlsx)</a></small></font></p>";
 }
 
-bool export_grid(Ui& ui, const GridTable& grid, const std::string& base_name, bool xlsx) {
+bool export_grid(Ui& ui, const GridTable& grid, const std::string& base_name, bool xlsx,
+                 const ExportContext& more) {
   const std::string name = safe_base_name(base_name) + (xlsx ? ".xlsx" : ".csv");
   const fs::path folder = session().app_folder / "exports";
   const fs::path file = folder / name;
@@ -263,10 +267,12 @@ bool export_grid(Ui& ui, const GridTable& grid, const std::string& base_name, bo
     std::error_code ec;
     fs::create_directories(folder, ec);
     if (ec) throw write_error(file, ec.value());
+    ExportContext context = export_context();
+    context.insert(context.end() - 1, more.begin(), more.end());
     if (xlsx) {
-      write_xlsx(grid, file, base_name, export_context());
+      write_xlsx(grid, file, base_name, context);
     } else {
-      write_csv(grid, file, export_context());
+      write_csv(grid, file, context);
     }
   } catch (const std::exception& e) {
     ui.message_box(e.what(), "Export", MsgButtons::Ok, MsgIcon::Exclamation);

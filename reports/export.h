@@ -46,6 +46,8 @@ void write_csv(const GridTable& grid, const std::filesystem::path& file,
 // The regions of the open assessment file, "code name; code name", or
 // "(none)"; read from the file.
 std::string regions_text();
+// The same of another assessment file.
+std::string regions_text(const std::string& file);
 
 // The context of the open assessment file, read from it; a file that
 // cannot be read gives what is known without it.
@@ -76,7 +78,8 @@ std::string export_links_html(int grid_number);
 // (the folder made when missing) and has the browser download it. The base
 // name keeps letters, digits, '-' and '_' only; others become '_'. A
 // failure is shown in a message box titled "Export" naming the file and the
-// reason, and gives false.
-bool export_grid(Ui& ui, const GridTable& grid, const std::string& base_name, bool xlsx);
+// reason, and gives false. `more` adds to the context, before the date.
+bool export_grid(Ui& ui, const GridTable& grid, const std::string& base_name, bool xlsx,
+                 const ExportContext& more = {});
 
 }  // namespace arven

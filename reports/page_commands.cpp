@@ -15,12 +15,15 @@
 #include "engine/impact_summaries.h"
 #include "engine/operation_properties.h"
 #include "reports/aggregation.h"
+#include "reports/analyst_pages.h"
 #include "reports/explorer_window.h"
 #include "reports/export.h"
 #include "reports/mac_curves.h"
 #include "reports/operation_reports.h"
 #include "reports/page_kit.h"
 #include "reports/regional_analysis.h"
+#include "reports/scenario_compare.h"
+#include "reports/uncertainty.h"
 #include "stores/db.h"
 
 namespace arven {
@@ -300,13 +303,21 @@ void export_command(Ui& ui, int grid_number, bool xlsx) {
       {20, &w.MACCGrid1, "mac_curve", 4},
       {21, &w.MACCGrid2_M, "mac_curve_measures_ghg", 5},
       {22, &w.MACCGrid2_A, "mac_curve_measures_adaptation", 5},
+      {30, &w.TotalsGrid, "totals", 0},
+      {31, &w.WorkingGrid, "working", 0},
+      {32, &w.CompareGrid, "comparison", 0},
+      {33, &w.UncertaintyGrid, "uncertainty", 0},
   };
+  ExportContext more;
+  if (grid_number == 32)
+    more = {{"Compared with (file 2)", w.compare_file},
+            {"Regions of file 2", regions_text(w.compare_file)}};
   for (const Source& src : sources) {
     if (src.grid != grid_number) continue;
     if (src.table->rows() == 0) return;
     GridTable copy = *src.table;
     if (src.columns > 0 && copy.cols() > src.columns) copy.resize(copy.rows(), src.columns);
-    export_grid(ui, copy, src.name, xlsx);
+    export_grid(ui, copy, src.name, xlsx, more);
     return;
   }
 }
@@ -477,6 +488,13 @@ bool dispatch_navigation(Ui& ui, const std::string& url) {
                tail == "cp2") {
       const int kind = tail[1] == 'g' ? 1 : tail[1] == 'a' ? 2 : 4;
       if (known_operation(id)) reg_analysis_chart(ui, id, kind, tail[2] == '1' ? 2 : 3);
+    } else if (tail == "tot") {
+      if (word_of(target) == "totals" && file_open()) portfolio_totals_html(ui);
+    } else if (tail == "wrk") {
+      if (file_open() && operation_in_assessment(id)) figure_working_html(ui, id);
+    } else if (tail == "unk") {
+      if (file_open() && id >= 1 && id <= 100)
+        uncertainty_html(ui, static_cast<int>(id), w.uncertainty_window);
     } else if (tail == "exc" || tail == "exx") {
       export_command(ui, static_cast<int>(id), tail == "exx");
     } else {
@@ -643,6 +661,15 @@ void toolbar_click(Ui& ui, const std::string& key) {
       } else {
         ghg ? mac_curve_ghg_hub(ui) : mac_curve_adapt_hub(ui);
       }
+    } else if (key == "Totals") {
+      if (mac_curves_enabled()) portfolio_totals_html(ui);
+    } else if (key == "Working") {
+      const int64_t id = explorer_window().current_operation;
+      if (file_open() && id != 0 && operation_in_assessment(id)) figure_working_html(ui, id);
+    } else if (key == "Uncertainty") {
+      if (mac_curves_enabled()) uncertainty_html(ui, explorer_window().uncertainty_top_k);
+    } else if (key == "Compare") {
+      compare_command(ui);
     } else if (key == "Home") {
       const bool chosen = c.tab != 1;
       Tree& tree = chosen ? c.chosen : c.catalogue;

@@ -89,6 +89,7 @@ void settings_load() {
   d.miti_weight = s.miti_weight;
   d.adapt_weight = s.adapt_weight;
   d.prod_weight = s.prod_weight;
+  d.dq_uncertainty = s.dq_uncertainty;
   d.countries = built_country_indices();
   for (size_t i = 0; i < d.countries.size(); ++i)
     if (installed(d.countries[i])) {
@@ -127,18 +128,19 @@ bool apply(Ui& ui) {
   // go, and taken into the session only once it is on disk.
   const int splash = d.ShowSplash ? 1 : 0, cseq = d.cseq_included ? 1 : 0,
             exclude = d.hotspot_exclude_C0 ? 1 : 0, regional = d.hotspot_regional ? 1 : 0;
-  if (!save_settings(ui, kSection,
-                     {{"ShowSplash", std::to_string(splash)},
-                      {"miti_weight", std::to_string(d.miti_weight)},
-                      {"adapt_weight", std::to_string(d.adapt_weight)},
-                      {"prod_weight", std::to_string(d.prod_weight)},
-                      {"def_uptake", std::to_string(d.def_uptake)},
-                      {"ranking_TH", std::to_string(d.ranking_TH)},
-                      {"cseq_included", std::to_string(cseq)},
-                      {"hotspot_exclude_C0", std::to_string(exclude)},
-                      {"hotspot_sens", std::to_string(d.hotspot_sens)},
-                      {"hotspot_regional", std::to_string(regional)}}))
-    return false;
+  SettingValues values = {{"ShowSplash", std::to_string(splash)},
+                          {"miti_weight", std::to_string(d.miti_weight)},
+                          {"adapt_weight", std::to_string(d.adapt_weight)},
+                          {"prod_weight", std::to_string(d.prod_weight)},
+                          {"def_uptake", std::to_string(d.def_uptake)},
+                          {"ranking_TH", std::to_string(d.ranking_TH)},
+                          {"cseq_included", std::to_string(cseq)},
+                          {"hotspot_exclude_C0", std::to_string(exclude)},
+                          {"hotspot_sens", std::to_string(d.hotspot_sens)},
+                          {"hotspot_regional", std::to_string(regional)}};
+  for (size_t q = 1; q <= 5; ++q)
+    values.emplace_back("dq_uncertainty_" + std::to_string(q), std::to_string(d.dq_uncertainty[q]));
+  if (!save_settings(ui, kSection, values)) return false;
   Session& s = session();
   s.ShowSplash = splash;
   s.miti_weight = d.miti_weight;
@@ -150,6 +152,7 @@ bool apply(Ui& ui) {
   s.hotspot_exclude_C0 = exclude;
   s.hotspot_sens = d.hotspot_sens;
   s.hotspot_regional = regional;
+  s.dq_uncertainty = d.dq_uncertainty;
   return true;
 }
 
@@ -159,6 +162,10 @@ void settings_ok(Ui& ui) {
 
 void settings_cancel(Ui& ui) {
   close_dialog(ui);
+}
+
+void uncertainty_defaults() {
+  settings_dialog().dq_uncertainty = kDefaultDqUncertainty;
 }
 
 void weight_defaults() {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <array>
 #include <string>
 #include <vector>
 
 #include "core/grid_table.h"
+#include "core/session.h"
 #include "core/ui.h"
 #include "settings/update_check.h"
 
@@ -29,6 +31,8 @@ struct SettingsDialog {
   // Ranking.
   int ranking_TH = 50;
   int miti_weight = 100, adapt_weight = 100, prod_weight = 100;
+  // The relative uncertainty (%) of data-quality scores 1 to 5.
+  std::array<int, 6> dq_uncertainty = kDefaultDqUncertainty;
   // Country data: the built countries, the chosen one (an index into
   // `countries`, -1 for none) and its normalisation factors.
   std::vector<int> countries;
@@ -66,6 +70,8 @@ void settings_ok(Ui& ui);
 void settings_cancel(Ui& ui);
 // The weights' default button: all three sliders to 100.
 void weight_defaults();
+// The uncertainty table's default button: every score to its default.
+void uncertainty_defaults();
 // The closing rules: a store must be installed. False keeps the dialog.
 bool settings_query_close(Ui& ui);
 

@@ -8,6 +8,7 @@
 #include "engine/explorer_state.h"
 #include "reports/explorer_window.h"
 #include "reports/page_commands.h"
+#include "reports/uncertainty.h"
 
 namespace arven::shell {
 
@@ -67,6 +68,23 @@ json explorer_controls() {
        {"text", "MAC curve (adaptation)"},
        {"tip", "Marginal abatement cost curve for adaptation"},
        {"enabled", mac_curves_enabled() && !working}},
+      {{"separator", true}},
+      {{"id", "Totals"},
+       {"text", "Totals"},
+       {"tip", "Totals of the chosen operations at every time horizon"},
+       {"enabled", mac_curves_enabled() && !working}},
+      {{"id", "Working"},
+       {"text", "Working"},
+       {"tip", "The deltas, factors, class shares and references behind the operation's figures"},
+       {"enabled", file && !working && w.current_operation != 0 && chosen}},
+      {{"id", "Uncertainty"},
+       {"text", "Uncertainty"},
+       {"tip", "How sure each GHG figure and rank is, from the data quality"},
+       {"enabled", mac_curves_enabled() && !working}},
+      {{"id", "Compare"},
+       {"text", "Compare"},
+       {"tip", "Compare this file with a second ARVEN file"},
+       {"enabled", file && !working}},
   });
 
   json views = json::array();
@@ -206,6 +224,8 @@ void register_explorer_window(WebUi& ui) {
                                    {"mnuPrint", "Print"},
                                    {"mnuPrintPreview", "Print Preview"}})
       items.push_back({{"id", id}, {"text", text}});
+    // The uncertainty of the figures beside a cost curve or report.
+    json analysis = json::array({{{"id", "mnuUncertainty"}, {"text", "Uncertainty"}}});
     const ExplorerWindow& w = explorer_window();
     const bool outdated = w.report_made_at != w.recalculations;
     return json{{"title", "ARVEN Report"},
@@ -213,7 +233,8 @@ void register_explorer_window(WebUi& ui) {
                 {"caption", outdated ? "This page was made before the last recalculation: make it "
                                        "again from the explorer to see the new figures."
                                      : ""},
-                {"menus", json::array({{{"text", "File"}, {"items", items}}})}};
+                {"menus", json::array({{{"text", "File"}, {"items", items}},
+                                       {{"text", "Analysis"}, {"items", analysis}}})}};
   };
   report.command = [&ui](const Params& p) {
     const std::string menu = param_text(p, "menu");
@@ -221,6 +242,8 @@ void register_explorer_window(WebUi& ui) {
       ui.close_window("report");
     else if (menu == "mnuPageSetup" || menu == "mnuPrint" || menu == "mnuPrintPreview")
       ui.print_page("report");
+    else if (menu == "mnuUncertainty" && mac_curves_enabled())
+      uncertainty_html(ui, explorer_window().uncertainty_top_k, "report");
   };
   report.navigate = [&ui](const std::string& target) { dispatch_navigation(ui, target); };
   ui.register_window("report", report);

@@ -4,6 +4,7 @@
 #include "core/session.h"
 #include "core/startup.h"
 #include "core/version.h"
+#include "reports/scenario_compare.h"
 
 namespace arven::shell {
 
@@ -32,6 +33,14 @@ json main_controls() {
   const MainWindowState& w = main_window();
   json menus = json::array();
   for (const auto& m : main_menus()) menus.push_back(menu_json(m));
+  // The analyst's entries of the File menu, after "Print".
+  if (!menus.empty() && menus[0]["items"].size() >= 4)
+    menus[0]["items"].insert(menus[0]["items"].begin() + 4,
+                             json{{"id", "mnuFileCompare"},
+                                  {"text", "Compare with another file..."},
+                                  {"visible", !session().current_file.empty()},
+                                  {"separator", false},
+                                  {"tip", ""}});
   json panels = json::array();
   for (int p = 1; p <= 3; ++p) {
     json items = json::array();
@@ -60,7 +69,9 @@ void register_main_windows(WebUi& ui) {
   WindowHandlers main;
   main.controls = main_controls;
   main.command = [&ui](const Params& p) {
-    if (p.count("menu")) {
+    if (p.count("menu") && p.at("menu") == "mnuFileCompare") {
+      compare_command(ui);
+    } else if (p.count("menu")) {
       menu_command(ui, p.at("menu"));
     } else if (p.count("panel")) {
       panel_click(ui, param_int(p, "panel", 0));

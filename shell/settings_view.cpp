@@ -98,7 +98,18 @@ void ranking_tab(json& c, const SettingsDialog& d) {
   c["sliders"] = {slider("miti_weight", "Mitigation:", d.miti_weight, kWeightMax),
                   slider("adapt_weight", "Adaptation:", d.adapt_weight, kWeightMax),
                   slider("prod_weight", "Productivity:", d.prod_weight, kWeightMax)};
-  c["buttons"] = {{{"id", "weight_defaults"}, {"text", "Default"}}};
+  // The uncertainty of each data-quality score, for the Uncertainty page.
+  static const char* const kScores[] = {"",
+                                        "Relative uncertainty (%), data quality 1 (lowest):",
+                                        "Data quality 2:",
+                                        "Data quality 3:",
+                                        "Data quality 4:",
+                                        "Data quality 5 (highest):"};
+  for (size_t q = 1; q <= 5; ++q)
+    c["sliders"].push_back(slider(("dq_uncertainty_" + std::to_string(q)).c_str(), kScores[q],
+                                  d.dq_uncertainty[q], kDqUncertaintyMax));
+  c["buttons"] = {{{"id", "weight_defaults"}, {"text", "Default"}},
+                  {{"id", "uncertainty_defaults"}, {"text", "Default uncertainties"}}};
 }
 
 void updates_tab(json& c, const SettingsDialog& d) {
@@ -164,6 +175,8 @@ void settings_button(Ui& ui, const std::string& b) {
     apply(ui);
   else if (b == "weight_defaults")
     weight_defaults();
+  else if (b == "uncertainty_defaults")
+    uncertainty_defaults();
   else if (b == "save_factors")
     save_country_factors(ui);
   else if (b == "load_factors")
@@ -206,6 +219,9 @@ void settings_command(Ui& ui, const Params& p) {
     if (id == "miti_weight") d.miti_weight = std::clamp(value(d.miti_weight), 0, kWeightMax);
     if (id == "adapt_weight") d.adapt_weight = std::clamp(value(d.adapt_weight), 0, kWeightMax);
     if (id == "prod_weight") d.prod_weight = std::clamp(value(d.prod_weight), 0, kWeightMax);
+    for (size_t q = 1; q <= 5; ++q)
+      if (id == "dq_uncertainty_" + std::to_string(q))
+        d.dq_uncertainty[q] = std::clamp(value(d.dq_uncertainty[q]), 0, kDqUncertaintyMax);
   } else if (p.count("grid") && p.at("grid") == "factors") {
     // Rows count from 0 in the page, from 1 (below the titles) in the table.
     if (param_text(p, "event") == "edit" && param_int(p, "col", -1) == 2)

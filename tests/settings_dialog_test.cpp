@@ -78,6 +78,15 @@ TEST_F(SettingsDialogTest, ApplyRefusesBothWeightsAtZeroAndOtherwiseSavesEveryth
 
   weight_defaults();
   EXPECT_EQ(d.miti_weight + d.adapt_weight + d.prod_weight, 300);
+
+  // The uncertainty of each data-quality score goes to the session with the rest.
+  d.dq_uncertainty[2] = 150;
+  ASSERT_TRUE(apply(ui));
+  EXPECT_EQ(session().dq_uncertainty[2], 150);
+  EXPECT_EQ(get_setting("Settings", "dq_uncertainty_2", ""), "150");
+  EXPECT_EQ(get_setting("Settings", "dq_uncertainty_5", ""), "10");
+  uncertainty_defaults();
+  EXPECT_EQ(d.dq_uncertainty, kDefaultDqUncertainty);
 }
 
 TEST_F(SettingsDialogTest, FactorCellsTakeDigitsAndOneDecimalSeparator) {
