@@ -106,7 +106,9 @@ test('the hotspot report runs from the summary page, switches tabs and is cancel
     });
     try {
       await main.locator('a[href="hot.hot"]').click();
-      await page.frameLocator('#page').locator('a[href="hot.hcn"]').click({ timeout: 20000, noWaitAfter: true });
+      // The lock goes only once the server has the cancel.
+      await Promise.all([page.waitForResponse((r) => r.url().endsWith('/hot.hcn'), { timeout: 20000 }),
+        page.frameLocator('#page').locator('a[href="hot.hcn"]').click({ timeout: 20000, noWaitAfter: true })]);
     } finally {
       lock.stdin.end('COMMIT;\n');
       await new Promise((resolve) => lock.on('close', resolve));

@@ -28,7 +28,7 @@ async function withProgram(program, stores, body) {
 // The window a tab shows.
 const windowOf = (tab) => tab.evaluate(() => document.body.dataset.window).catch(() => '');
 
-test('twelve admin windows open at once, and a click in the Backups window is answered', { skip: missing, timeout: 240000 }, async () => {
+test('twelve admin windows and more open at once, and a click in the Backups window is answered', { skip: missing, timeout: 240000 }, async () => {
   await withProgram('arven-admin', [STORE, 'arven_operations.mdb', 'arven_rvcs.mdb'], async (browser, program) => {
     const context = await browser.newContext({ viewport: { width: 1200, height: 800 } });
     const polls = [];
@@ -47,13 +47,13 @@ test('twelve admin windows open at once, and a click in the Backups window is an
       await console_.click('#' + id);
       for (let i = 0; i < 50 && context.pages().length === before; ++i) await console_.waitForTimeout(100);
     }
-    // A console in each tab more, up to twelve.
+    // A console in each tab more, up to twelve at least.
     while (context.pages().length < 12) {
       const more = await context.newPage();
       await more.goto(program.base + '/admin/');
       await more.locator('[id^="button-"]').first().waitFor();
     }
-    assert.equal(context.pages().length, 12);
+    assert.ok(context.pages().length >= 12, `tabs open: ${context.pages().length}`);
     // A backup from the Backups window is made and listed.
     let backups = null;
     for (const tab of context.pages()) if ((await windowOf(tab)) === 'admin/backups') backups = tab;
