@@ -115,6 +115,10 @@ export class Walk {
   async step(name, target, want, { dbl = false, patience = 0 } = {}) {
     await target.waitFor({ timeout: TIMEOUT });
     if (want.frame) await this.markStale();
+    // A person clicks in the tab in front of them: a tab left behind the
+    // others is throttled by the browser, which would time the browser's
+    // background work rather than the program.
+    await target.page().bringToFront();
     const t0 = performance.now();
     if (dbl) await target.dblclick();
     else await target.click();

@@ -481,7 +481,12 @@ void chart_country_budget(PageFile& out) {
                                             "Axis 4",
                                             "Technical assistance",
                                             "Compliments to direct payments"};
-  Db db = Db::open(session().ops_db_path);
+  // The budgets are the master store's: with an assessment open, the
+  // operations store in use is its country's, which has none.
+  std::string path = session().ops_db_path;
+  if (!Db::open(path).has_table("Countries"))
+    path = (session().app_folder / "dbases" / "arven_operations.mdb").string();
+  Db db = Db::open(path);
   std::string categories;
   std::vector<std::string> data(std::size(kSeries));
   auto rows = db.query("SELECT * FROM " + quote_name("Countries"));
