@@ -655,11 +655,22 @@
       lastControls = key;
       controls = c;
       document.title = c.title || 'ARVEN';
+      // Text being typed into a field survives a redraw that another
+      // change brought meanwhile: the field keeps its text and the focus.
+      const a = document.activeElement;
+      const typing = a && a.tagName === 'INPUT' && a.type === 'text' && /^input-/.test(a.id)
+        ? { id: a.id, value: a.value, start: a.selectionStart, end: a.selectionEnd } : null;
       renderMenus(c.menus, c.title);
       if (c.side) renderSide(c.side);
       else renderPanels(c.panels, c.caption);
       $('caption').textContent = c.caption || '';
       renderForm(c);
+      const field = typing && $(typing.id);
+      if (field && field.tagName === 'INPUT') {
+        field.value = typing.value;
+        field.focus();
+        field.setSelectionRange(typing.start, typing.end);
+      }
       sendSize();
     }
     if (s.ended) {
