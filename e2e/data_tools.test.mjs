@@ -13,6 +13,9 @@ const caption = (page, text) => page.locator('#caption', { hasText: text }).wait
 async function openTool(page, program, id) {
   await page.goto(program.base + '/admin/');
   await page.click(`#button-${id}`);
+  // The window is open before this tab goes to it; a tab that came first
+  // would be sent back to the main window.
+  await page.waitForFunction(async (w) => (await (await fetch(`/admin/${w}/state.json`)).json()).open, id);
   await page.goto(program.base + `/admin/${id}/`);
 }
 

@@ -757,6 +757,10 @@
   function take(s) {
     // The downloader answers while an update installs: the end was missed.
     if (s.installing) { stopped = true; waitForRestart(); return false; }
+    // A state older than the one drawn (a slow answer overtaken by a newer
+    // one) is not drawn over it. After a restart versions begin again:
+    // the page then starts from 0 (the channel said it was lost).
+    if (s.version < version) return true;
     version = s.version;
     render(s);
     if (s.ended) stopped = true;
@@ -801,6 +805,7 @@
       const d = m.data || {};
       heard = heard || !!d.open || typeof d.version === 'number';
       if (stopped) return;
+      if (d.lost) version = 0;
       if (d.open || d.lost || (typeof d.version === 'number' && d.version !== version)) refresh();
     };
     worker.onerror = () => { if (!heard) loop(); };
