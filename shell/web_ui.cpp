@@ -180,10 +180,7 @@ std::string WebUi::current_window() const {
 
 std::string WebUi::beside_active_locked() const {
   auto it = windows_.find(active_);
-  const bool beside =
-      it != windows_.end() && it->second.open &&
-      std::find(modal_stack_.begin(), modal_stack_.end(), active_) == modal_stack_.end() &&
-      active_ != "main";
+  const bool beside = it != windows_.end() && it->second.open && !in_main_tab_locked(active_);
   return beside ? active_ : "";
 }
 
@@ -340,9 +337,7 @@ void WebUi::navigate(const std::string& window, const std::string& page) {
   // A link of a window beside the main tab (a report) shows its result in
   // that window, not in the main tab behind it.
   const std::string beside = beside_active_locked();
-  const bool in_main_tab = window == "main" || std::find(modal_stack_.begin(), modal_stack_.end(),
-                                                         window) != modal_stack_.end();
-  auto& w = windows_[!beside.empty() && in_main_tab ? beside : window];
+  auto& w = windows_[!beside.empty() && in_main_tab_locked(window) ? beside : window];
   w.page = page;
   ++w.nav;
   changed();
@@ -474,6 +469,10 @@ bool WebUi::accepts_input(const std::string& window) const {
 
 bool WebUi::in_main_tab(const std::string& window) const {
   std::lock_guard lock(mutex_);
+  return in_main_tab_locked(window);
+}
+
+bool WebUi::in_main_tab_locked(const std::string& window) const {
   return window == "main" ||
          std::find(modal_stack_.begin(), modal_stack_.end(), window) != modal_stack_.end();
 }

@@ -162,6 +162,7 @@ class WebUi : public Ui {
   // The window beside the main tab whose event is being handled ("" when
   // the event is the main tab's).
   std::string beside_active_locked() const;
+  bool in_main_tab_locked(const std::string& window) const;  // the same as in_main_tab
   Answered ask(Dialog dialog);  // publishes the dialog and waits for its answer
   void changed();               // bump the version (mutex held)
   void forget_finished_work();  // clear the word of ended work (mutex held)
