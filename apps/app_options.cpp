@@ -4,8 +4,8 @@
 #include <optional>
 #include <stdexcept>
 
+#include "base/replace_file.h"
 #include "core/program_folders.h"
-#include "core/replace_file.h"
 
 namespace arven {
 

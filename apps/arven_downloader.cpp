@@ -20,9 +20,9 @@
 #include <thread>
 
 #include "apps/app_options.h"
+#include "base/replace_file.h"
 #include "core/preferences.h"
 #include "core/registry.h"
-#include "core/replace_file.h"
 #include "settings/store_install.h"
 #include "settings/update_check.h"
 #include "settings/update_server.h"

@@ -3,7 +3,6 @@
 #include <iostream>
 #include <thread>
 
-#include "core/main_window.h"
 #include "core/session.h"
 #include "core/startup.h"
 #include "engine/catalogue.h"
@@ -17,6 +16,8 @@
 #include "shell/server.h"
 #include "shell/settings_view.h"
 #include "shell/worker.h"
+#include "windows/main_window.h"
+#include "windows/program_start.h"
 
 namespace arven {
 

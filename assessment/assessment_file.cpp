@@ -15,10 +15,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/text.h"
 #include "core/lookups.h"
 #include "core/session.h"
 #include "core/startup.h"
-#include "core/text.h"
 #include "settings/settings_dialog.h"
 #include "stores/db.h"
 #include "stores/schema.h"
@@ -235,19 +235,6 @@ Db open_files_store() {
 }
 
 }  // namespace
-
-// Throws StoreError naming the first table or column of the file's schema
-// that the store lacks.
-void require_assessment_schema(const Db& db) {
-  for (const TableDef& table : assessment_tables()) {
-    db.require_table(table.name);
-    std::vector<std::string> have = db.column_names(table.name);
-    for (auto& name : have) name = lower_case(name);
-    for (const ColumnDef& column : table.columns)
-      if (std::find(have.begin(), have.end(), lower_case(column.name)) == have.end())
-        db.fail("its table \"" + table.name + "\" has no column \"" + column.name + "\"");
-  }
-}
 
 void create_assessment_file(const std::string& path) {
   // Built under a temporary name beside the target and renamed into place:

@@ -34,10 +34,6 @@ struct OpenResult {
   bool hotspot_enabled = false;
 };
 
-// Throws StoreError naming the first table or column of the assessment
-// schema that the store lacks.
-void require_assessment_schema(const Db& db);
-
 // Creates a new assessment file with its five tables and the one Version row
 // (structure 8, no regional change, carbon sequestration not yet recorded).
 // An existing file at the path is replaced. Throws StoreError on failure.

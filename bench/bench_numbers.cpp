@@ -1,6 +1,6 @@
 #include <benchmark/benchmark.h>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 
 // Formatting and rounding sit on the hot path of impact generation.
 static void BM_format_fixed(benchmark::State& state) {

@@ -17,12 +17,12 @@
 #include "reports/explorer_window.h"
 #include "reports/mac_curves.h"
 #include "reports/operation_reports.h"
-#include "reports/page_commands.h"
 #include "reports/scenario_compare.h"
 #include "reports/uncertainty.h"
 #include "silent_ui.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "windows/explorer.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <stdexcept>
 #include <tuple>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/registry.h"
 #include "stores/db.h"
 #include "stores/schema.h"

@@ -6,7 +6,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "stores/db.h"
 

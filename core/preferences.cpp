@@ -8,8 +8,8 @@
 #include <sstream>
 #include <vector>
 
-#include "core/numbers.h"
-#include "core/replace_file.h"
+#include "base/numbers.h"
+#include "base/replace_file.h"
 
 namespace arven {
 

@@ -28,7 +28,7 @@ std::string get_setting(const std::string& section, const std::string& key,
 using SettingValues = std::vector<std::pair<std::string, std::string>>;
 // Stores the keys of a section in one write of the file; creates the file,
 // its folder and the section as needed. The file is replaced as a whole
-// (core/replace_file.h): when it cannot be written, FileWriteError says why
+// (base/replace_file.h): when it cannot be written, FileWriteError says why
 // and the file stays as it was.
 void save_settings(const std::string& section, const SettingValues& values);
 // save_settings, telling the user of a failure in one message box (titled

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "core/replace_file.h"
+#include "base/replace_file.h"
 
 namespace arven {
 

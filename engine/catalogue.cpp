@@ -5,19 +5,20 @@
 #include <map>
 #include <set>
 
+#include "base/text.h"
 #include "core/lookups.h"
 #include "core/session.h"
-#include "core/text.h"
 #include "engine/explorer_state.h"
 #include "engine/impact_cache.h"
 #include "engine/impact_context.h"
 #include "engine/impact_summaries.h"
-#include "reports/page_kit.h"
 #include "stores/db.h"
 
 namespace arven {
 
 namespace {
+
+constexpr std::string_view kCalculatingWait = "Calculating regional impact data. Please wait...";
 
 const char* const kSearchHint = "Search...";
 const char* const kSparePrefix = "zSpareOp_";
@@ -327,12 +328,12 @@ void show_myops(Ui& ui) {
     while (q.next()) entries.push_back({q.get(1).as_text(), q.get(0).as_int()});
   }
   if (entries.empty()) {
-    no_ops_selected_html(ui);
+    if (holder().hooks.no_operations) holder().hooks.no_operations(ui);
     return;
   }
   sort_entries(entries);
   flat_tree(tree, "My Operations...", entries);
-  if (show_stale_cache_page(ui)) return;
+  if (holder().hooks.stale_figures && holder().hooks.stale_figures(ui)) return;
   tree.nodes[0].expanded = true;
   tree.select(1);
   fire_node_click(ui, true);
@@ -417,8 +418,7 @@ void addto_oplist(Ui& ui, int64_t operation_id) {
     }
     added = true;
     if (single) {
-      wait_page("summary.htm", "Calculating regional impact data. Please wait...");
-      ui.navigate("explorer", "summary.htm");
+      if (holder().hooks.wait) holder().hooks.wait(ui, kCalculatingWait);
     }
     ex.current_operation_id = operation_id;
     tab_cap();
@@ -529,8 +529,7 @@ void select_all(Ui& ui) {
   engine_detail::OneWriteFailureMessage one_message;
   c.select_all_running = true;
   try {
-    wait_page("summary.htm", "Calculating regional impact data. Please wait...");
-    ui.navigate("explorer", "summary.htm");
+    if (holder().hooks.wait) holder().hooks.wait(ui, kCalculatingWait);
   } catch (const std::exception& e) {
     engine_detail::report_failure(ui, e);
   }

@@ -70,6 +70,13 @@ void reset_catalogue();
 struct CatalogueHooks {
   // Shows the page of the selected node of a tree (chosen = the chosen tree).
   std::function<void(Ui&, bool chosen)> node_click;
+  // Shows a wait page with this heading while operations are calculated.
+  std::function<void(Ui&, std::string_view heading)> wait;
+  // Shows that the open file has no chosen operation.
+  std::function<void(Ui&)> no_operations;
+  // Asks to recalculate when the stored figures are stale; true when it
+  // asked (the list is then not shown).
+  std::function<bool(Ui&)> stale_figures;
 };
 void set_catalogue_hooks(CatalogueHooks hooks);
 

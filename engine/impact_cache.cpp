@@ -10,13 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include "base/numbers.h"
 #include "core/lookups.h"
-#include "core/numbers.h"
 #include "core/session.h"
 #include "engine/explorer_state.h"
 #include "engine/impact_context.h"
 #include "engine/impact_summaries.h"
-#include "reports/page_kit.h"
 #include "stores/db.h"
 
 namespace arven {
@@ -411,35 +410,6 @@ CacheState cache_state() {
   return CacheState::current;
 }
 
-bool show_stale_cache_page(Ui& ui) {
-  try {
-    const CacheState state = cache_state();
-    if (state != CacheState::stale_region && state != CacheState::stale_carbon) return false;
-    const bool region = state == CacheState::stale_region;
-    const std::string heading =
-        region ? "Regional Profile Changed" : "Carbon Sequestration Settings Changed";
-    const std::string text =
-        region ? "The regional profile has changed since last opening your RDP operations. You "
-                 "need to recalculate the impact data. Would you like to do this now?"
-               : "The carbon sequestration settings have been changed since last opening your RDP "
-                 "operations. You need to recalculate the impact data. Would you like to do this "
-                 "now?";
-    PageFile out("summary.htm");
-    page_header(out, 0);
-    out.line("<p><font face=\"Arial\" size=\"4\"><strong>" + heading + "</strong></font></p>");
-    out.line("<p><font face=\"Verdana\"><small>" + text + "</small></font></p>");
-    out.line(
-        "<p><font face=\"Verdana\"><small><a href=data_update.yes>Yes</a>&nbsp;&nbsp;&nbsp;"
-        "<a href=data_update.xno>No</a></small></font></p>");
-    page_footer(out);
-    ui.navigate("explorer", "summary.htm");
-    return true;
-  } catch (const std::exception& e) {
-    engine_detail::report_failure(ui, e);
-    return false;
-  }
-}
-
 // ---- recalculation ------------------------------------------------------------------
 
 ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) {
@@ -480,8 +450,7 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) 
       // The wait page comes after the question, so nothing waits behind it.
       ui.progress(0, 1, "Updating regional impact data...");
       reset_summary_tables();
-      wait_page("summary.htm", "Updating regional impact data. Please wait...");
-      ui.navigate("explorer", "summary.htm");
+      if (hooks.wait) hooks.wait(ui, "Updating regional impact data. Please wait...");
       Transaction tx(db);
       ctx.in_transaction = true;
       std::vector<int64_t> ids;

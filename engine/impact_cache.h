@@ -26,6 +26,8 @@ struct ImpactCacheHooks {
   // The "No" of a stale-data page: selects the first chosen operation and
   // shows its stored figures.
   std::function<void(Ui&)> show_first_operation;
+  // Shows a wait page with this heading while the figures are recalculated.
+  std::function<void(Ui&, std::string_view heading)> wait;
 };
 
 // Where the cache of the open file stands.
@@ -52,13 +54,6 @@ ImpactStatus save_impact_data(Ui& ui, int64_t operation_id);
 // then has its loaded shape (AdaptationShape::loaded). An operation without
 // rows leaves the tables with their titles only and op_total_area as it was.
 ImpactStatus load_impact_data(Ui& ui, int64_t operation_id);
-
-// The stale-cache check of the list of chosen operations: when the region
-// changed, or the carbon setting differs from the recorded one, writes
-// "summary.htm" asking to recalculate (links data_update.yes and
-// data_update.xno), shows it in the explorer and returns true; the caller
-// then stops. False when the cache is current (or cannot be read: shown).
-bool show_stale_cache_page(Ui& ui);
 
 // Recalculates and saves the operations of recalc_list, in list order, or,
 // when the list is empty and the user confirms, every chosen operation; then

@@ -11,11 +11,11 @@
 #include <string_view>
 #include <variant>
 
-#include "core/numbers.h"
+#include "base/html_text.h"
+#include "base/numbers.h"
 #include "core/registry.h"
 #include "core/session.h"
 #include "engine/stored_figures.h"
-#include "reports/page_kit.h"
 
 namespace arven::engine_detail {
 

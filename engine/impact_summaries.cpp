@@ -1,6 +1,6 @@
 #include "engine/impact_summaries.h"
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "engine/explorer_state.h"
 #include "engine/impact_context.h"

@@ -10,7 +10,7 @@
 #include <tuple>
 #include <utility>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "engine/explorer_state.h"
 #include "engine/impact_context.h"

@@ -3,10 +3,10 @@
 #include <map>
 #include <optional>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
+#include "core/grid_export.h"
 #include "core/session.h"
 #include "prep/master_stores.h"
-#include "reports/export.h"
 #include "stores/db.h"
 
 namespace arven {

@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "prep/master_stores.h"
 #include "stores/db.h"
 

@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <set>
 
-#include "core/numbers.h"
+#include "base/html_text.h"
+#include "base/numbers.h"
+#include "base/utf8.h"
+#include "core/page_file.h"
 #include "core/session.h"
-#include "core/utf8.h"
 #include "prep/activity_factors.h"
 #include "prep/master_stores.h"
-#include "reports/page_kit.h"
 #include "stores/db.h"
 
 namespace arven {

@@ -2,9 +2,9 @@
 
 #include <optional>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
+#include "base/text.h"
 #include "core/session.h"
-#include "core/text.h"
 #include "prep/master_stores.h"
 #include "stores/db.h"
 

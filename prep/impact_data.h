@@ -10,8 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/numbers.h"
 #include "core/grid_table.h"
-#include "core/numbers.h"
 #include "core/session.h"
 #include "prep/impact_generation.h"
 #include "stores/db.h"

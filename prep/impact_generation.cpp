@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "prep/impact_data.h"
 #include "stores/db.h"

@@ -14,7 +14,7 @@
 
 #include <unistd.h>
 
-#include "core/text.h"
+#include "base/text.h"
 #include "prep/csv.h"
 #include "stores/db.h"
 #include "stores/schema.h"

@@ -8,9 +8,9 @@
 #include <optional>
 #include <set>
 
-#include "core/replace_file.h"
+#include "base/replace_file.h"
+#include "base/text.h"
 #include "core/session.h"
-#include "core/text.h"
 #include "core/ui.h"
 #include "prep/store_zip.h"
 #include "settings/store_install.h"
@@ -218,7 +218,7 @@ fs::path with_suffix(const fs::path& p, const char* suffix) {
   return out;
 }
 
-// Replaces the file (core/replace_file.h), its folder made when missing.
+// Replaces the file (base/replace_file.h), its folder made when missing.
 void replace_text_file(const fs::path& path, const std::string& text) {
   std::error_code ec;
   fs::create_directories(path.parent_path(), ec);

@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "prep/impact_generation.h"
 #include "prep/ops_rows.h"

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "base/utf8.h"
 #include "core/lookups.h"
-#include "core/utf8.h"
 #include "prep/activity_delta.h"
 #include "prep/master_keys.h"
 #include "prep/master_stores.h"

@@ -10,9 +10,9 @@
 #include <stdexcept>
 #include <unordered_map>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
+#include "base/text.h"
 #include "core/session.h"
-#include "core/text.h"
 #include "core/ui.h"
 #include "prep/xlsx_reader.h"
 #include "stores/db.h"

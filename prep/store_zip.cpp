@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "core/replace_file.h"
+#include "base/replace_file.h"
 #include "core/ui.h"
 #include "settings/zip_files.h"
 

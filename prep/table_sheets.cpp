@@ -4,15 +4,15 @@
 #include <map>
 #include <set>
 
+#include "base/text.h"
+#include "core/grid_export.h"
 #include "core/lookups.h"
-#include "core/text.h"
 #include "prep/activity_delta.h"
 #include "prep/master_import.h"
 #include "prep/master_keys.h"
 #include "prep/master_stores.h"
 #include "prep/references.h"
 #include "prep/xlsx_reader.h"
-#include "reports/export.h"
 #include "stores/schema.h"
 
 namespace arven {

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "core/replace_file.h"
+#include "base/html_text.h"
+#include "base/replace_file.h"
 #include "prep/packaging.h"
 #include "prep/working_copies.h"
-#include "reports/page_kit.h"
 #include "settings/store_install.h"
 
 namespace arven {

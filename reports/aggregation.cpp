@@ -7,17 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "base/numbers.h"
 #include "core/grid_table.h"
-#include "core/numbers.h"
 #include "core/session.h"
 #include "engine/impact_context.h"
 #include "engine/regional_impact.h"
 #include "engine/stored_figures.h"
 #include "reports/explorer_window.h"
 #include "reports/export.h"
+#include "reports/list_sorting.h"
 #include "reports/mac_curves.h"
 #include "reports/operation_reports.h"
-#include "reports/page_commands.h"
 #include "reports/page_kit.h"
 #include "stores/db.h"
 

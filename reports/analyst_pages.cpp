@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "engine/impact_context.h"
 #include "engine/regional_impact.h"

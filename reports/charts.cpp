@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "stores/db.h"
 

@@ -7,41 +7,15 @@
 #include <utility>
 #include <vector>
 
+#include "core/grid_export.h"
 #include "core/grid_table.h"
 #include "core/ui.h"
 
 namespace arven {
 
-// Spreadsheet export of the explorer's tables: every row (titles included)
-// and every column (the identifier column 0 included) of a GridTable, as
-// CSV or as an .xlsx workbook of one sheet.
-//
-// Cells of the list tables hold page text: the five entities html_escape
-// produces are turned back into their characters; any other text, markup
-// included, is written as it stands. A cell holding "null" (no value) is
-// written empty.
-
-// A file that could not be written; what() names the file and the reason.
-class ExportError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-// The plain text of a cell: &amp; &lt; &gt; &quot; &#39; replaced by & < > " '.
-std::string html_unescape(std::string_view text);
-
-// What an exported table was made from: label and text pairs (the file,
-// its regions, the time horizon, where the units stand, the date).
-using ExportContext = std::vector<std::pair<std::string, std::string>>;
-
-// RFC 4180 CSV in UTF-8: fields separated by commas, a field holding a
-// comma, a quote, a CR or an LF quoted with its quotes doubled, lines ended
-// by CRLF. A context comes first, one "label,text" line per pair and an
-// empty line after them, so that a spreadsheet shows it above the table;
-// the table's rows follow unchanged. The file is replaced as
-// core/replace_file.h does; throws FileWriteError when it cannot be written.
-void write_csv(const GridTable& grid, const std::filesystem::path& file,
-               const ExportContext& context = {});
+// Export of the explorer's tables: the written file (core/grid_export.h)
+// with the context of the open assessment file, put where the browser
+// downloads it.
 
 // The regions of the open assessment file, "code name; code name", or
 // "(none)"; read from the file.
@@ -52,23 +26,6 @@ std::string regions_text(const std::string& file);
 // The context of the open assessment file, read from it; a file that
 // cannot be read gives what is known without it.
 ExportContext export_context();
-
-// An Excel workbook with one sheet named `sheet_name` (made valid by
-// excel_sheet_name): the head row bold, a cell that reads as a number
-// (parse_number, either decimal separator) as a number, empty and "null"
-// cells blank, everything else as text; columns sized to their text.
-// Replaced as write_csv replaces its file; throws FileWriteError when it
-// cannot be written, ExportError when the workbook cannot be made. Columns
-// marked in `text_columns` are written as text exactly as they stand, so
-// that a field such as "2, 1", "007" or "null" reads back as it was.
-void write_xlsx(const GridTable& grid, const std::filesystem::path& file,
-                const std::string& sheet_name, const ExportContext& context = {},
-                const std::vector<bool>& text_columns = {});
-
-// A sheet name Excel accepts: []:*?/\ replaced by '_', apostrophes at
-// either end dropped, at most 31 characters (never splitting a UTF-8
-// character), "Sheet1" when nothing is left.
-std::string excel_sheet_name(std::string_view name);
 
 // The line under a table that offers it for export: page commands
 // "<grid_number>.exc" (CSV) and "<grid_number>.exx" (.xlsx).

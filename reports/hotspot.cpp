@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "base/numbers.h"
 #include "core/lookups.h"
-#include "core/numbers.h"
 #include "core/session.h"
 #include "engine/impact_context.h"
 #include "reports/page_kit.h"

@@ -7,15 +7,15 @@
 #include <string>
 #include <vector>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "engine/impact_context.h"
 #include "engine/regional_impact.h"
 #include "reports/charts.h"
 #include "reports/explorer_window.h"
 #include "reports/export.h"
+#include "reports/list_sorting.h"
 #include "reports/operation_reports.h"
-#include "reports/page_commands.h"
 #include "reports/page_kit.h"
 
 namespace arven {

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "engine/catalogue.h"
 #include "engine/stored_figures.h"

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <utility>
 
+#include "base/numbers.h"
 #include "core/lookups.h"
-#include "core/numbers.h"
 #include "core/session.h"
 #include "engine/explorer_state.h"
 #include "reports/charts.h"

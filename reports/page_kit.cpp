@@ -7,10 +7,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/numbers.h"
+#include "base/utf8.h"
 #include "core/lookups.h"
-#include "core/numbers.h"
 #include "core/session.h"
-#include "core/utf8.h"
 #include "core/version.h"
 #include "engine/impact_context.h"
 #include "reports/rvc_stores.h"
@@ -25,7 +25,6 @@ namespace {
 
 constexpr std::string_view kTableOpen =
     R"(<table border="1" cellpadding="3" cellspacing="0" width="100%" bordercolor="#808080">)";
-constexpr std::string_view kLoadingImage = "graphics/loading.gif";
 
 // The text wrapper of a size code.
 std::pair<std::string_view, std::string_view> size_wrap(int size) {
@@ -96,30 +95,6 @@ int bar_number(double score) {
   if (score <= 3) return 3;
   if (score <= 4) return 4;
   return 5;
-}
-
-std::string two_digits(unsigned v) {
-  return v < 10 ? "0" + std::to_string(v) : std::to_string(v);
-}
-
-std::chrono::year_month_day local_today() {
-  std::time_t now = std::time(nullptr);
-  std::tm tm{};
-  localtime_r(&now, &tm);
-  return std::chrono::year{tm.tm_year + 1900} / std::chrono::month{unsigned(tm.tm_mon + 1)} /
-         std::chrono::day{unsigned(tm.tm_mday)};
-}
-
-PageDateSource& date_source() {
-  static PageDateSource source;
-  return source;
-}
-
-void header_lines(PageFile& out) {
-  for (std::string_view l :
-       {"<HTML>", "<head>", "<title>Report</title>", "<style>", "<!--", ".turnred a:hover{",
-        "color:red", "}", "a:hover{", "color:green", "}", "-->", "</style>"})
-    out.line(l);
 }
 
 std::string paragraph(std::string_view text) {
@@ -292,130 +267,6 @@ void write_welcome_page(Ui& ui) {
 }
 
 }  // namespace
-
-std::string html_escape(std::string_view text) {
-  // Store and file text may carry bytes of another encoding; a page gets
-  // valid UTF-8 only.
-  std::string repaired;
-  if (!is_valid_utf8(text)) {
-    repaired = valid_utf8(text);
-    text = repaired;
-  }
-  std::string out;
-  out.reserve(text.size());
-  for (char ch : text) {
-    switch (ch) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      case '"':
-        out += "&quot;";
-        break;
-      case '\'':
-        out += "&#39;";
-        break;
-      default:
-        out += ch;
-    }
-  }
-  return out;
-}
-
-// ---- PageFile ----
-
-namespace {
-constexpr size_t kPageChunk = 64 * 1024;  // bytes gathered before a write
-}  // namespace
-
-PageFile::PageFile(std::string_view name)
-    : path_(session().app_folder / std::string(name)),
-      file_(std::make_unique<ReplacingFile>(path_)),
-      exceptions_(std::uncaught_exceptions()) {}
-
-PageFile::~PageFile() {
-  if (!file_ || std::uncaught_exceptions() > exceptions_) return;  // the old page stays
-  try {
-    close();
-  } catch (const std::exception&) {
-  }
-}
-
-void PageFile::flush() {
-  file_->write(pending_);
-  pending_.clear();
-}
-
-void PageFile::line(std::string_view text) {
-  if (!file_) throw std::logic_error("page " + path_.string() + " is already closed");
-  pending_.append(text);
-  pending_ += '\n';
-  if (pending_.size() >= kPageChunk) flush();
-}
-
-void PageFile::close() {
-  if (!file_) return;
-  auto file = std::move(file_);
-  file->write(pending_);
-  pending_.clear();
-  file->commit();
-}
-
-// ---- head and foot ----
-
-void set_page_date_source(PageDateSource source) {
-  date_source() = std::move(source);
-}
-
-std::string page_date_text() {
-  std::chrono::year_month_day d = date_source() ? date_source()() : local_today();
-  int year = static_cast<int>(d.year());
-  return two_digits(static_cast<unsigned>(d.day())) + "/" +
-         two_digits(static_cast<unsigned>(d.month())) + "/" + std::to_string(year);
-}
-
-void page_header(PageFile& out, int mode) {
-  header_lines(out);
-  if (mode != 0) return;
-  out.line("</head>");
-  out.line("<body>");
-}
-
-void page_header_showhide(PageFile& out) {
-  header_lines(out);
-  for (std::string_view l :
-       {"<script>", "function showhide(id){", "if (document.getElementById){",
-        "obj = document.getElementById(id);", "if (obj.style.display == \"none\"){",
-        "obj.style.display = \"\";", "} else {", "obj.style.display = \"none\";", "}", "}", "}",
-        "</script>", "</head>", "<body>"})
-    out.line(l);
-}
-
-void page_footer(PageFile& out) {
-  out.line("<hr>");
-  out.line("<p><font face=\"Verdana\"><small><small>ARVEN: Beta Version " + version_text() +
-           "<br>");
-  out.line(page_date_text() + "</small></small></font></p>");
-  out.line("</body>");
-  out.line("</html>");
-  out.close();
-}
-
-void wait_page(std::string_view name, std::string_view heading_text) {
-  PageFile out(name);
-  page_header(out, 0);
-  out.line("<p align=\"center\"><font face=\"Arial\"><strong>" + std::string(heading_text) +
-           "</strong></font></p>");
-  out.line("<p align=\"center\"><img src=" + std::string(kLoadingImage) + "></p>");
-  out.line("</body>");
-  out.line("</html>");
-  out.close();
-}
 
 void no_ops_selected_html(Ui& ui) {
   PageFile out("summary.htm");

@@ -1,22 +1,18 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
-#include <filesystem>
-#include <functional>
-#include <memory>
-#include <set>
 #include <string>
 #include <string_view>
 
+#include "base/html_text.h"
 #include "core/grid_table.h"
-#include "core/replace_file.h"
+#include "core/page_file.h"
 #include "core/ui.h"
 
 namespace arven {
 
-// The shared kit of every report writer: page files in the program folder,
-// the head and foot of a page, GridTables as HTML tables, data-quality bars,
+// The shared kit of every report writer (the page file, its head and foot
+// are core/page_file.h): GridTables as HTML tables, data-quality bars,
 // sort arrows, and the shell's summary and welcome pages.
 //
 // Escaping rule: text that comes from a store or a file (region, operation
@@ -29,10 +25,6 @@ namespace arven {
 // Size code of the table writers: 0 wraps cell text in "<small><small>",
 // 1 in "<small>", 2 in nothing.
 
-// Text with &, <, >, " and ' replaced by entities, safe inside an element or
-// a quoted attribute.
-std::string html_escape(std::string_view text);
-
 // The page text of a grid cell: a number goes through format_display with
 // `places` decimals, or, when `places` is negative, with the decimals the
 // cell already has (at most three); any other text is left as it stands.
@@ -43,61 +35,6 @@ int cell_places(std::string_view cell);
 // cost per unit 2, risk reductions, capacity and quality scores 1, other
 // totals 0.
 int display_places(std::string_view head);
-
-// One generated page: a file in session().app_folder, replaced by close()
-// as core/replace_file.h replaces a file, so that a page is there whole or
-// not changed at all. Lines end in "\n". A failure throws FileWriteError
-// naming the page and the cause ("The disk is full", "The folder ... is
-// read-only").
-class PageFile {
- public:
-  // Starts the new session().app_folder / name beside the old one.
-  explicit PageFile(std::string_view name);
-  PageFile(const PageFile&) = delete;
-  PageFile& operator=(const PageFile&) = delete;
-  // Puts the page in place if the writer did not close it (errors are not
-  // reported here); left by an exception, it leaves the old page as it was.
-  ~PageFile();
-
-  // Writes the text and a line end. Throws std::logic_error once closed.
-  void line(std::string_view text);
-  // Puts the page in place; throws when it could not be written.
-  void close();
-
-  bool is_open() const { return file_ != nullptr; }
-  const std::filesystem::path& path() const { return path_; }
-
-  // True the first time the page asks for `part` (a script library that a
-  // page loads once, whatever number of charts it holds), false after.
-  bool first(std::string_view part) { return once_.insert(std::string(part)).second; }
-
- private:
-  void flush();
-
-  std::filesystem::path path_;
-  std::unique_ptr<ReplacingFile> file_;
-  std::string pending_;  // lines not yet written
-  int exceptions_ = 0;   // uncaught when the page was started
-  std::set<std::string> once_;
-};
-
-// Where page_footer takes today's date from. An empty function restores the
-// local calendar date; tests install a fixed day.
-using PageDateSource = std::function<std::chrono::year_month_day()>;
-void set_page_date_source(PageDateSource source);
-// Today's date in the short form of the footer, "dd/mm/yyyy".
-std::string page_date_text();
-
-// The head of a page up to "</style>"; mode 0 also writes "</head>" and
-// "<body>", any other mode leaves the head open for chart scripts.
-void page_header(PageFile& out, int mode);
-// The head with the showhide(id) script, closed, and "<body>".
-void page_header_showhide(PageFile& out);
-// The version and date lines, "</body>", "</html>", and closes the file.
-void page_footer(PageFile& out);
-
-// A wait page: the centred bold heading and the loading image, closed.
-void wait_page(std::string_view name, std::string_view heading);
 
 // Writes "summary.htm" saying that no operation is chosen and shows it in
 // the explorer.

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "base/numbers.h"
 #include "core/lookups.h"
-#include "core/numbers.h"
 #include "core/session.h"
 #include "engine/explorer_state.h"
 #include "engine/impact_context.h"

@@ -5,9 +5,9 @@
 #include <optional>
 #include <vector>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
+#include "base/text.h"
 #include "core/session.h"
-#include "core/text.h"
 #include "reports/charts.h"
 #include "reports/hotspot.h"
 #include "reports/page_kit.h"

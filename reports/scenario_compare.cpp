@@ -7,9 +7,9 @@
 #include <map>
 #include <optional>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
+#include "base/utf8.h"
 #include "core/session.h"
-#include "core/utf8.h"
 #include "engine/impact_context.h"
 #include "engine/stored_figures.h"
 #include "reports/charts.h"

@@ -7,7 +7,7 @@
 #include <thread>
 #include <utility>
 
-#include "core/utf8.h"
+#include "base/utf8.h"
 #include "engine/regional_impact.h"
 #include "engine/stored_figures.h"
 

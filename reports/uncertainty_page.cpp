@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "engine/impact_context.h"
 #include "engine/regional_impact.h"

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <filesystem>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/preferences.h"
 #include "core/session.h"
 #include "core/startup.h"

@@ -47,6 +47,8 @@ SettingsDialog& settings_dialog();
 
 // The horizons the ranking list offers.
 const std::vector<int>& ranking_horizons();
+// The dialog's update tab.
+inline constexpr int kSettingsUpdateTab = 5;
 // Slider bounds.
 inline constexpr int kWeightMax = 100;
 inline constexpr int kUptakeMax = 100;

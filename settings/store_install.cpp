@@ -8,8 +8,8 @@
 #include <fstream>
 #include <memory>
 
+#include "base/replace_file.h"
 #include "core/registry.h"
-#include "core/replace_file.h"
 #include "settings/update_check.h"
 #include "settings/update_server.h"
 #include "settings/zip_files.h"

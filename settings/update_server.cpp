@@ -6,8 +6,8 @@
 #include <mutex>
 #include <optional>
 
+#include "base/replace_file.h"
 #include "core/preferences.h"
-#include "core/replace_file.h"
 
 namespace arven {
 

@@ -11,7 +11,7 @@
 #include <mutex>
 #include <optional>
 
-#include "core/replace_file.h"
+#include "base/replace_file.h"
 #include "core/ui.h"
 
 namespace arven {

@@ -197,7 +197,7 @@ std::string check_store_entry(std::string_view name, uint64_t size, std::string_
 // check_store_entry; the archive must hold nothing else. The CRC is
 // checked, and no more than the stated size (and `max_size`) is written.
 // Returns "" on success, otherwise the reason (a disk that could not take
-// the file in the words of core/replace_file.h); `dest` then stays as it
+// the file in the words of base/replace_file.h); `dest` then stays as it
 // was.
 std::string extract_store_entry(const std::filesystem::path& zip, const std::string& expected,
                                 const std::filesystem::path& dest, uint64_t max_size);

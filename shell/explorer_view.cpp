@@ -7,8 +7,8 @@
 #include "engine/catalogue.h"
 #include "engine/explorer_state.h"
 #include "reports/explorer_window.h"
-#include "reports/page_commands.h"
 #include "reports/uncertainty.h"
+#include "windows/explorer.h"
 
 namespace arven::shell {
 

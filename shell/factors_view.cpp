@@ -1,6 +1,6 @@
 #include <filesystem>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "prep/activity_factors.h"
 #include "prep/factor_tools.h"
 #include "reports/page_kit.h"

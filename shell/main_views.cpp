@@ -1,10 +1,10 @@
 #include "shell/main_views.h"
 
-#include "core/main_window.h"
 #include "core/session.h"
 #include "core/startup.h"
 #include "core/version.h"
 #include "reports/scenario_compare.h"
+#include "windows/main_window.h"
 
 namespace arven::shell {
 

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "core/utf8.h"
+#include "base/utf8.h"
 #include "shell/http_input.h"
 
 namespace arven::shell {

@@ -1,7 +1,7 @@
 #include "shell/regions_view.h"
 
-#include "assessment/regions.h"
 #include "reports/page_kit.h"
+#include "windows/regional_profile.h"
 
 namespace arven::shell {
 

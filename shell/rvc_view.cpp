@@ -1,7 +1,7 @@
 #include "shell/rvc_view.h"
 
-#include "assessment/regions.h"
 #include "reports/rvc_browser.h"
+#include "windows/regional_profile.h"
 
 namespace arven::shell {
 

@@ -8,7 +8,7 @@
 #include <random>
 #include <sstream>
 
-#include "core/utf8.h"
+#include "base/utf8.h"
 #include "reports/page_kit.h"
 #include "shell/connections.h"
 #include "shell/poll_gate.h"

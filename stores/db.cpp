@@ -11,8 +11,8 @@
 #include <mutex>
 #include <utility>
 
-#include "core/numbers.h"
-#include "core/text.h"
+#include "base/numbers.h"
+#include "base/text.h"
 
 namespace arven {
 

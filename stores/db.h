@@ -10,8 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "core/numbers.h"
-#include "core/replace_file.h"
+#include "base/numbers.h"
+#include "base/replace_file.h"
 #include "stores/value.h"
 
 struct sqlite3;

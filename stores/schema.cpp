@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "base/text.h"
+
 namespace arven {
 
 namespace {
@@ -403,6 +405,17 @@ Db create_all_country_store(const std::filesystem::path& path,
   create_table(db, country_version_table());
   tx.commit();
   return db;
+}
+
+void require_assessment_schema(const Db& db) {
+  for (const TableDef& table : assessment_tables()) {
+    db.require_table(table.name);
+    std::vector<std::string> have = db.column_names(table.name);
+    for (auto& name : have) name = lower_case(name);
+    for (const ColumnDef& column : table.columns)
+      if (std::find(have.begin(), have.end(), lower_case(column.name)) == have.end())
+        db.fail("its table \"" + table.name + "\" has no column \"" + column.name + "\"");
+  }
 }
 
 }  // namespace arven

@@ -34,6 +34,9 @@ inline constexpr int kSettingsStructureVersion = 1;  // settings store
 // Assessment file (.arv): Regions, Operations, Activity-Impact data,
 // Operation-Impact data, Version.
 const std::vector<TableDef>& assessment_tables();
+// Throws StoreError naming the first table or column of the assessment
+// schema that the store lacks.
+void require_assessment_schema(const Db& db);
 // Settings store (arven_settings.avs).
 const std::vector<TableDef>& settings_tables();
 // Files store (ARVEN_Files.mdb).

@@ -6,8 +6,8 @@
 
 #include <chrono>
 
+#include "base/numbers.h"
 #include "core/lookups.h"
-#include "core/numbers.h"
 #include "core/session.h"
 #include "prep/activity_delta.h"
 #include "prep/factor_tools.h"

@@ -2,7 +2,7 @@
 // components and RVCs.
 #include <gtest/gtest.h>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "prep/activity_delta.h"
 #include "prep/activity_factors.h"

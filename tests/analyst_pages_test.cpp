@@ -7,9 +7,9 @@
 
 #include "core/session.h"
 #include "reports/explorer_window.h"
-#include "reports/page_commands.h"
 #include "stores/db.h"
 #include "support/store_fixture.h"
+#include "windows/explorer.h"
 
 namespace arven {
 namespace {

@@ -8,7 +8,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "tests/support/temp_dir.h"
 

@@ -7,18 +7,18 @@
 #include <fstream>
 
 #include "assessment/assessment_file.h"
+#include "base/replace_file.h"
 #include "core/preferences.h"
 #include "core/registry.h"
-#include "core/replace_file.h"
 #include "engine/impact_cache.h"
 #include "engine/regional_impact.h"
 #include "reports/export.h"
-#include "reports/page_commands.h"
 #include "settings/settings_dialog.h"
 #include "settings/store_install.h"
 #include "settings/zip_files.h"
 #include "support/small_disk.h"
 #include "support/store_fixture.h"
+#include "windows/explorer.h"
 
 namespace arven {
 namespace {

@@ -3,16 +3,16 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
+#include "base/utf8.h"
 #include "core/session.h"
-#include "core/utf8.h"
 #include "engine/catalogue.h"
 #include "engine/explorer_state.h"
 #include "reports/explorer_window.h"
 #include "reports/operation_reports.h"
-#include "reports/page_commands.h"
 #include "stores/db.h"
 #include "support/store_fixture.h"
+#include "windows/explorer.h"
 
 namespace arven {
 namespace {

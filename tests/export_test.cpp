@@ -7,8 +7,8 @@
 #include <regex>
 #include <sstream>
 
-#include "core/numbers.h"
-#include "core/replace_file.h"
+#include "base/numbers.h"
+#include "base/replace_file.h"
 #include "core/session.h"
 #include "settings/zip_files.h"
 #include "shell/server.h"

@@ -8,7 +8,7 @@
 #include <optional>
 #include <random>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "engine/explorer_state.h"
 #include "engine/impact_cache.h"
 #include "engine/impact_context.h"

@@ -4,9 +4,9 @@
 #include <optional>
 #include <regex>
 
+#include "base/numbers.h"
 #include "core/grid_table.h"
 #include "core/lookups.h"
-#include "core/numbers.h"
 #include "core/session.h"
 #include "stores/schema.h"
 #include "tests/support/temp_dir.h"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "core/main_window.h"
+#include "windows/main_window.h"
 
 #include <functional>
 

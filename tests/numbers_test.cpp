@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 
 namespace arven {
 

@@ -7,7 +7,7 @@
 #include <functional>
 
 #include "assessment/assessment_file.h"
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "engine/explorer_state.h"
 #include "stores/db.h"

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "base/numbers.h"
 #include "core/lookups.h"
-#include "core/numbers.h"
 #include "core/session.h"
 #include "core/version.h"
 #include "engine/explorer_state.h"

@@ -7,8 +7,8 @@
 #include <regex>
 #include <sstream>
 
+#include "base/numbers.h"
 #include "core/lookups.h"
-#include "core/numbers.h"
 #include "core/session.h"
 #include "core/version.h"
 #include "stores/db.h"

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 #include "core/session.h"
 #include "engine/explorer_state.h"
 #include "engine/regional_impact.h"

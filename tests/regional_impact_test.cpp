@@ -8,6 +8,7 @@
 #include "engine/impact_summaries.h"
 #include "stores/db.h"
 #include "support/store_fixture.h"
+#include "windows/explorer.h"
 
 namespace arven {
 namespace {

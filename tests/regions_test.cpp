@@ -1,4 +1,4 @@
-#include "assessment/regions.h"
+#include "windows/regional_profile.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "core/replace_file.h"
+#include "base/replace_file.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>

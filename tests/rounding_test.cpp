@@ -7,7 +7,7 @@
 #include <random>
 #include <string>
 
-#include "core/numbers.h"
+#include "base/numbers.h"
 
 namespace arven {
 namespace {

@@ -3,8 +3,8 @@
 // dispatch of the window's links, and a cancelled run.
 #include <gtest/gtest.h>
 
+#include "base/numbers.h"
 #include "core/lookups.h"
-#include "core/numbers.h"
 #include "reports/hotspot.h"
 #include "reports/rvc_browser.h"
 #include "reports/rvc_stores.h"

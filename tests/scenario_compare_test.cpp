@@ -8,9 +8,9 @@
 #include "assessment/assessment_file.h"
 #include "core/session.h"
 #include "reports/explorer_window.h"
-#include "reports/page_commands.h"
 #include "stores/db.h"
 #include "support/store_fixture.h"
+#include "windows/explorer.h"
 
 namespace arven {
 namespace {

@@ -10,6 +10,7 @@
 #include "stores/schema.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
+#include "windows/program_start.h"
 
 namespace arven {
 namespace {

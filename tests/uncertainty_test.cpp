@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "reports/explorer_window.h"
-#include "reports/page_commands.h"
 #include "support/store_fixture.h"
+#include "windows/explorer.h"
 
 namespace arven {
 namespace {

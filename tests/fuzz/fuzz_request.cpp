@@ -11,8 +11,8 @@
 
 #include "core/session.h"
 #include "core/ui.h"
-#include "reports/page_commands.h"
 #include "shell/http_input.h"
+#include "windows/explorer.h"
 
 namespace {
 

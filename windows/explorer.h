@@ -6,36 +6,12 @@
 #include "core/grid_table.h"
 #include "core/ui.h"
 #include "engine/impact_cache.h"
+#include "reports/list_sorting.h"
 
 namespace arven {
 
 // The explorer window's logic: its page commands, tab strips, toolbar and
-// tree clicks, and the sorting of its list tables.
-
-// Sorts the data rows of a grid on a numeric column through an insertion
-// into a scratch table: direction 1 descending, 2 ascending. Rows that tie
-// come out in reverse of their order before the sort. A cell that is no
-// number stops the sort with NumberError and leaves the grid as it was.
-void grid_sort_hub(GridTable& grid, int column, int direction);
-// Applies a sort state 1..10 to a grid: 1 and 2 sort the names (column 1)
-// A to Z and Z to A, 3..10 the numeric columns 2..5 up and down. States
-// above `last_state` do nothing.
-void grid_state_sort(GridTable& grid, int state, int last_state);
-void grid3_sort(int state);
-void grid4_sort(int state);
-void grid5_sort(int state);
-void grid12_sort(int state);
-void reggrid1_sort(int state);
-void aggrid1_sort(int state);
-void aggrid1_ranked_sort(int state);
-
-// Fills the four lists of chosen operations and sorts each by its stored
-// state.
-void load_sorted_lists();
-
-// Reads the sort state of a sort target ("sort.7s5"): its grid number and
-// state; false when the target is no sort command.
-bool parse_sort_target(const std::string& target, int& grid, int& state);
+// tree clicks (the sorting of its list tables is reports/list_sorting.h).
 
 // Everything a page in the explorer links to. True when the target was a
 // command (the navigation is cancelled), false when it is a page to show.
@@ -63,6 +39,13 @@ void tree_view_click(Ui& ui, bool chosen, int view);
 void explorer_load(Ui& ui);
 // The explorer may close: false, with the message, while work is running.
 bool explorer_query_close(Ui& ui);
+// The stale-cache check of the list of chosen operations: when the region
+// changed, or the carbon setting differs from the recorded one, writes
+// "summary.htm" asking to recalculate (links data_update.yes and
+// data_update.xno), shows it in the explorer and returns true; the caller
+// then stops. False when the cache is current (or cannot be read: shown).
+bool show_stale_cache_page(Ui& ui);
+
 // The hooks through which recalculation refreshes the explorer's lists.
 ImpactCacheHooks explorer_cache_hooks();
 

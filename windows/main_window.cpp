@@ -1,4 +1,4 @@
-#include "core/main_window.h"
+#include "windows/main_window.h"
 
 #include <map>
 

@@ -8,8 +8,8 @@
 
 #include "core/grid_table.h"
 #include "core/lookups.h"
-#include "core/main_window.h"
 #include "core/ui.h"
+#include "windows/main_window.h"
 
 namespace arven {
 

@@ -1,4 +1,4 @@
-#include "assessment/regions.h"
+#include "windows/regional_profile.h"
 
 #include <algorithm>
 #include <cctype>
@@ -6,11 +6,12 @@
 #include <utility>
 
 #include "assessment/assessment_file.h"
-#include "core/numbers.h"
+#include "base/html_text.h"
+#include "base/numbers.h"
+#include "core/page_file.h"
 #include "core/preferences.h"
 #include "core/session.h"
 #include "core/startup.h"
-#include "reports/page_kit.h"
 #include "settings/settings_dialog.h"
 #include "stores/db.h"
 
