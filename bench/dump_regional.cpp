@@ -326,9 +326,12 @@ int run(uint32_t seed, const fs::path& out) {
     while (q.next()) chosen.push_back(q.get(0).as_int());
   }
 
-  // The recalculation of every chosen operation.
+  // The recalculation of every chosen operation, with the wait page the
+  // explorer shows.
+  arven::ImpactCacheHooks waits;
+  waits.wait = arven::explorer_wait_page;
   ex.recalc_list = chosen;
-  log << "data_update " << status_text(arven::data_update(ui)) << "\n";
+  log << "data_update " << status_text(arven::data_update(ui, waits)) << "\n";
   dump_state(out / "state_after_update.txt", "");
   dump_store(file, out / "file_after_update");
 
@@ -376,7 +379,7 @@ int run(uint32_t seed, const fs::path& out) {
     db.exec("DELETE FROM \"Regions\" WHERE rowid % 3 = 0");
   }
   ex.recalc_list.clear();
-  log << "data_update all " << status_text(arven::data_update(ui, {}, true)) << "\n";
+  log << "data_update all " << status_text(arven::data_update(ui, waits, true)) << "\n";
   dump_state(out / "state_after_second_update.txt", "");
   dump_store(file, out / "file_final");
   take_pages(dir, out / "pages_final");

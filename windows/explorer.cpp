@@ -98,12 +98,6 @@ bool known_operation(int64_t id) {
   }
 }
 
-// The wait page in the explorer while operations are calculated.
-void show_wait_page(Ui& ui, std::string_view heading) {
-  wait_page("summary.htm", heading);
-  ui.navigate("explorer", "summary.htm");
-}
-
 void report_failure(Ui& ui, const std::exception& e) {
   engine_detail::report_failure(ui, e);
 }
@@ -330,6 +324,11 @@ void export_command(Ui& ui, int grid_number, bool xlsx) {
 }
 
 }  // namespace
+
+void explorer_wait_page(Ui& ui, std::string_view heading) {
+  wait_page("summary.htm", heading);
+  ui.navigate("explorer", "summary.htm");
+}
 
 bool show_stale_cache_page(Ui& ui) {
   try {
@@ -620,7 +619,7 @@ void explorer_load(Ui& ui) {
     Tree& tree = chosen ? cat.chosen : cat.catalogue;
     if (tree.selected >= 0) tree_node_click(u, chosen, tree.selected);
   };
-  hooks.wait = show_wait_page;
+  hooks.wait = explorer_wait_page;
   hooks.no_operations = no_ops_selected_html;
   hooks.stale_figures = show_stale_cache_page;
   set_catalogue_hooks(hooks);
@@ -681,7 +680,7 @@ ImpactCacheHooks explorer_cache_hooks() {
     }
   };
   h.show_first_operation = [](Ui& ui) { select_first_chosen(ui); };
-  h.wait = show_wait_page;
+  h.wait = explorer_wait_page;
   return h;
 }
 

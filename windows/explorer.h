@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "core/grid_table.h"
 #include "core/ui.h"
@@ -46,6 +47,8 @@ bool explorer_query_close(Ui& ui);
 // then stops. False when the cache is current (or cannot be read: shown).
 bool show_stale_cache_page(Ui& ui);
 
+// The wait page in the explorer while operations are calculated.
+void explorer_wait_page(Ui& ui, std::string_view heading);
 // The hooks through which recalculation refreshes the explorer's lists.
 ImpactCacheHooks explorer_cache_hooks();
 
