@@ -143,9 +143,8 @@ void report_peak_memory(benchmark::State& state) {
 void BM_operation_impact(benchmark::State& state) {
   country();
   SilentUi ui;
-  arven::explorer_state().current_operation_id = 42;
   for (auto _ : state) {
-    if (arven::operation_impact(ui) != arven::ImpactStatus::done) state.SkipWithError("failed");
+    if (arven::operation_impact(ui, 42) != arven::ImpactStatus::done) state.SkipWithError("failed");
     benchmark::DoNotOptimize(arven::explorer_state().op_total_area);
   }
   report_peak_memory(state);
@@ -157,12 +156,11 @@ BENCHMARK(BM_operation_impact)->Unit(benchmark::kMillisecond);
 void BM_operation_impact_first(benchmark::State& state) {
   country();
   SilentUi ui;
-  arven::explorer_state().current_operation_id = 42;
   for (auto _ : state) {
     state.PauseTiming();
     arven::forget_kept_store_rows();
     state.ResumeTiming();
-    if (arven::operation_impact(ui) != arven::ImpactStatus::done) state.SkipWithError("failed");
+    if (arven::operation_impact(ui, 42) != arven::ImpactStatus::done) state.SkipWithError("failed");
     benchmark::DoNotOptimize(arven::explorer_state().op_total_area);
   }
   report_peak_memory(state);

@@ -340,7 +340,7 @@ int run(uint32_t seed, const fs::path& out) {
                      static_cast<int64_t>(z.operations + 5)}) {
     const std::string tag = "op" + std::to_string(op);
     ex.current_operation_id = op;
-    dump_state(out / (tag + "_impact.txt"), status_text(arven::operation_impact(ui)));
+    dump_state(out / (tag + "_impact.txt"), status_text(arven::operation_impact(ui, op)));
     arven::explorer_window().current_operation = op;
     arven::operation_specific_html_hub(ui, 1, 1);
     arven::operation_specific_html_hub(ui, 1, 2);

@@ -40,11 +40,10 @@ void reset_summary_tables() {
   engine_detail::reset_summary_table(ex.production_summary_table, "Total", "per ha");
 }
 
-ImpactStatus operation_impact(Ui& ui) {
-  ExplorerState& ex = explorer_state();
+ImpactStatus operation_impact(Ui& ui, int64_t operation_id) {
   // The calculation reads no summary, so it runs first: a failure then
   // leaves the summaries of the last operation in place.
-  ImpactStatus status = get_impact_data_direct_MT(ui, ex.current_operation_id);
+  ImpactStatus status = get_impact_data_direct_MT(ui, operation_id);
   if (status == ImpactStatus::failed) return status;
   reset_summary_tables();
   operation_impact_sum_data();

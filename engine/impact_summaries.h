@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "core/ui.h"
 #include "engine/regional_impact.h"
 
@@ -14,10 +16,10 @@ namespace arven {
 // "Total" and "per ha") with empty figures.
 void reset_summary_tables();
 
-// The whole step for explorer_state().current_operation_id: the regional
-// calculation, then both sums. On a failure (shown to the user) nothing
-// changes and the status is failed.
-ImpactStatus operation_impact(Ui& ui);
+// The whole step for one operation: the regional calculation, then both
+// sums. On a failure (shown to the user) nothing changes and the status is
+// failed.
+ImpactStatus operation_impact(Ui& ui, int64_t operation_id);
 
 // ghg_activity_table to ghg_summary_table: the sum of each horizon's totals
 // (carbon sequestration rows left out when session().cseq_included is 0),

@@ -215,9 +215,8 @@ TEST_F(OperationReportsTest, ListPagesUseTheStoredSortStates) {
 
 TEST_F(OperationReportsTest, DetailedReportOfAFreshCalculation) {
   report_store(kOddName);
-  explorer_state().current_operation_id = 7;
   explorer_window().current_operation = 7;
-  ASSERT_EQ(operation_impact(ui_), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
   ASSERT_EQ(explorer_state().adaptation_shape, AdaptationShape::calculated);
   operation_specific_html_hub(ui_, 0, 2);
   // Opened in the report window by the timer, not in the explorer.
@@ -234,9 +233,8 @@ TEST_F(OperationReportsTest, DetailedReportOfAFreshCalculation) {
 TEST_F(OperationReportsTest, SummaryReportOfAStoredOperation) {
   report_store("Store name");
   choose(7, kOddName);
-  explorer_state().current_operation_id = 7;
   explorer_window().current_operation = 7;
-  ASSERT_EQ(operation_impact(ui_), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
   ASSERT_EQ(save_impact_data(ui_, 7), ImpactStatus::done);
   reset_explorer_state();
   ASSERT_EQ(load_impact_data(ui_, 7), ImpactStatus::done);

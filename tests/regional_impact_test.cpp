@@ -272,8 +272,7 @@ TEST_F(RegionalImpactTest, BadInputIsReportedAndChangesNothing) {
     EXPECT_EQ(ghg(1, 3), "2");  // the last result stays
     EXPECT_EQ(session().ops_db_path, before_path);
     // The summary step stops at the same failure, without an exception.
-    ex().current_operation_id = 7;
-    EXPECT_EQ(operation_impact(ui_), ImpactStatus::failed);
+    EXPECT_EQ(operation_impact(ui_, 7), ImpactStatus::failed);
   }
 }
 
@@ -302,8 +301,7 @@ TEST_F(SummariesTest, CarbonSettingLeavesSequestrationOutOfTheSumOnly) {
   add_ops({.op = 8, .value = 2.4, .impact_area = 10});
   add_ops({.op = 8, .activity = 6, .type = 2, .value = 40, .impact_area = 10, .cseq = 25});
   activity(6, "apple hedge");
-  ex().current_operation_id = 8;
-  ASSERT_EQ(operation_impact(ui_), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 8), ImpactStatus::done);
   const GridTable& sum = ex().ghg_summary_table;
   EXPECT_EQ(sum.cell(0, 7), "250");
   EXPECT_EQ(sum.cell(1, 0), "tCO2e (total)");
@@ -329,8 +327,7 @@ TEST_F(SummariesTest, ProductionPerHectareIsRoundedToWholeUnits) {
   choose(9, 1, 100, 100);
   region("DK011", 1);
   add_ops({.op = 9, .type = 4, .value = 4, .impact_area = 10});  // 0.4 per ha per year
-  ex().current_operation_id = 9;
-  ASSERT_EQ(operation_impact(ui_), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 9), ImpactStatus::done);
   const GridTable& sum = ex().production_summary_table;
   EXPECT_EQ(sum.cell(1, 0), "Total");
   EXPECT_EQ(sum.cell(1, 1), "4");
@@ -347,8 +344,7 @@ TEST_F(ImpactCacheTest, SaveThenLoadGivesTheStoredShape) {
                  {int64_t{11}, "Less flooding & erosion"});
   add_ops({.area = 1, .type = 3, .value = 10, .category = 11, .max = 40, .dq = 2, .refs = "3, 4"});
   add_ops({.area = 1, .activity = 4, .type = 4, .value = 50, .dq = 5, .refs = "4"});
-  ex().current_operation_id = 7;
-  ASSERT_EQ(operation_impact(ui_), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
   ASSERT_EQ(save_impact_data(ui_, 7), ImpactStatus::done);
 
   auto count = [&](const char* table, int type) {
@@ -405,8 +401,7 @@ TEST_F(ImpactCacheTest, SaveThenLoadGivesTheStoredShape) {
 TEST_F(ImpactCacheTest, OperationWithoutRowsSavesSevenZeroRows) {
   choose(7, 1, 50, 40);
   region("DK011", 1);
-  ex().current_operation_id = 7;
-  ASSERT_EQ(operation_impact(ui_), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
   ASSERT_EQ(save_impact_data(ui_, 7), ImpactStatus::done);
   EXPECT_EQ(file_value("SELECT count(*) FROM \"Activity-Impact data\"").as_int(), 0);
   EXPECT_EQ(file_value("SELECT count(*) FROM \"Operation-Impact data\"").as_int(), 7);
@@ -418,12 +413,11 @@ TEST_F(ImpactCacheTest, OperationWithoutRowsSavesSevenZeroRows) {
 
 TEST_F(ImpactCacheTest, FailedSaveKeepsTheOldRows) {
   chain_setup();
-  ex().current_operation_id = 7;
-  ASSERT_EQ(operation_impact(ui_), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
   ASSERT_EQ(save_impact_data(ui_, 7), ImpactStatus::done);
   // New settings double every figure; the store then fails half way through.
   file_db_->exec("UPDATE Operations SET \"ST Value\" = 100");
-  ASSERT_EQ(operation_impact(ui_), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
   ASSERT_EQ(ghg(1, 3), "5.4");
   file_db_->exec_script(
       "CREATE TRIGGER fail BEFORE INSERT ON \"Operation-Impact data\" "
