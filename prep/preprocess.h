@@ -8,10 +8,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "core/lookups.h"
 #include "core/ui.h"
+#include "stores/db.h"
 
 namespace arven {
 
@@ -91,6 +93,9 @@ std::array<int, 3> num_nuts(int64_t nuts0_id);
 // True when the master's Last_Updated is later than the store's by
 // calendar date, or the store has none; the time of day never counts.
 bool needs_update(const std::string& master_last_updated, const std::string& store_last_updated);
+
+// The Last_Updated text of each operation of a store's Operations table.
+std::unordered_map<int64_t, std::string> last_updated_by_operation(const Db& db);
 
 // "How many need updating?": selects the operations of `operations` whose
 // country store is behind the master; reports the count and the latest
