@@ -19,7 +19,6 @@
 #include "core/lookups.h"
 #include "core/session.h"
 #include "core/startup.h"
-#include "settings/settings_dialog.h"
 #include "stores/db.h"
 #include "stores/schema.h"
 
@@ -337,10 +336,8 @@ OpenResult open_assessment_file(Ui& ui, const std::string& path) {
     release_current_file();
     std::string text = std::string(kNotInstalledText) + country_label(missing_country) + ".\n\n" +
                        kDownloadQuestion;
-    if (ui.message_box(text, kNotInstalledTitle, MsgButtons::YesNo, MsgIcon::Question) !=
-        Answer::No) {
-      show_settings(ui, kSettingsUpdateTab, true);
-    }
+    closed.wants_download = ui.message_box(text, kNotInstalledTitle, MsgButtons::YesNo,
+                                           MsgIcon::Question) != Answer::No;
     return closed;
   }
 

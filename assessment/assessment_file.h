@@ -32,6 +32,10 @@ struct OpenResult {
   // Panel state: "Edit regional profile" and "Hotspot report" enabled.
   bool edit_region_enabled = false;
   bool hotspot_enabled = false;
+  // The file's country store is not installed and the person asked to
+  // download it: the window opens the settings dialog on its update tab
+  // (the file is closed).
+  bool wants_download = false;
 };
 
 // Creates a new assessment file with its five tables and the one Version row

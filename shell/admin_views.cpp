@@ -1,13 +1,13 @@
 #include "shell/admin_views.h"
 
 #include "prep/packaging.h"
-#include "prep/prepro_dialog.h"
 #include "prep/working_copies.h"
 #include "reports/page_kit.h"
 #include "shell/admin_controls.h"
 #include "shell/all_country_view.h"
 #include "shell/control_json.h"
 #include "shell/rvc_import_view.h"
+#include "windows/prepro_dialog.h"
 
 namespace arven::shell {
 

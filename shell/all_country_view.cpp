@@ -1,7 +1,7 @@
 #include "shell/all_country_view.h"
 
-#include "prep/prepro_dialog.h"
 #include "shell/control_json.h"
+#include "windows/prepro_dialog.h"
 
 namespace arven::shell {
 

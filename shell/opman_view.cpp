@@ -1,8 +1,8 @@
 #include "shell/opman_view.h"
 
 #include "core/session.h"
-#include "engine/operation_properties.h"
 #include "reports/page_kit.h"
+#include "windows/operation_manager.h"
 
 namespace arven::shell {
 

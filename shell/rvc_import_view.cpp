@@ -1,9 +1,9 @@
 #include "shell/rvc_import_view.h"
 
 #include "prep/master_backup.h"
-#include "prep/rvc_import_dialog.h"
 #include "reports/page_kit.h"
 #include "shell/control_json.h"
+#include "windows/rvc_import_dialog.h"
 
 namespace arven::shell {
 

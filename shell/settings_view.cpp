@@ -5,7 +5,7 @@
 #include "core/registry.h"
 #include "core/session.h"
 #include "reports/page_kit.h"
-#include "settings/settings_dialog.h"
+#include "windows/settings_dialog.h"
 
 namespace arven::shell {
 

@@ -12,12 +12,12 @@
 #include "prep/activity_delta.h"
 #include "prep/factor_tools.h"
 #include "prep/packaging.h"
-#include "prep/prepro_dialog.h"
 #include "prep/working_copies.h"
 #include "stores/db.h"
 #include "stores/schema.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
+#include "windows/prepro_dialog.h"
 
 namespace arven::testing {
 namespace {

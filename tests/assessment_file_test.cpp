@@ -1,4 +1,5 @@
 #include "assessment/assessment_file.h"
+#include "windows/settings_dialog.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -94,19 +95,22 @@ TEST_F(AssessmentFileTest, RefusesOtherStructuresAndMissingCountryStores) {
   // The last row decides, and Germany's store is missing.
   std::string path = make_file("de.arv", {kDK, kDE});
   ui_.log.clear();
-  EXPECT_FALSE(open_assessment_file(ui_, path).file_open);
-  EXPECT_EQ(ui_.messages[ui_.messages.size() - 3].text,
+  const OpenResult yes = open_assessment_file(ui_, path);
+  EXPECT_FALSE(yes.file_open);
+  EXPECT_TRUE(yes.wants_download);
+  EXPECT_EQ(ui_.messages.back().text,
             "The file you are trying to requires a database that you do not have installed: "
             "Germany (DE).\n\nWould you like to download this database now?");
-  EXPECT_TRUE(ui_.messages[ui_.messages.size() - 3].buttons == MsgButtons::YesNo &&
-              ui_.messages[ui_.messages.size() - 3].icon == MsgIcon::Question);
-  // The update check runs for the update tab: with no server configured it
-  // says so twice (no connection, no software version).
+  EXPECT_TRUE(ui_.messages.back().buttons == MsgButtons::YesNo &&
+              ui_.messages.back().icon == MsgIcon::Question);
+  // The window then shows the update tab, whose check, with no server
+  // configured, says so twice (no connection, no software version).
+  offer_store_download(ui_, yes);
   EXPECT_EQ(ui_.log, (Strings{"message:Database not installed", "message:Cannot proceed",
                               "message:Cannot proceed", "modal:settings:5"}));
   ui_.answers.push_back(Answer::No);
   ui_.log.clear();
-  open_assessment_file(ui_, path);
+  EXPECT_FALSE(open_assessment_file(ui_, path).wants_download);
   EXPECT_EQ(ui_.log, (Strings{"message:Database not installed"}));
   EXPECT_EQ(session().current_file, "");
   EXPECT_EQ(session().ops_db_path + session().rvc_db_path, "defaultdefault");

@@ -13,12 +13,12 @@
 #include "engine/impact_cache.h"
 #include "engine/regional_impact.h"
 #include "reports/export.h"
-#include "settings/settings_dialog.h"
 #include "settings/store_install.h"
 #include "settings/zip_files.h"
 #include "support/small_disk.h"
 #include "support/store_fixture.h"
 #include "windows/explorer.h"
+#include "windows/settings_dialog.h"
 
 namespace arven {
 namespace {

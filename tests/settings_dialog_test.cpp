@@ -1,4 +1,4 @@
-#include "settings/settings_dialog.h"
+#include "windows/settings_dialog.h"
 
 #include <gtest/gtest.h>
 

@@ -6,11 +6,11 @@
 #include "core/registry.h"
 #include "core/session.h"
 #include "core/startup.h"
-#include "settings/settings_dialog.h"
 #include "stores/schema.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
 #include "windows/program_start.h"
+#include "windows/settings_dialog.h"
 
 namespace arven {
 namespace {

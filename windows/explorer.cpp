@@ -14,7 +14,6 @@
 #include "engine/explorer_state.h"
 #include "engine/impact_context.h"
 #include "engine/impact_summaries.h"
-#include "engine/operation_properties.h"
 #include "reports/aggregation.h"
 #include "reports/analyst_pages.h"
 #include "reports/explorer_window.h"
@@ -27,6 +26,7 @@
 #include "reports/scenario_compare.h"
 #include "reports/uncertainty.h"
 #include "stores/db.h"
+#include "windows/operation_manager.h"
 
 namespace arven {
 

@@ -1,5 +1,6 @@
 #include "windows/explorer.h"
 #include "windows/explorer_detail.h"
+#include "windows/settings_dialog.h"
 
 #include <algorithm>
 #include <cctype>
@@ -14,7 +15,6 @@
 #include "engine/explorer_state.h"
 #include "engine/impact_context.h"
 #include "engine/impact_summaries.h"
-#include "engine/operation_properties.h"
 #include "reports/aggregation.h"
 #include "reports/analyst_pages.h"
 #include "reports/explorer_window.h"
@@ -27,6 +27,7 @@
 #include "reports/scenario_compare.h"
 #include "reports/uncertainty.h"
 #include "stores/db.h"
+#include "windows/operation_manager.h"
 
 namespace arven {
 
@@ -147,7 +148,7 @@ void toolbar_click(Ui& ui, const std::string& key) {
   Catalogue& c = catalogue();
   try {
     if (key == "New" || key == "Open") {
-      OpenResult r = key == "New" ? file_new(ui) : file_open(ui);
+      OpenResult r = offer_store_download(ui, key == "New" ? file_new(ui) : file_open(ui));
       if (!r.changed) return;
       reset_explorer_window();
       c.chosen = Tree();

@@ -9,7 +9,7 @@
 #include "core/startup.h"
 #include "core/version.h"
 #include "reports/page_kit.h"
-#include "settings/settings_dialog.h"
+#include "windows/settings_dialog.h"
 
 namespace arven {
 
@@ -33,7 +33,7 @@ void apply_open_result(const OpenResult& r) {
 }
 
 void recent_file_command(Ui& ui, int i) {
-  apply_open_result(recent_file_open(ui, i));
+  apply_open_result(offer_store_download(ui, recent_file_open(ui, i)));
   build_main_page(ui);
 }
 
@@ -67,14 +67,14 @@ void run_pair(Ui& ui, int group, int tool) {
       break;
     case 21:
     case 31: {
-      OpenResult r = file_new(ui);
+      OpenResult r = offer_store_download(ui, file_new(ui));
       apply_open_result(r);
       if (r.changed) build_main_page(ui);
       break;
     }
     case 22:
     case 32:
-      apply_open_result(file_open(ui));
+      apply_open_result(offer_store_download(ui, file_open(ui)));
       build_main_page(ui);
       break;
     case 23:
@@ -246,14 +246,14 @@ void menu_command(Ui& ui, const std::string& name) {
     return;
   }
   if (name == "mnuFileNew" || name == "mnuAllNFA") {
-    OpenResult r = file_new(ui);
+    OpenResult r = offer_store_download(ui, file_new(ui));
     apply_open_result(r);
     if (r.changed) build_main_page(ui);
   } else if (name == "mnuFileOpen" || name == "mnuAllOFA") {
-    apply_open_result(file_open(ui));
+    apply_open_result(offer_store_download(ui, file_open(ui)));
     build_main_page(ui);
   } else if (name == "mnuFileSaveAs" || name == "mnuAllSaveAs") {
-    OpenResult r = file_save_as(ui);
+    OpenResult r = offer_store_download(ui, file_save_as(ui));
     apply_open_result(r);
     if (r.changed) build_main_page(ui);
   } else if (name == "mnuFilePrint" || name == "mnuAllPrint") {
@@ -313,7 +313,7 @@ void panel_click(Ui& ui, int panel) {
 }
 
 void open_file_and_show(Ui& ui, const std::string& path) {
-  apply_open_result(open_assessment_file(ui, path));
+  apply_open_result(offer_store_download(ui, open_assessment_file(ui, path)));
   build_main_page(ui);
 }
 

@@ -5,10 +5,10 @@
 #include "core/preferences.h"
 #include "core/session.h"
 #include "core/startup.h"
-#include "settings/settings_dialog.h"
 #include "settings/update_check.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "windows/settings_dialog.h"
 
 namespace arven {
 

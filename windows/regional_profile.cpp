@@ -12,8 +12,8 @@
 #include "core/preferences.h"
 #include "core/session.h"
 #include "core/startup.h"
-#include "settings/settings_dialog.h"
 #include "stores/db.h"
+#include "windows/settings_dialog.h"
 
 namespace arven {
 
@@ -494,12 +494,12 @@ void regions_toolbar_command(Ui& ui, std::string_view key) {
   if (key == "New") {
     set_table_titles(st.table);
     st.current_row = 0;
-    file_new(ui);
+    offer_store_download(ui, file_new(ui));
     // With the command cancelled or refused the old file stays open; the
     // table shows it again so that the next change does not drop its areas.
     if (!s.current_file.empty()) load_data();
   } else if (key == "Open") {
-    file_open(ui);
+    offer_store_download(ui, file_open(ui));
     if (!s.current_file.empty()) {
       load_data();
     } else {
@@ -507,7 +507,7 @@ void regions_toolbar_command(Ui& ui, std::string_view key) {
       st.current_row = 0;
     }
   } else if (key == "SaveAs") {
-    file_save_as(ui);
+    offer_store_download(ui, file_save_as(ui));
   } else if (key == "GE") {
     st.show_map = !st.show_map;
     if (st.show_map) GE_html(ui);

@@ -1,4 +1,4 @@
-#include "prep/prepro_dialog.h"
+#include "windows/prepro_dialog.h"
 
 #include <algorithm>
 #include <stdexcept>

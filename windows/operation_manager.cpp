@@ -1,4 +1,4 @@
-#include "engine/operation_properties.h"
+#include "windows/operation_manager.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,4 +1,4 @@
-#include "settings/settings_dialog.h"
+#include "windows/settings_dialog.h"
 
 #include <cmath>
 #include <filesystem>
@@ -299,6 +299,11 @@ void update_table_click(Ui& ui, int row, int col) {
   const GridTable& t = settings_dialog().updates.table;
   if (col != 4 || row < 1 || row >= t.rows() || t.cell(row, 4).empty()) return;
   download_trigger(ui, std::stoi(t.cell(row, 5)));
+}
+
+OpenResult offer_store_download(Ui& ui, OpenResult result) {
+  if (result.wants_download) show_settings(ui, kSettingsUpdateTab, true);
+  return result;
 }
 
 }  // namespace arven

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "assessment/assessment_file.h"
 #include "core/grid_table.h"
 #include "core/session.h"
 #include "core/ui.h"
@@ -60,6 +61,9 @@ void settings_load();
 // update check runs once the dialog is up. Every command that opens the
 // dialog comes through here.
 void show_settings(Ui& ui, int tab = 0, bool check = false);
+// What a file command reports, after the update tab was shown when the
+// file's country store is missing and the person asked to download it.
+OpenResult offer_store_download(Ui& ui, OpenResult result);
 
 // "Apply": false (and nothing saved) when both the mitigation and the
 // adaptation weight are 0; otherwise every value goes to the preferences in

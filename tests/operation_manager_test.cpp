@@ -1,4 +1,4 @@
-#include "engine/operation_properties.h"
+#include "windows/operation_manager.h"
 
 #include <gtest/gtest.h>
 

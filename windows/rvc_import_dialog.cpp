@@ -1,4 +1,4 @@
-#include "prep/rvc_import_dialog.h"
+#include "windows/rvc_import_dialog.h"
 
 #include <optional>
 
