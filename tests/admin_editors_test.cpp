@@ -14,6 +14,7 @@
 #include "support/store_fixture.h"
 #include "support/temp_dir.h"
 #include "windows/activity_details.h"
+#include "windows/activity_factors_dialog.h"
 
 namespace arven::testing {
 namespace {
@@ -281,6 +282,47 @@ TEST_F(AdminEditors, FactorSavesReplaceRowsCheckFirstAndStampUsers) {
   EXPECT_EQ(rows("SELECT \"RVC Value\" IS NULL, Yield FROM Yield_Activity_Impact_Factors"),
             std::vector<std::string>{"1|1.5"});
   EXPECT_EQ(display_act_info(3), "note 3");
+}
+
+// The factors dialog as a person drives it: the RVC its classes need, the
+// class rows filled and copied, the save and what it stamps.
+TEST_F(AdminEditors, FactorsDialogFillsClassesCopiesAndSaves) {
+  ops_->insert("Operation_Activity_Delta", {"Operation ID", "Baseline ID", "Activity ID", "Delta"},
+               {2, 1, 1, "3"});
+  factors_dialog() = FactorsDialog();
+  factors_load();
+  FactorsDialog& d = factors_dialog();
+  factors_button(ui_, "save");
+  EXPECT_EQ(d.status, "Choose an activity first: there is nothing to save.");
+  factors_search("Act 1");
+  factors_select_activity(0);
+  ASSERT_EQ(factors_activity(), 1);
+  factors_button(ui_, "classes");
+  EXPECT_EQ(d.status, "Choose the RVC of the classes first.");
+  factors_select_rvc(0);
+  factors_button(ui_, "classes");
+  ASSERT_EQ(d.table.rows(), 5);  // classes 0 to 3
+  EXPECT_EQ(d.status, "4 rows for the classes of the RVC. Not saved yet.");
+  factors_edit_cell(2, 1, "1.25");
+  factors_button(ui_, "rowcopy", 2, 1);
+  EXPECT_EQ(d.status, "Row Copy: row 2 copied into the 2 rows below it. Not saved yet.");
+  EXPECT_EQ(d.table.cell(4, 1), "1.25");
+  EXPECT_EQ(d.table.cell(1, 1), "");  // the row above is left as it was
+
+  factors_button(ui_, "save");
+  EXPECT_EQ(d.status,
+            "Saved 4 rows of GHG Emissions factors of \"Act 1\"; 1 operation due for the next "
+            "run by date.");
+  EXPECT_EQ(rows("SELECT \"RVC Value\", tCO2e FROM Mitigation_Activity_Emission_Factors "
+                 "ORDER BY \"RVC Value\""),
+            (std::vector<std::string>{"0|0", "1|1.25", "2|1.25", "3|1.25"}));
+  EXPECT_TRUE(touched(2));
+  EXPECT_TRUE(d.activities[0].has_data);  // the list is read again
+
+  factors_edit_cell(1, 1, "x");
+  EXPECT_THROW(factors_button(ui_, "save"), EditError);
+  EXPECT_EQ(rows("SELECT tCO2e FROM Mitigation_Activity_Emission_Factors WHERE \"RVC Value\" = 0"),
+            std::vector<std::string>{"0"});
 }
 
 TEST_F(AdminEditors, ComponentNamesStayUniqueAndDefaultsApply) {
