@@ -15,6 +15,7 @@
 #include "support/temp_dir.h"
 #include "windows/activity_details.h"
 #include "windows/activity_factors_dialog.h"
+#include "windows/comp_man_dialog.h"
 
 namespace arven::testing {
 namespace {
@@ -94,7 +95,7 @@ TEST_F(AdminEditors, DeltaKeepsOnlyDifferencesAndMarksClassByClassActivities) {
                  "Operation_Activity_Delta ORDER BY rowid"),
             (std::vector<std::string>{"2|0|0|-0.0600000000000001", "3|0|0|Multi", "3|10|1|-10",
                                       "3|10|3|-10"}));
-  EXPECT_FALSE(touched(1));  // details alone stand until a delta is calculated
+  EXPECT_TRUE(touched(1));
   EXPECT_FALSE(touched(2));
 
   GridTable d = get_delta(1, 1);
@@ -334,7 +335,7 @@ TEST_F(AdminEditors, ComponentNamesStayUniqueAndDefaultsApply) {
   EXPECT_EQ(rows("SELECT Operation_DQ, \"ST Value\" FROM Operations WHERE \"Operation ID\" = 1"),
             std::vector<std::string>{"1|0"});
   EXPECT_EQ(rows("SELECT \"Measure ID\" FROM Operations_Measures"), std::vector<std::string>{"4"});
-  EXPECT_FALSE(touched(1));  // details alone stand until a delta is calculated
+  EXPECT_TRUE(touched(1));
 
   CompRecord fresh;
   fresh.fields["Operation Name"] = "O'Brien <hedges> & ditches";
@@ -372,6 +373,46 @@ TEST_F(AdminEditors, ComponentNamesStayUniqueAndDefaultsApply) {
   EXPECT_EQ(list[0].item.text, "Buffer strips");
   EXPECT_TRUE(list[0].data_available);
   EXPECT_FALSE(list[1].data_available);
+}
+
+// Comp Man and the RVC Manager as a person drives them: a record chosen,
+// edited and saved (the list showing it again), a new one added, a button
+// that needs a record.
+TEST_F(AdminEditors, CompManAndRvcManagerEditSaveAndAdd) {
+  comp_dialog() = CompManDialog();
+  comp_load();
+  CompManDialog& d = comp_dialog();
+  comp_select_kind(2);
+  comp_search("no such baseline");
+  comp_button(ui_, "save");
+  EXPECT_EQ(d.status, "Choose a baseline first.");
+
+  comp_select_kind(0);
+  comp_search("Cover");
+  ASSERT_EQ(d.record.key, 1);
+  comp_set_field("Operation Name", "Cover crops, winter");
+  comp_button(ui_, "save");
+  EXPECT_EQ(d.status, "Saved operation \"Cover crops, winter\".");
+  EXPECT_EQ(rows("SELECT \"Operation Name\" FROM Operations WHERE \"Operation ID\" = 1"),
+            std::vector<std::string>{"Cover crops, winter"});
+  comp_set_field("Operation Name", "Hedges");
+  comp_button(ui_, "add");
+  EXPECT_EQ(d.status, "Added operation \"Hedges\" with ID 3.");
+  EXPECT_EQ(d.record.key, 3);
+  EXPECT_EQ(d.selected, -1);  // the search "Cover" does not list it; it shows all the same
+  comp_search("");
+  ASSERT_EQ(d.items.size(), 3u);
+  EXPECT_EQ(d.items[2].item.text, "Hedges");  // listed by name
+  comp_select_item(2);
+  EXPECT_EQ(d.record.key, 3);
+
+  rvc_dialog() = RvcDialog();
+  rvcman_load();
+  ASSERT_EQ(rvc_dialog().record.id, 10);
+  rvcman_set_field("RVC Short Name", "Soil texture");
+  rvcman_button(ui_, "save");
+  EXPECT_EQ(rvc_dialog().status, "Saved RVC \"Soil texture\".");
+  EXPECT_EQ(RVC_list()[0].text, "Soil texture");
 }
 
 TEST_F(AdminEditors, ScopeOutMakesTheNextSpareAndDropsDetailsAndDeltas) {
