@@ -144,7 +144,8 @@ void BM_operation_impact(benchmark::State& state) {
   country();
   SilentUi ui;
   for (auto _ : state) {
-    if (arven::operation_impact(ui, 42) != arven::ImpactStatus::done) state.SkipWithError("failed");
+    if (arven::operation_impact(ui, 42, arven::explorer_state()) != arven::ImpactStatus::done)
+      state.SkipWithError("failed");
     benchmark::DoNotOptimize(arven::explorer_state().op_total_area);
   }
   report_peak_memory(state);
@@ -160,7 +161,8 @@ void BM_operation_impact_first(benchmark::State& state) {
     state.PauseTiming();
     arven::forget_kept_store_rows();
     state.ResumeTiming();
-    if (arven::operation_impact(ui, 42) != arven::ImpactStatus::done) state.SkipWithError("failed");
+    if (arven::operation_impact(ui, 42, arven::explorer_state()) != arven::ImpactStatus::done)
+      state.SkipWithError("failed");
     benchmark::DoNotOptimize(arven::explorer_state().op_total_area);
   }
   report_peak_memory(state);

@@ -340,12 +340,14 @@ int run(uint32_t seed, const fs::path& out) {
                      static_cast<int64_t>(z.operations + 5)}) {
     const std::string tag = "op" + std::to_string(op);
     ex.current_operation_id = op;
-    dump_state(out / (tag + "_impact.txt"), status_text(arven::operation_impact(ui, op)));
+    dump_state(out / (tag + "_impact.txt"),
+               status_text(arven::operation_impact(ui, op, arven::explorer_state())));
     arven::explorer_window().current_operation = op;
     arven::operation_specific_html_hub(ui, 1, 1);
     arven::operation_specific_html_hub(ui, 1, 2);
     for (int kind : {1, 2, 4}) arven::regional_analysis(ui, op, kind);
-    dump_state(out / (tag + "_load.txt"), status_text(arven::load_impact_data(ui, op)));
+    dump_state(out / (tag + "_load.txt"),
+               status_text(arven::load_impact_data(ui, op, arven::explorer_state())));
     for (int64_t technique : {1, 2, 3}) {
       double total = 0;
       const auto st = arven::get_operation_tot_reg_area(ui, 40, technique, 12.5, total);

@@ -422,8 +422,8 @@ void addto_oplist(Ui& ui, int64_t operation_id) {
     }
     ex.current_operation_id = operation_id;
     tab_cap();
-    bool ok = operation_impact(ui, operation_id) == ImpactStatus::done &&
-              save_impact_data(ui, operation_id) == ImpactStatus::done;
+    bool ok = operation_impact(ui, operation_id, ex) == ImpactStatus::done &&
+              save_impact_data(ui, operation_id, ex) == ImpactStatus::done;
     if (!ok) {
       // A chosen operation always has stored figures: without them it goes.
       Db db = Db::open(session().current_file);

@@ -33,22 +33,14 @@ using AreaTable = std::vector<AreaRow>;
 // the risk statement, column 3 the stored risk reduction). Readers must check.
 enum class AdaptationShape { calculated, loaded };
 
-// The explorer's in-memory state: the result tables of the last operation
-// calculated or loaded, the per-area working tables, the figures derived
-// with them, and the flags and lists that guard and steer recalculation.
-struct ExplorerState {
-  // Operation of the selected node, 0 for none.
-  int64_t current_operation_id = 0;
+// What a calculation or a load gives for one operation: its result tables,
+// the per-area working tables of its last area, and the figures derived
+// with them. The engine's procedures fill the figures they are given.
+struct OperationFigures {
   // Hectares on which the operation is taken up in the region; the divisor
   // of every per-hectare figure.
   double op_total_area = 0;
-  // Set while data_update runs; the explorer refuses to close meanwhile.
-  bool update_running = false;
-  // Set while an operation is being added to the chosen list.
-  bool adding_operation = false;
-  // Operation IDs awaiting recalculation, each once, in the order added.
-  std::vector<int64_t> recalc_list;
-  // Scratch list of reference keys used to drop duplicates.
+  // Reference keys of the last save, each once.
   std::vector<ListItem> ref_list;
 
   // Result tables (row 0 the titles).
@@ -75,6 +67,19 @@ struct ExplorerState {
   double dq_adaptation = 0;
   double dq_production = 0;
   double dq_overall = 0;
+};
+
+// The explorer's in-memory state: the figures of the operation on show, and
+// the flags and lists that guard and steer recalculation.
+struct ExplorerState : OperationFigures {
+  // Operation of the selected node, 0 for none.
+  int64_t current_operation_id = 0;
+  // Set while data_update runs; the explorer refuses to close meanwhile.
+  bool update_running = false;
+  // Set while an operation is being added to the chosen list.
+  bool adding_operation = false;
+  // Operation IDs awaiting recalculation, each once, in the order added.
+  std::vector<int64_t> recalc_list;
 };
 
 // The explorer state of the open assessment file. When session().current_file

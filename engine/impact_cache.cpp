@@ -93,8 +93,7 @@ void reset_loaded_adaptation_table(GridTable& table) {
 
 namespace engine_detail {
 
-void save_impact(ImpactContext& ctx, int64_t operation_id) {
-  ExplorerState& ex = explorer_state();
+void save_impact(ImpactContext& ctx, int64_t operation_id, OperationFigures& ex) {
   if (ex.adaptation_shape != AdaptationShape::calculated)
     throw std::logic_error("save_impact_data needs the tables of a calculation, not of a load");
   GridTable& ghg = ex.ghg_activity_table;
@@ -213,10 +212,10 @@ void save_impact(ImpactContext& ctx, int64_t operation_id) {
 
 }  // namespace engine_detail
 
-ImpactStatus save_impact_data(Ui& ui, int64_t operation_id) {
+ImpactStatus save_impact_data(Ui& ui, int64_t operation_id, OperationFigures& figures) {
   try {
     ImpactContext ctx;
-    engine_detail::save_impact(ctx, operation_id);
+    engine_detail::save_impact(ctx, operation_id, figures);
     return ImpactStatus::done;
   } catch (const std::exception& e) {
     engine_detail::report_failure(ui, e);
@@ -281,8 +280,7 @@ std::pair<double, int> load_horizons(const std::vector<CachedRow>& rows, bool pr
   return {quality, count};
 }
 
-void load_impact(ImpactContext& ctx, int64_t operation_id) {
-  ExplorerState& ex = explorer_state();
+void load_impact(ImpactContext& ctx, int64_t operation_id, OperationFigures& ex) {
   const Session& s = session();
   Db& db = ctx.assessment();
   GridTable ghg, adaptation, production;
@@ -382,10 +380,10 @@ void load_impact(ImpactContext& ctx, int64_t operation_id) {
 
 }  // namespace
 
-ImpactStatus load_impact_data(Ui& ui, int64_t operation_id) {
+ImpactStatus load_impact_data(Ui& ui, int64_t operation_id, OperationFigures& figures) {
   try {
     ImpactContext ctx;
-    load_impact(ctx, operation_id);
+    load_impact(ctx, operation_id, figures);
     return ImpactStatus::done;
   } catch (const std::exception& e) {
     engine_detail::report_failure(ui, e);
@@ -449,7 +447,7 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) 
     if (status == ImpactStatus::done) {
       // The wait page comes after the question, so nothing waits behind it.
       ui.progress(0, 1, "Updating regional impact data...");
-      reset_summary_tables();
+      reset_summary_tables(ex);
       if (hooks.wait) hooks.wait(ui, "Updating regional impact data. Please wait...");
       Transaction tx(db);
       ctx.in_transaction = true;
@@ -460,9 +458,9 @@ ImpactStatus data_update(Ui& ui, const ImpactCacheHooks& hooks, bool confirmed) 
       for (int i = 0; i < count; ++i) {
         const auto& [id, name] = operations[static_cast<size_t>(i)];
         ui.progress(i, count, "Calculating data for... " + name);
-        engine_detail::calculate_impact(ctx, ui, id);
-        operation_impact_sum_data();
-        engine_detail::save_impact(ctx, id);
+        engine_detail::calculate_impact(ctx, ui, id, ex);
+        operation_impact_sum_data(ex);
+        engine_detail::save_impact(ctx, id, ex);
       }
       ui.progress(count, count, "");
       // Cleared even when only the listed operations were recalculated: intended.

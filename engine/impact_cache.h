@@ -42,18 +42,19 @@ enum class CacheState {
 // setting was never recorded counts as current. Throws StoreError.
 CacheState cache_state();
 
-// Replaces the operation's cached rows by the explorer's result tables, and
+// Replaces the operation's cached rows by its figures' result tables, and
 // records session().cseq_included in Version for the whole file. Needs the
 // tables of a calculation (get_impact_data_direct_MT) and the GHG summary
-// (operation_impact_sum_data) of this operation. One transaction: the
-// operation keeps its old rows or gets all the new ones.
-ImpactStatus save_impact_data(Ui& ui, int64_t operation_id);
+// (operation_impact_sum_data) of this operation; sets the figures' ref_list,
+// risk_reduction_sum and adaptation_total. One transaction: the operation
+// keeps its old rows or gets all the new ones.
+ImpactStatus save_impact_data(Ui& ui, int64_t operation_id, OperationFigures& figures);
 
-// Reads the operation's cached rows into the explorer's result tables,
+// Reads the operation's cached rows into the figures' result tables,
 // summaries and op_total_area (from TArea when set). The adaptation table
 // then has its loaded shape (AdaptationShape::loaded). An operation without
 // rows leaves the tables with their titles only and op_total_area as it was.
-ImpactStatus load_impact_data(Ui& ui, int64_t operation_id);
+ImpactStatus load_impact_data(Ui& ui, int64_t operation_id, OperationFigures& figures);
 
 // Recalculates and saves the operations of recalc_list, in list order, or,
 // when the list is empty and the user confirms, every chosen operation; then

@@ -209,12 +209,12 @@ ScalingSettings read_settings(ImpactContext& ctx, int64_t operation_id, bool* in
 void prefetch_region_rows(ImpactContext& ctx, std::vector<int64_t> operations);
 
 // get_impact_data_direct_MT's work; throws on any failure, before it has
-// changed the explorer state or the file.
-void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id);
+// changed the figures or the file.
+void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id, OperationFigures& figures);
 
 // save_impact_data's work, in one transaction of its own unless the context
 // holds one.
-void save_impact(ImpactContext& ctx, int64_t operation_id);
+void save_impact(ImpactContext& ctx, int64_t operation_id, OperationFigures& figures);
 
 // Shows a failure of a command to the user. A file that could not be written
 // (a full disk, a read-only folder, a file in use) is told in those words,

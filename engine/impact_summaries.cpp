@@ -34,33 +34,30 @@ bool has_heads(const GridTable& summary) {
 
 }  // namespace
 
-void reset_summary_tables() {
-  ExplorerState& ex = explorer_state();
+void reset_summary_tables(OperationFigures& ex) {
   engine_detail::reset_summary_table(ex.ghg_summary_table, "tCO2e (total)", "tCO2e/ha");
   engine_detail::reset_summary_table(ex.production_summary_table, "Total", "per ha");
 }
 
-ImpactStatus operation_impact(Ui& ui, int64_t operation_id) {
+ImpactStatus operation_impact(Ui& ui, int64_t operation_id, OperationFigures& figures) {
   // The calculation reads no summary, so it runs first: a failure then
   // leaves the summaries of the last operation in place.
-  ImpactStatus status = get_impact_data_direct_MT(ui, operation_id);
+  ImpactStatus status = get_impact_data_direct_MT(ui, operation_id, figures);
   if (status == ImpactStatus::failed) return status;
-  reset_summary_tables();
-  operation_impact_sum_data();
-  operation_impact_sum_data_yield();
+  reset_summary_tables(figures);
+  operation_impact_sum_data(figures);
+  operation_impact_sum_data_yield(figures);
   return status;
 }
 
-void operation_impact_sum_data() {
-  ExplorerState& ex = explorer_state();
+void operation_impact_sum_data(OperationFigures& ex) {
   if (!has_heads(ex.ghg_summary_table))
     engine_detail::reset_summary_table(ex.ghg_summary_table, "tCO2e (total)", "tCO2e/ha");
   sum_horizons(ex.ghg_activity_table, ex.ghg_summary_table, ex.op_total_area, 3,
                session().cseq_included == 0);
 }
 
-void operation_impact_sum_data_yield() {
-  ExplorerState& ex = explorer_state();
+void operation_impact_sum_data_yield(OperationFigures& ex) {
   if (!has_heads(ex.production_summary_table))
     engine_detail::reset_summary_table(ex.production_summary_table, "Total", "per ha");
   sum_horizons(ex.production_activity_table, ex.production_summary_table, ex.op_total_area, 0,

@@ -371,9 +371,8 @@ void prefetch_region_rows(ImpactContext& ctx, std::vector<int64_t> operations) {
   }
 }
 
-void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id) {
+void calculate_impact(ImpactContext& ctx, Ui& ui, int64_t operation_id, OperationFigures& ex) {
   if (operation_id == 0) return;
-  ExplorerState& ex = explorer_state();
   Session& s = session();
 
   // Results are built aside and take the explorer's place only at the end,
@@ -490,10 +489,10 @@ void forget_kept_store_rows() {
   engine_detail::forget_kept_area_rows();
 }
 
-ImpactStatus get_impact_data_direct_MT(Ui& ui, int64_t operation_id) {
+ImpactStatus get_impact_data_direct_MT(Ui& ui, int64_t operation_id, OperationFigures& figures) {
   try {
     ImpactContext ctx;
-    engine_detail::calculate_impact(ctx, ui, operation_id);
+    engine_detail::calculate_impact(ctx, ui, operation_id, figures);
     return ImpactStatus::done;
   } catch (const std::exception& e) {
     engine_detail::report_failure(ui, e);

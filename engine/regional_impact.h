@@ -7,6 +7,7 @@
 
 #include "core/grid_table.h"
 #include "core/ui.h"
+#include "engine/explorer_state.h"
 
 namespace arven {
 
@@ -99,7 +100,7 @@ void reset_production_activity_table(GridTable& table);
 // store is not installed, a NUTS code of fewer than two letters, a boundary
 // feature over an average field size of 0 or a damaged store: the failure is
 // shown, the file and the explorer state stay as they were, status failed.
-ImpactStatus get_impact_data_direct_MT(Ui& ui, int64_t operation_id);
+ImpactStatus get_impact_data_direct_MT(Ui& ui, int64_t operation_id, OperationFigures& figures);
 
 // Forgets the country-store rows that calculations keep between commands
 // (they stay valid while the store is unchanged); the next calculation

@@ -124,17 +124,17 @@ class KeptReadsTest : public testing::StoreFixture {
 };
 
 TEST_F(KeptReadsTest, CalculationSeesEveryChangeOfTheStore) {
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_EQ(total_per_year(), "2");  // 10 × 50 % × 40 %
   // Kept rows answer the next calculation, and a store change replaces them.
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_EQ(total_per_year(), "2");
   store_->exec("UPDATE NUTS3_OPS SET \"Impact value\" = 20 WHERE NUTS3_ID = 1");
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_EQ(total_per_year(), "4");
   // A region change reaches the calculation at once: 4 + 30 × 50 % × 40 %.
   region("DK012", 2);
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_EQ(total_per_year(), "10");
   // A store replaced by another file of the same name.
   const std::filesystem::path path = session().country_db_path[kDK];
@@ -149,7 +149,7 @@ TEST_F(KeptReadsTest, CalculationSeesEveryChangeOfTheStore) {
                 {int64_t{1}, int64_t{7}, int64_t{5}, 1, 60.0, 100.0, 1.0, 0.0});
   }
   std::filesystem::rename(path.string() + ".new", path);
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_EQ(total_per_year(), "12");
 }
 
@@ -226,7 +226,7 @@ TEST_F(KeptReadsTest, RowsReadAheadOnTwoThreadsAnswerAsFreshReads) {
   auto figures = [&] {
     std::vector<std::string> out;
     for (int64_t op : {7, 9}) {
-      EXPECT_EQ(get_impact_data_direct_MT(ui_, op), ImpactStatus::done)
+      EXPECT_EQ(get_impact_data_direct_MT(ui_, op, explorer_state()), ImpactStatus::done)
           << (ui_.messages.empty() ? "" : ui_.messages.back().text);
       const GridTable& t = explorer_state().ghg_activity_table;
       for (int r = 0; r < t.rows(); ++r)

@@ -216,7 +216,7 @@ TEST_F(OperationReportsTest, ListPagesUseTheStoredSortStates) {
 TEST_F(OperationReportsTest, DetailedReportOfAFreshCalculation) {
   report_store(kOddName);
   explorer_window().current_operation = 7;
-  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7, explorer_state()), ImpactStatus::done);
   ASSERT_EQ(explorer_state().adaptation_shape, AdaptationShape::calculated);
   operation_specific_html_hub(ui_, 0, 2);
   // Opened in the report window by the timer, not in the explorer.
@@ -234,10 +234,10 @@ TEST_F(OperationReportsTest, SummaryReportOfAStoredOperation) {
   report_store("Store name");
   choose(7, kOddName);
   explorer_window().current_operation = 7;
-  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
-  ASSERT_EQ(save_impact_data(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7, explorer_state()), ImpactStatus::done);
+  ASSERT_EQ(save_impact_data(ui_, 7, explorer_state()), ImpactStatus::done);
   reset_explorer_state();
-  ASSERT_EQ(load_impact_data(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(load_impact_data(ui_, 7, explorer_state()), ImpactStatus::done);
   operation_specific_html_hub(ui_, 1, 1);
   EXPECT_EQ(ui_.log, (std::vector<std::string>{"navigate:explorer:summary.htm",
                                                "navigate:explorer:summary_report.htm"}));
@@ -266,7 +266,7 @@ TEST_F(OperationReportsTest, SummaryReportOfAStoredOperation) {
 TEST_F(OperationReportsTest, EmptyReportSaysNoData) {
   store_->insert("Operations", {"Operation ID", "Operation Name"}, {int64_t{9}, "Bare"});
   explorer_window().current_operation = 9;
-  reset_summary_tables();
+  reset_summary_tables(explorer_state());
   operation_specific_html_hub(ui_, 0, 1);
   const std::string html = page("summary_report.htm");
   EXPECT_EQ(html.find("Highcharts"), std::string::npos);  // no chart without GHG rows

@@ -136,7 +136,7 @@ TEST_F(RegionalAnalysisTest, BoundaryFeatureAgreesWithTheWholeRegionOnOneArea) {
   EXPECT_EQ(grid().cell(1, 2), "4.4");
   EXPECT_EQ(grid().cell(1, 3), "0.09");
 
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 8), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 8, explorer_state()), ImpactStatus::done);
   const ExplorerState& ex = explorer_state();
   const GridTable& ghg = ex.ghg_activity_table;
   ASSERT_EQ(ghg.rows(), 2);

@@ -53,7 +53,7 @@ using ImpactCacheTest = EngineTest;
 
 TEST_F(RegionalImpactTest, OneFigureChainRoundsPerAreaThenScalesAndSums) {
   chain_setup();
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_TRUE(ui_.messages.empty());
   ASSERT_EQ(ex().ghg_activity_table.rows(), 2);  // one activity; the NUTS2 row is not read
   EXPECT_EQ(ghg(1, 1), "Fertiliser &amp; lime");
@@ -90,7 +90,7 @@ TEST_F(RegionalImpactTest, SequestrationRowsFillTheirOwnHorizonOnly) {
   add_ops({.op = 8, .activity = 6, .type = 2, .value = 40, .impact_area = 10, .cseq = 25});
   // Two plain rows of one activity in one area both go into its row.
   add_ops({.op = 8, .value = 1, .impact_area = 10});
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 8), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 8, explorer_state()), ImpactStatus::done);
   ASSERT_EQ(ex().ghg_activity_table.rows(), 3);
   // Activity 5: its first plain row (2 a year) takes the stored totals in the
   // horizons they name, 10 and 50 years, as they stand (100.4 rounds to 100,
@@ -129,7 +129,7 @@ TEST_F(RegionalImpactTest, AdaptationAndProductionMergeAndFinish) {
            .dq = 4});
   add_ops({.area = 1, .op = 9, .type = 3, .value = 30, .impact_area = 100, .category = 12});
   add_ops({.area = 2, .op = 9, .activity = 4, .type = 4, .value = 4, .impact_area = 300, .dq = 5});
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 9), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 9, explorer_state()), ImpactStatus::done);
   // Area: 100 × 0.5 + 300 × 0.5 = 200 ha.
   EXPECT_DOUBLE_EQ(ex().op_total_area, 200);
   const GridTable& a = ex().adaptation_activity_table;
@@ -159,7 +159,7 @@ TEST_F(RegionalImpactTest, EmptyResultsAndZeroAreas) {
   file_db_->exec("UPDATE Operations SET TArea = 99");
   region("DK011", 1);
   // No rows in any area: titles only, area 0, TArea 0.
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_EQ(ex().ghg_activity_table.rows(), 1);
   EXPECT_EQ(ex().adaptation_activity_table.rows(), 1);
   EXPECT_EQ(ex().production_activity_table.rows(), 1);
@@ -169,14 +169,14 @@ TEST_F(RegionalImpactTest, EmptyResultsAndZeroAreas) {
   // Operation 0 changes nothing at all.
   ex().op_total_area = 12;
   ex().ghg_activity_table.add_row();
-  get_impact_data_direct_MT(ui_, 0);
+  get_impact_data_direct_MT(ui_, 0, explorer_state());
   EXPECT_EQ(ex().op_total_area, 12);
   EXPECT_EQ(ex().ghg_activity_table.rows(), 2);
 
   // An impact area of 0: totals stand, every per-hectare figure is zero.
   add_ops({.value = 100, .impact_area = 0});
   add_ops({.type = 3, .value = 100, .impact_area = 0, .category = 11});
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_EQ(ex().op_total_area, 0);
   EXPECT_EQ(ghg(1, 3), "20");  // 100 × 0.5 × 0.4
   EXPECT_EQ(ghg(1, 2), "0");
@@ -184,13 +184,13 @@ TEST_F(RegionalImpactTest, EmptyResultsAndZeroAreas) {
 
   // An unknown technique scales every value and the area to 0.
   file_db_->exec("UPDATE Operations SET \"Scaling up technique\" = 3");
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_EQ(ghg(1, 3), "0");
   EXPECT_EQ(ghg(1, 15), "0");
 
   // Without any region the message is shown and the tables are emptied.
   file_db_->exec("DELETE FROM Regions");
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   ASSERT_EQ(ui_.messages.size(), 1u);
   EXPECT_EQ(ui_.messages[0].title, "No region defined");
   EXPECT_EQ(ex().ghg_activity_table.rows(), 1);
@@ -202,7 +202,7 @@ TEST_F(RegionalImpactTest, UnchosenOperationTakesStoreSettingsWithDefaultUptake)
   session().def_uptake = 25;
   region("DK011", 1);
   add_ops({.value = 40, .impact_area = 80});
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_DOUBLE_EQ(ex().op_total_area, 20);  // 80 × 1 × 0.25, not × 0.10
   EXPECT_EQ(ghg(1, 3), "10");
   EXPECT_EQ(file_value("SELECT count(*) FROM Operations").as_int(), 0);
@@ -239,7 +239,7 @@ TEST_F(RegionalImpactTest, BadInputIsReportedAndChangesNothing) {
   choose(7, 1, 50, 40);
   region("DK011", 1);
   add_ops({.value = 10});
-  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::done);
   const std::string before_path = session().ops_db_path;
 
   struct Case {
@@ -265,14 +265,14 @@ TEST_F(RegionalImpactTest, BadInputIsReportedAndChangesNothing) {
     c.setup();
     const std::string file_now = testing::read_file(file_);
     ui_.messages.clear();
-    EXPECT_EQ(get_impact_data_direct_MT(ui_, 7), ImpactStatus::failed);
+    EXPECT_EQ(get_impact_data_direct_MT(ui_, 7, explorer_state()), ImpactStatus::failed);
     ASSERT_EQ(ui_.messages.size(), 1u);
     EXPECT_EQ(ui_.messages[0].title, c.title);
     EXPECT_EQ(testing::read_file(file_), file_now);
     EXPECT_EQ(ghg(1, 3), "2");  // the last result stays
     EXPECT_EQ(session().ops_db_path, before_path);
     // The summary step stops at the same failure, without an exception.
-    EXPECT_EQ(operation_impact(ui_, 7), ImpactStatus::failed);
+    EXPECT_EQ(operation_impact(ui_, 7, explorer_state()), ImpactStatus::failed);
   }
 }
 
@@ -301,7 +301,7 @@ TEST_F(SummariesTest, CarbonSettingLeavesSequestrationOutOfTheSumOnly) {
   add_ops({.op = 8, .value = 2.4, .impact_area = 10});
   add_ops({.op = 8, .activity = 6, .type = 2, .value = 40, .impact_area = 10, .cseq = 25});
   activity(6, "apple hedge");
-  ASSERT_EQ(operation_impact(ui_, 8), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 8, explorer_state()), ImpactStatus::done);
   const GridTable& sum = ex().ghg_summary_table;
   EXPECT_EQ(sum.cell(0, 7), "250");
   EXPECT_EQ(sum.cell(1, 0), "tCO2e (total)");
@@ -313,12 +313,12 @@ TEST_F(SummariesTest, CarbonSettingLeavesSequestrationOutOfTheSumOnly) {
   EXPECT_EQ(ghg(1, 1), "apple hedge");
 
   session().cseq_included = 0;
-  operation_impact_sum_data();
+  operation_impact_sum_data(explorer_state());
   EXPECT_EQ(sum.cell(1, 4), "60");
   EXPECT_EQ(ghg(1, 9), "40");  // the activity row keeps its value
   // No data rows: 0 totals and "0" per hectare.
   reset_ghg_activity_table(ex().ghg_activity_table);
-  operation_impact_sum_data();
+  operation_impact_sum_data(explorer_state());
   EXPECT_EQ(sum.cell(1, 7), "0");
   EXPECT_EQ(sum.cell(2, 7), "0");
 }
@@ -327,7 +327,7 @@ TEST_F(SummariesTest, ProductionPerHectareIsRoundedToWholeUnits) {
   choose(9, 1, 100, 100);
   region("DK011", 1);
   add_ops({.op = 9, .type = 4, .value = 4, .impact_area = 10});  // 0.4 per ha per year
-  ASSERT_EQ(operation_impact(ui_, 9), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 9, explorer_state()), ImpactStatus::done);
   const GridTable& sum = ex().production_summary_table;
   EXPECT_EQ(sum.cell(1, 0), "Total");
   EXPECT_EQ(sum.cell(1, 1), "4");
@@ -344,8 +344,8 @@ TEST_F(ImpactCacheTest, SaveThenLoadGivesTheStoredShape) {
                  {int64_t{11}, "Less flooding & erosion"});
   add_ops({.area = 1, .type = 3, .value = 10, .category = 11, .max = 40, .dq = 2, .refs = "3, 4"});
   add_ops({.area = 1, .activity = 4, .type = 4, .value = 50, .dq = 5, .refs = "4"});
-  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
-  ASSERT_EQ(save_impact_data(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7, explorer_state()), ImpactStatus::done);
+  ASSERT_EQ(save_impact_data(ui_, 7, explorer_state()), ImpactStatus::done);
 
   auto count = [&](const char* table, int type) {
     return file_value(
@@ -380,7 +380,7 @@ TEST_F(ImpactCacheTest, SaveThenLoadGivesTheStoredShape) {
   EXPECT_EQ(file_value("SELECT \"Carbon seq included\" FROM Version").as_int(), 1);
 
   reset_explorer_state();
-  ASSERT_EQ(load_impact_data(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(load_impact_data(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_DOUBLE_EQ(ex().op_total_area, 30);
   EXPECT_EQ(ghg(1, 2), "0.091");
   EXPECT_EQ(ghg(1, 3), "3");
@@ -395,14 +395,14 @@ TEST_F(ImpactCacheTest, SaveThenLoadGivesTheStoredShape) {
   EXPECT_EQ(ex().production_summary_table.cell(1, 1), "8");  // 50 × 0.16
   EXPECT_DOUBLE_EQ(ex().dq_production, 5);
   // A loaded table is not saved back.
-  EXPECT_EQ(save_impact_data(ui_, 7), ImpactStatus::failed);
+  EXPECT_EQ(save_impact_data(ui_, 7, explorer_state()), ImpactStatus::failed);
 }
 
 TEST_F(ImpactCacheTest, OperationWithoutRowsSavesSevenZeroRows) {
   choose(7, 1, 50, 40);
   region("DK011", 1);
-  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
-  ASSERT_EQ(save_impact_data(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7, explorer_state()), ImpactStatus::done);
+  ASSERT_EQ(save_impact_data(ui_, 7, explorer_state()), ImpactStatus::done);
   EXPECT_EQ(file_value("SELECT count(*) FROM \"Activity-Impact data\"").as_int(), 0);
   EXPECT_EQ(file_value("SELECT count(*) FROM \"Operation-Impact data\"").as_int(), 7);
   EXPECT_EQ(file_value("SELECT count(*) FROM \"Operation-Impact data\" WHERE \"Impact type\" = 1 "
@@ -413,16 +413,16 @@ TEST_F(ImpactCacheTest, OperationWithoutRowsSavesSevenZeroRows) {
 
 TEST_F(ImpactCacheTest, FailedSaveKeepsTheOldRows) {
   chain_setup();
-  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
-  ASSERT_EQ(save_impact_data(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7, explorer_state()), ImpactStatus::done);
+  ASSERT_EQ(save_impact_data(ui_, 7, explorer_state()), ImpactStatus::done);
   // New settings double every figure; the store then fails half way through.
   file_db_->exec("UPDATE Operations SET \"ST Value\" = 100");
-  ASSERT_EQ(operation_impact(ui_, 7), ImpactStatus::done);
+  ASSERT_EQ(operation_impact(ui_, 7, explorer_state()), ImpactStatus::done);
   ASSERT_EQ(ghg(1, 3), "5.4");
   file_db_->exec_script(
       "CREATE TRIGGER fail BEFORE INSERT ON \"Operation-Impact data\" "
       "BEGIN SELECT RAISE(ABORT, 'disk full'); END");
-  EXPECT_EQ(save_impact_data(ui_, 7), ImpactStatus::failed);
+  EXPECT_EQ(save_impact_data(ui_, 7, explorer_state()), ImpactStatus::failed);
   ASSERT_EQ(ui_.messages.size(), 1u);
   EXPECT_NE(ui_.messages[0].text.find("disk full"), std::string::npos);
   EXPECT_EQ(file_value("SELECT count(*) FROM \"Activity-Impact data\"").as_int(), 7);

@@ -117,10 +117,10 @@ void show_operation_report(Ui& ui, int64_t id) {
   }
   const bool in_file = operation_in_assessment(id);
   if (in_file) {
-    if (load_impact_data(ui, id) != ImpactStatus::done) return;
+    if (load_impact_data(ui, id, explorer_state()) != ImpactStatus::done) return;
   } else {
     explorer_wait_page(ui, "Calculating regional impact data. Please wait...");
-    if (operation_impact(ui, id) != ImpactStatus::done) return;
+    if (operation_impact(ui, id, explorer_state()) != ImpactStatus::done) return;
   }
   operation_specific_html_hub(ui, in_file ? 1 : 0, 1);
 }

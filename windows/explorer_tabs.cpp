@@ -134,7 +134,7 @@ void tab2_click(Ui& ui, int tab) {
     } else if (tab == 6) {
       aggregate_new_measure(ui);
     } else if (w.current_operation != 0 && operation_in_assessment(w.current_operation)) {
-      if (load_impact_data(ui, w.current_operation) == ImpactStatus::done)
+      if (load_impact_data(ui, w.current_operation, explorer_state()) == ImpactStatus::done)
         operation_specific_html_hub(ui, 1, 1);
     } else {
       myops_list_html(ui);
