@@ -402,12 +402,6 @@ void grid12_sort(int state) {
 void reggrid1_sort(int state) {
   grid_state_sort(explorer_window().RegGrid1, state, 6);
 }
-void aggrid1_sort(int state) {
-  grid_state_sort(explorer_window().AgGrid1, state, 8);
-}
-void aggrid1_ranked_sort(int state) {
-  grid_state_sort(explorer_window().AgGrid1_Ranked, state, 10);
-}
 
 bool parse_sort_target(const std::string& target, int& grid, int& state) {
   const std::string t = lower_case(target);

@@ -26,8 +26,6 @@ void grid4_sort(int state);
 void grid5_sort(int state);
 void grid12_sort(int state);
 void reggrid1_sort(int state);
-void aggrid1_sort(int state);
-void aggrid1_ranked_sort(int state);
 
 // Fills the four lists of chosen operations and sorts each by its stored
 // state.
