@@ -16,6 +16,7 @@
 #include "prep/working_copies.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
 
@@ -120,6 +121,7 @@ TEST(FactorImport, SheetRowsFillByKeyAddMissingKeysAndRefuseWholeOnABadCell) {
 
 class FactorStores : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     set_decimal_separator(".");
