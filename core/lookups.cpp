@@ -188,46 +188,12 @@ std::string corine_class_name(int64_t corine_class) {
   return kCorineClasses[static_cast<size_t>(corine_class)];
 }
 
-Value operation_type_name(int64_t operation_type_id) {
-  return get_field(ops_path(), "Operations_Types", "Operation Type Name", "Operation Type ID",
-                   operation_type_id);
-}
-
-Value baseline_name(int64_t baseline_id) {
-  return get_field(ops_path(), "Baselines", "Baseline name", "Baseline ID", baseline_id);
-}
-
 Value activity_name(int64_t activity_id) {
   return get_field(ops_path(), "Activities", "Activity name", "Activity ID", activity_id);
 }
 
-Value activity_norm_factor(int64_t activity_id) {
-  return get_field(ops_path(), "Activities", "Norm_factor", "Activity ID", activity_id);
-}
-
-Value impact_area_name(int64_t impact_id) {
-  return get_field(ops_path(), "Impact areas", "Impact name", "Impact ID", impact_id);
-}
-
-Value measure_name_by_eu_id(std::string_view measure_eu_id) {
-  return get_field(ops_path(), "Measures", "Measure name", "Measure EU ID", Value(measure_eu_id));
-}
-
-Value new_measure_name_by_eu_id(std::string_view measure_eu_id) {
-  return get_field(ops_path(), "New_Measures", "Measure name", "Measure EU ID",
-                   Value(measure_eu_id));
-}
-
-Value measure_id_by_eu_id(std::string_view measure_eu_id) {
-  return get_field(ops_path(), "Measures", "Measure ID", "Measure EU ID", Value(measure_eu_id));
-}
-
 Value measure_eu_id(int64_t measure_id) {
   return get_field(ops_path(), "Measures", "Measure EU ID", "Measure ID", measure_id);
-}
-
-Value new_measure_eu_id(int64_t measure_id) {
-  return get_field(ops_path(), "New_Measures", "Measure EU ID", "Measure ID", measure_id);
 }
 
 void fill_operations_like(std::vector<ListItem>& list, std::string_view text) {
@@ -323,12 +289,6 @@ Value nuts_field(int level, int64_t area_id, int selector) {
 Value nuts0_field(int64_t area_id, int selector) {
   return nuts_field(0, area_id, selector);
 }
-Value nuts1_field(int64_t area_id, int selector) {
-  return nuts_field(1, area_id, selector);
-}
-Value nuts2_field(int64_t area_id, int selector) {
-  return nuts_field(2, area_id, selector);
-}
 Value nuts3_field(int64_t area_id, int selector) {
   return nuts_field(3, area_id, selector);
 }
@@ -360,11 +320,6 @@ Value rvc_field(int64_t rvc_id, int selector) {
                     {"RVC Short Letter ID", "RVC Short Name", "RVC Long Name", "RVC Type",
                      "Euro max", "Impact Type", "Risk statement"});
   return get_field(rvc_path(), "RVC_List", field, "RVC ID", rvc_id);
-}
-
-bool hotspot_exclude_class_zero(int64_t rvc_id) {
-  Value v = get_field(rvc_path(), "RVC_List", "Hotspots Exclude Class Zero", "RVC ID", rvc_id);
-  return !v.is_empty() && v.as_double() == 1;
 }
 
 Value corine_rvc_id(int64_t corine_class) {

@@ -41,26 +41,10 @@ Value operation_field(int64_t operation_id, int selector);
 // The land type of a CORINE Class, 0 "Not applicable" to 9 "Marshland";
 // empty outside 0..9.
 std::string corine_class_name(int64_t corine_class);
-// `Operation Type Name` from Operations_Types.
-Value operation_type_name(int64_t operation_type_id);
-// `Baseline name` from Baselines.
-Value baseline_name(int64_t baseline_id);
 // `Activity name` from Activities.
 Value activity_name(int64_t activity_id);
-// `Norm_factor` from Activities.
-Value activity_norm_factor(int64_t activity_id);
-// `Impact name` from Impact areas.
-Value impact_area_name(int64_t impact_id);
-// `Measure name` of the Measures row with this `Measure EU ID`.
-Value measure_name_by_eu_id(std::string_view measure_eu_id);
-// `Measure name` of the New_Measures row with this `Measure EU ID`.
-Value new_measure_name_by_eu_id(std::string_view measure_eu_id);
-// `Measure ID` of the Measures row with this `Measure EU ID`.
-Value measure_id_by_eu_id(std::string_view measure_eu_id);
 // `Measure EU ID` from Measures.
 Value measure_eu_id(int64_t measure_id);
-// `Measure EU ID` from New_Measures.
-Value new_measure_eu_id(int64_t measure_id);
 // Clears the list, then adds every operation whose name holds the text
 // literally (no wildcards; ASCII letters match in either case), name shown and
 // `Operation ID` as data, in table order.
@@ -83,10 +67,8 @@ void fill_reference_table(GridTable& table);
 
 // From the NUTS<k> row of the area: 1 NAME, 2 NUTS, 3 SQKM, 4 AV_FS.
 Value nuts_field(int level, int64_t area_id, int selector);
-// nuts_field for levels 0..3.
+// nuts_field for levels 0 and 3.
 Value nuts0_field(int64_t area_id, int selector);
-Value nuts1_field(int64_t area_id, int selector);
-Value nuts2_field(int64_t area_id, int selector);
 Value nuts3_field(int64_t area_id, int selector);
 // `NUTS<k>_ID` of the NUTS<k> row with this code.
 Value nuts_id_by_code(int level, std::string_view nuts_code);
@@ -104,8 +86,6 @@ Value nuts_eu27(int level, std::string_view nuts_code);
 // From RVC_List: 1 RVC Short Letter ID, 2 RVC Short Name, 3 RVC Long Name,
 // 4 RVC Type, 5 Euro max, 6 Impact Type, 7 Risk statement.
 Value rvc_field(int64_t rvc_id, int selector);
-// True when the RVC's `Hotspots Exclude Class Zero` is 1.
-bool hotspot_exclude_class_zero(int64_t rvc_id);
 // `RVC ID` of the CORINE RVC (RVC Type 5) of this CORINE class.
 Value corine_rvc_id(int64_t corine_class);
 // The child RVC of this RVC for the CORINE class; the RVC itself for class 0

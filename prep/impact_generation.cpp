@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "base/numbers.h"
-#include "core/session.h"
 #include "prep/impact_data.h"
 #include "stores/db.h"
 #include "stores/value.h"
@@ -243,10 +242,6 @@ ImpactSource ImpactSource::load(const std::filesystem::path& ops_db,
   load_ops(*d);
   load_rvcs(*d);
   return ImpactSource(std::move(d));
-}
-
-ImpactSource ImpactSource::load_from_session() {
-  return load(session().ops_db_path, session().rvc_db_path);
 }
 
 // ---- ImpactGenerator ----

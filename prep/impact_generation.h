@@ -38,8 +38,6 @@ class ImpactSource {
   // fails only when a calculation at level k needs it.
   static ImpactSource load(const std::filesystem::path& ops_db,
                            const std::filesystem::path& rvc_db);
-  // load() on session().ops_db_path and session().rvc_db_path.
-  static ImpactSource load_from_session();
 
   ImpactSource(ImpactSource&&) noexcept;
   ImpactSource& operator=(ImpactSource&&) noexcept;

@@ -365,14 +365,6 @@ fs::path country_version_file_path(const std::string& cc) {
   return prepro_folder() / "zipped" / ("arven_db_version_" + cc + ".csv");
 }
 
-// ---- row copy ----
-
-void replace_table_rows(const fs::path& source, const fs::path& target, const std::string& table,
-                        const std::vector<std::string>& columns,
-                        const std::vector<std::string>& empty_as_null) {
-  replace_all(source, target, {RowCopy{table, columns, empty_as_null, "", "", {}}});
-}
-
 // ---- filling a country store ----
 
 void copy_rvc_data(const fs::path& target, int64_t nuts0_id, Ui* ui) {

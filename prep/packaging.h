@@ -47,15 +47,6 @@ bool store_is_whole(const std::filesystem::path& store);
 // zipped folder (names ending ".tmp" or holding ".tmp."); returns how many.
 int remove_stale_temporaries();
 
-// ---- the row copy ----
-
-// Replaces every row of `table` in the target by the source's rows, copying
-// the named columns (all of the target's columns when none are named).
-// Columns in `empty_as_null` travel only when they hold something.
-void replace_table_rows(const std::filesystem::path& source, const std::filesystem::path& target,
-                        const std::string& table, const std::vector<std::string>& columns = {},
-                        const std::vector<std::string>& empty_as_null = {});
-
 // ---- filling a country store; `ui` (may be null) shows progress ----
 
 // The country's NUTS<k> rows (k = 0..3) and the RVC data of those areas,

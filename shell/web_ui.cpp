@@ -1,7 +1,6 @@
 #include "shell/web_ui.h"
 
 #include <algorithm>
-#include <chrono>
 #include <random>
 
 namespace arven::shell {
@@ -441,25 +440,6 @@ json WebUi::state(const std::string& window) const {
     s["dialog"] = nullptr;
   }
   return s;
-}
-
-uint64_t WebUi::wait_for_change(uint64_t since, int timeout_ms,
-                                const std::function<bool()>& keep_waiting) const {
-  using clock = std::chrono::steady_clock;
-  const auto deadline = clock::now() + std::chrono::milliseconds(timeout_ms);
-  std::unique_lock lock(mutex_);
-  while (version_ <= since) {
-    const auto slice = std::min(deadline, clock::now() + std::chrono::milliseconds(200));
-    if (cv_.wait_until(lock, slice, [&] { return version_ > since; })) break;
-    if (clock::now() >= deadline) break;
-    if (keep_waiting) {
-      lock.unlock();
-      const bool more = keep_waiting();
-      lock.lock();
-      if (!more) break;
-    }
-  }
-  return version_;
 }
 
 bool WebUi::accepts_input(const std::string& window) const {

@@ -96,10 +96,6 @@ class WebUi : public Ui {
   // ---- from the server's threads ----
   // The state of one window, as GET /<window>/state.json returns it.
   nlohmann::json state(const std::string& window) const;
-  // Blocks until the version passes `since`, the timeout ends, or
-  // `keep_waiting` (asked a few times a second) turns false.
-  uint64_t wait_for_change(uint64_t since, int timeout_ms,
-                           const std::function<bool()>& keep_waiting = {}) const;
   // The version of the state now.
   uint64_t version() const;
   // Called with the new version on every change, with the state's lock

@@ -15,6 +15,7 @@
 #include "prep/working_copies.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
 #include "windows/prepro_dialog.h"
@@ -120,6 +121,7 @@ TEST(FactorImport, SheetRowsFillByKeyAddMissingKeysAndRefuseWholeOnABadCell) {
 
 class FactorStores : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     set_decimal_separator(".");

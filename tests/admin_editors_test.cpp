@@ -10,6 +10,7 @@
 #include "prep/master_import.h"
 #include "reports/charts.h"
 #include "stores/schema.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/store_fixture.h"
 #include "support/temp_dir.h"
@@ -22,6 +23,7 @@ namespace {
 
 class AdminEditors : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     set_decimal_separator(".");

@@ -11,6 +11,7 @@
 #include "core/session.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
 
@@ -47,6 +48,7 @@ Strings files_rows() {
 
 class AssessmentFileTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     Session& s = session();

@@ -3,38 +3,27 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
 #include "base/numbers.h"
 #include "core/session.h"
+#include "tests/support/golden.h"
+#include "tests/support/guards.h"
 #include "tests/support/temp_dir.h"
 
 namespace arven {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::expect_golden;
 
 std::string read_file(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
   std::stringstream text;
   text << in.rdbuf();
   return text.str();
-}
-
-// Compares a script with tests/golden/<name>; ARVEN_UPDATE_GOLDEN=1 rewrites
-// the golden instead.
-void expect_golden(const std::string& name, const std::string& actual) {
-  fs::path golden = fs::path(ARVEN_SOURCE_DIR) / "tests" / "golden" / name;
-  const char* update = std::getenv("ARVEN_UPDATE_GOLDEN");
-  if (update && std::string(update) == "1") {
-    std::ofstream(golden, std::ios::binary) << actual;
-    return;
-  }
-  ASSERT_TRUE(fs::exists(golden)) << golden << " is missing";
-  EXPECT_EQ(read_file(golden), actual) << "differs from " << golden;
 }
 
 std::vector<std::string> lines_of(const std::string& text) {
@@ -90,6 +79,7 @@ Categories categories_of(const std::string& script) {
 
 class ChartsTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     session().app_folder = tmp_.path();

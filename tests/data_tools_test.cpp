@@ -19,6 +19,7 @@
 #include "prep/xlsx_reader.h"
 #include "reports/export.h"
 #include "stores/db.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
 
@@ -27,6 +28,7 @@ namespace {
 
 class DataTools : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     session().app_folder = dir_.path();

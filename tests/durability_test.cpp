@@ -106,7 +106,7 @@ TEST_F(DiskTest, FullDiskKeepsPreferencesExportsAndPages) {
   const fs::path ini = disk_->folder() / "ARVEN.ini";
   std::ofstream(ini) << "[Settings]\nUpdate_Server=http://updates.example\nmiti_weight=80\n\n"
                         "[Download]\nItem to download=\n";
-  set_preferences_path(ini);
+  testing::PreferencesGuard prefs(ini);
   session().miti_weight = 80;
   session().app_folder = disk_->folder();
   fs::create_directories(disk_->folder() / "exports");
@@ -153,7 +153,6 @@ TEST_F(DiskTest, FullDiskKeepsPreferencesExportsAndPages) {
   EXPECT_EQ(get_setting("Settings", "miti_weight", ""), "30");
   EXPECT_EQ(get_setting("Settings", "Update_Server", ""), "http://updates.example");
   EXPECT_EQ(get_setting("Settings", "hotspot_regional", ""), "0");
-  set_preferences_path("");
 }
 
 TEST_F(DiskTest, FullDiskKeepsTheInstalledStore) {

@@ -14,6 +14,7 @@
 #include "shell/server.h"
 #include "shell/web_ui.h"
 #include "shell/worker.h"
+#include "tests/support/guards.h"
 #include "tests/support/scripted_ui.h"
 #include "tests/support/temp_dir.h"
 
@@ -46,14 +47,12 @@ GridTable sample_grid() {
 
 class ExportTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     session().app_folder = dir.path();
   }
-  void TearDown() override {
-    set_decimal_separator(".");
-    reset_session();
-  }
+  void TearDown() override { set_decimal_separator("."); }
   // The extracted parts of an .xlsx file.
   fs::path unpack(const fs::path& xlsx) {
     fs::path out = dir / "unpacked";

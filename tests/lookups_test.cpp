@@ -9,6 +9,7 @@
 #include "core/lookups.h"
 #include "core/session.h"
 #include "stores/schema.h"
+#include "tests/support/guards.h"
 #include "tests/support/temp_dir.h"
 
 namespace arven {
@@ -24,6 +25,7 @@ std::vector<std::string> texts(const std::vector<ListItem>& list) {
 
 class LookupStoreTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     dir_ = tmp_.path();

@@ -3,10 +3,12 @@
 #include "windows/main_window.h"
 
 #include <functional>
+#include <optional>
 
 #include "assessment/assessment_file.h"
 #include "core/preferences.h"
 #include "core/session.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
 
@@ -18,14 +20,15 @@ using testing::TempDir;
 
 class MainWindowTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     session().app_folder = dir.path();
-    set_preferences_path(dir / "ARVEN.ini");
+    prefs_.emplace(dir / "ARVEN.ini");
     lvsetup();
   }
-  void TearDown() override { set_preferences_path(""); }
   TempDir dir;
+  std::optional<testing::PreferencesGuard> prefs_;
   ScriptedUi ui;
 };
 

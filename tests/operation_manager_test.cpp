@@ -12,6 +12,7 @@
 #include "engine/explorer_state.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
 
@@ -50,6 +51,7 @@ void insert_op(Db& db, const OpRow& r) {
 // An assessment file with operations 7 and 9, open and edited from the file.
 class OperationPropertiesTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     reset_explorer_state();
@@ -64,10 +66,7 @@ class OperationPropertiesTest : public ::testing::Test {
     insert_op(db, {9, "Cover crops", 2, 6.0, 80.0});
     s.edit_from_assessment = true;
   }
-  void TearDown() override {
-    set_decimal_separator(".");
-    reset_session();
-  }
+  void TearDown() override { set_decimal_separator("."); }
 
   Value stored(int64_t id, const std::string& column) {
     Db db = Db::open(file_);

@@ -2,41 +2,24 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-
 #include "base/numbers.h"
 #include "core/lookups.h"
 #include "core/session.h"
-#include "core/version.h"
 #include "engine/explorer_state.h"
 #include "engine/impact_cache.h"
 #include "engine/impact_summaries.h"
 #include "reports/explorer_window.h"
 #include "reports/page_kit.h"
 #include "stores/db.h"
+#include "support/golden.h"
 #include "support/store_fixture.h"
 
 namespace arven {
 namespace {
 
-namespace fs = std::filesystem;
 const std::string kOddName = "Hedges 'n' <walls> & banks";
 const std::string kOddEscaped = "Hedges &#39;n&#39; &lt;walls&gt; &amp; banks";
-
-// Compares a page with tests/golden/<name>; ARVEN_UPDATE_GOLDEN=1 rewrites it.
-void expect_golden(const std::string& name, std::string actual) {
-  actual = replace_all(actual, "Beta Version " + version_text(), "Beta Version @VERSION@");
-  fs::path golden = fs::path(ARVEN_SOURCE_DIR) / "tests" / "golden" / name;
-  const char* update = std::getenv("ARVEN_UPDATE_GOLDEN");
-  if (update && std::string(update) == "1") {
-    std::ofstream(golden, std::ios::binary) << actual;
-    return;
-  }
-  ASSERT_TRUE(fs::exists(golden)) << golden << " is missing";
-  EXPECT_EQ(testing::read_file(golden), actual) << "differs from " << golden;
-}
+using testing::expect_golden;
 
 // ---- the arithmetic, worked by hand ----
 

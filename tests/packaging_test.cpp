@@ -11,6 +11,7 @@
 #include "prep/packaging.h"
 #include "settings/zip_files.h"
 #include "stores/schema.h"
+#include "tests/support/guards.h"
 #include "tests/support/scripted_ui.h"
 #include "tests/support/temp_dir.h"
 
@@ -152,6 +153,7 @@ TEST(ZipFiles, UnzipRefusesEntriesThatLeaveTheFolder) {
 
 class PackagingTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     session().app_folder = dir_.path();

@@ -14,6 +14,7 @@
 #include "stores/db.h"
 #include "stores/schema.h"
 #include "tests/support/golden.h"
+#include "tests/support/guards.h"
 #include "tests/support/scripted_ui.h"
 #include "tests/support/temp_dir.h"
 
@@ -46,6 +47,7 @@ GridTable named_grid(int rows, int cols) {
 
 class PageKitTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     session().app_folder = tmp_.path();

@@ -13,6 +13,7 @@
 #include "prep/packaging.h"
 #include "prep/preprocess.h"
 #include "stores/db.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
 
@@ -136,6 +137,7 @@ std::vector<std::string> stored_rows(const std::filesystem::path& store) {
 // a run over two countries whose areas carry the time horizon along.
 TEST(PreproIdentity, ThreadsWriteTheRowsOfOneThreadInItsOrder) {
   TempDir dir;
+  testing::SessionGuard session_guard;
   reset_session();
   session().app_folder = dir.path();
   session().db_version = 5;

@@ -11,6 +11,7 @@
 #include "prep/packaging.h"
 #include "prep/preprocess.h"
 #include "stores/db.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/small_disk.h"
 #include "support/temp_dir.h"
@@ -32,6 +33,7 @@ std::string file_bytes(const std::filesystem::path& p) {
 // "Copy DBs" does; runs over Luxembourg (four areas) keep the tests quick.
 class PreprocessTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     session().app_folder = dir.path();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <optional>
 #include <sstream>
 
 #include "assessment/assessment_file.h"
@@ -11,6 +12,7 @@
 #include "core/session.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
 
@@ -61,11 +63,12 @@ int index_of(int level, const std::string& text) {
 
 class RegionsTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     Session& s = session();
     s.app_folder = dir_.path();
-    set_preferences_path(dir_ / "ARVEN.ini");
+    prefs_.emplace(dir_ / "ARVEN.ini");
     {
       Db dk = create_country_store_base(dk_);
       add_area(dk, 0, kDK, {}, "DK", "Danmark", 43172);
@@ -89,8 +92,6 @@ class RegionsTest : public ::testing::Test {
     create_assessment_file(file_);
     regions_load();
   }
-  void TearDown() override { set_preferences_path(""); }
-
   // Country > its NUTS1 > the NUTS2 area, as a person clicks through them.
   void pick(const std::string& country, const std::string& nuts1 = "",
             const std::string& nuts2 = "") {
@@ -115,6 +116,7 @@ class RegionsTest : public ::testing::Test {
   std::string ie_ = (dir_ / "new_arven_operations_IE.mdb").string();
   std::string file_ = (dir_ / "profile.arv").string();
   RegionsUi ui_;
+  std::optional<testing::PreferencesGuard> prefs_;
 };
 
 TEST_F(RegionsTest, ListsCascadeFromTheChosenCountry) {

@@ -14,6 +14,7 @@
 #include "prep/rvc_import.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "support/guards.h"
 #include "support/temp_dir.h"
 
 namespace arven {
@@ -38,6 +39,7 @@ std::string dump(const Db& db, const std::string& table) {
 // RVC classes for every area but AA113.
 class RvcImportTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     session().app_folder = dir.path();

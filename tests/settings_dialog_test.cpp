@@ -5,6 +5,7 @@
 #include "core/preferences.h"
 #include "core/session.h"
 #include "engine/impact_cache.h"
+#include "support/guards.h"
 #include "support/store_fixture.h"
 
 namespace arven {
@@ -15,7 +16,7 @@ class SettingsDialogTest : public testing::StoreFixture {
   SettingsDialogTest() : StoreFixture(false) {}
   void SetUp() override {
     StoreFixture::SetUp();
-    set_preferences_path(dir_ / "ARVEN.ini");
+    prefs_.emplace(dir_ / "ARVEN.ini");
     session().documents_folder = (dir_ / "docs").string();
     std::filesystem::create_directories(dir_ / "docs/My ARVEN Files");
     session().decimal_separator = ".";
@@ -25,10 +26,6 @@ class SettingsDialogTest : public testing::StoreFixture {
                      {id, "Output " + std::to_string(id), type, norm});
     settings_load();
   }
-  void TearDown() override {
-    set_preferences_path("");
-    StoreFixture::TearDown();
-  }
   double store_factor(int id) {
     auto rows =
         store_->query("SELECT \"Norm_factor\" FROM \"Activities\" WHERE \"Activity ID\" = ?", {id});
@@ -36,6 +33,7 @@ class SettingsDialogTest : public testing::StoreFixture {
   }
 
   testing::ScriptedUi ui;
+  std::optional<testing::PreferencesGuard> prefs_;
 };
 
 TEST_F(SettingsDialogTest, ApplyRefusesBothWeightsAtZeroAndOtherwiseSavesEverything) {

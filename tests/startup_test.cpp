@@ -1,12 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <optional>
 
 #include "core/preferences.h"
 #include "core/registry.h"
 #include "core/session.h"
 #include "core/startup.h"
 #include "stores/schema.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
 #include "windows/program_start.h"
@@ -20,17 +22,15 @@ using testing::TempDir;
 
 class StartupTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     session().app_folder = dir.path() / "app";
     std::filesystem::create_directories(session().app_folder / "dbases");
-    set_preferences_path(dir / "ARVEN.ini");
+    prefs_.emplace(dir / "ARVEN.ini");
     setenv("XDG_DOCUMENTS_DIR", (dir / "docs").c_str(), 1);
   }
-  void TearDown() override {
-    set_preferences_path("");
-    unsetenv("XDG_DOCUMENTS_DIR");
-  }
+  void TearDown() override { unsetenv("XDG_DOCUMENTS_DIR"); }
 
   // A country store with one Version row and one RVC.
   void install(const std::string& code, const std::string& date, int db_version = 5) {
@@ -41,6 +41,7 @@ class StartupTest : public ::testing::Test {
 
   TempDir dir;
   ScriptedUi ui;
+  std::optional<testing::PreferencesGuard> prefs_;
 };
 
 TEST_F(StartupTest, NoStoreShowsTheMessageAndTheUpdateTabLeavingRestartFlag) {

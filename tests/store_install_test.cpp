@@ -12,6 +12,7 @@
 #include "settings/zip_files.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "support/guards.h"
 #include "support/static_server.h"
 #include "support/temp_dir.h"
 
@@ -183,7 +184,7 @@ TEST_F(StoreInstallTest, DownloaderFetchesInstallsClearsTheKeyAndRestarts) {
   write_file(www / "arven_db_LU.zip.sha256", std::string(64, 'a') + "  arven_db_LU.zip\n");
   EXPECT_EQ(run(), 0);  // the restarted program's status
   EXPECT_EQ(installed(), old_store);
-  set_preferences_path(ini);
+  testing::PreferencesGuard prefs(ini);
   EXPECT_NE(get_setting("Download", "Result", "").find("checksum"), std::string::npos);
   EXPECT_EQ(get_setting("Download", "Installed", "?"), "");
   EXPECT_EQ(read_file(dir / "restarted"), "again\n");
@@ -195,7 +196,6 @@ TEST_F(StoreInstallTest, DownloaderFetchesInstallsClearsTheKeyAndRestarts) {
   EXPECT_EQ(get_setting("Download", "Result", "?"), "");
   EXPECT_EQ(get_setting("Download", "Installed", ""), "29");
   EXPECT_EQ(read_file(dir / "restarted"), "again\n");
-  set_preferences_path("");
 }
 
 }  // namespace

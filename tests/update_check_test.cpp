@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <optional>
 
 #include "core/preferences.h"
 #include "core/registry.h"
@@ -18,6 +19,7 @@
 #include "settings/update_server.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/static_server.h"
 #include "support/temp_dir.h"
@@ -32,14 +34,14 @@ using testing::write_file;
 
 class UpdateCheckTest : public ::testing::Test {
  protected:
+  testing::SessionGuard session_guard_;
   void SetUp() override {
     reset_session();
     session().app_folder = dir / "app";
     session().db_version = kDbVersion;
     std::filesystem::create_directories(session().app_folder / "dbases");
-    set_preferences_path(dir / "ARVEN.ini");
+    prefs_.emplace(dir / "ARVEN.ini");
   }
-  void TearDown() override { set_preferences_path(""); }
 
   void install(const std::string& code, const std::string& date) {
     Db db = create_country_store_base(country_store_path(session().app_folder, code));
@@ -73,6 +75,7 @@ class UpdateCheckTest : public ::testing::Test {
 
   TempDir dir;
   ScriptedUi ui;
+  std::optional<testing::PreferencesGuard> prefs_;
 };
 
 TEST_F(UpdateCheckTest, SoftwareVersionsCompareEachPartByItself) {

@@ -15,6 +15,7 @@
 #include "prep/xlsx_reader.h"
 #include "stores/db.h"
 #include "stores/schema.h"
+#include "support/guards.h"
 #include "support/temp_dir.h"
 
 namespace arven {
@@ -161,6 +162,7 @@ TEST(XlsxReader, ReadsWhatASpreadsheetProgramWrites) {
 // same rows as the import from the export store.
 TEST(XlsxReader, ImportOfAWrittenWorkbookMatchesTheStoreImport) {
   TempDir dir;
+  testing::SessionGuard session_guard;
   reset_session();
   session().app_folder = dir.path();
   fs::create_directories(rvc_import_workbook_path().parent_path());

@@ -324,15 +324,6 @@ bool add_nuts(Ui& ui, int k, int64_t new_id) {
 bool add_nuts0(Ui& ui, int64_t id) {
   return add_nuts(ui, 0, id);
 }
-bool add_nuts1(Ui& ui, int64_t id) {
-  return add_nuts(ui, 1, id);
-}
-bool add_nuts2(Ui& ui, int64_t id) {
-  return add_nuts(ui, 2, id);
-}
-bool add_nuts3(Ui& ui, int64_t id) {
-  return add_nuts(ui, 3, id);
-}
 
 void select_region_row(int row) {
   if (row >= 1 && row < regions().table.rows()) regions().current_row = row;

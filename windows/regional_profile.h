@@ -88,9 +88,6 @@ void add_command(Ui& ui, int level);
 // another country; each refusal is a message and changes nothing. True when
 // the area was added and saved.
 bool add_nuts0(Ui& ui, int64_t id);
-bool add_nuts1(Ui& ui, int64_t id);
-bool add_nuts2(Ui& ui, int64_t id);
-bool add_nuts3(Ui& ui, int64_t id);
 bool add_nuts(Ui& ui, int level, int64_t id);
 
 // Makes a table row (1..) current; other rows are ignored.

@@ -15,6 +15,7 @@
 #include "core/session.h"
 #include "engine/catalogue.h"
 #include "engine/explorer_state.h"
+#include "guards.h"
 #include "reports/explorer_window.h"
 #include "reports/page_kit.h"
 #include "scripted_ui.h"
@@ -117,6 +118,7 @@ class StoreFixture : public ::testing::Test {
   // A page written to the program folder.
   std::string page(const std::string& name) const { return read_file(dir_ / name); }
 
+  SessionGuard session_guard_;
   TempDir dir_;
   std::filesystem::path file_;
   std::optional<Db> store_;
