@@ -8,6 +8,7 @@
 
 #include "core/session.h"
 #include "prep/activity_delta.h"
+#include "prep/activity_factors.h"
 #include "prep/drill_down.h"
 #include "prep/master_import.h"
 #include "prep/master_keys.h"
@@ -228,6 +229,50 @@ TEST_F(DataTools, ReferencesAreEditedWhereUsedAndKeptWhileNamed) {
   save_factor_refs(rows[0].table, rows[0].rowid, rows[0].refs);
   delete_reference(id);
   EXPECT_EQ(table("References"), refs);
+}
+
+TEST_F(DataTools, SavingFactorsKeepsTheRefsAndQualityOfTheRowsThatRemain) {
+  // References chosen for a class row in the References tool...
+  std::vector<FactorRefRow> rows = factor_ref_rows(11);
+  ASSERT_EQ(rows.size(), 5u);
+  save_factor_refs(rows[1].table, rows[1].rowid, {16, 5});
+  const std::string sql =
+      "SELECT \"RVC Value\", Refs, Data_Quality FROM Mitigation_Activity_Emission_Factors "
+      "WHERE \"Activity ID\" = 11 ORDER BY \"RVC Value\"";
+  std::string before = dump(sql);
+  ASSERT_NE(before.find("2|16, 5|2\n"), std::string::npos) << before;
+
+  // ...survive the factor editor's next save of the activity: a changed
+  // value keeps its row's, a dropped class takes its own away, a new class
+  // starts without.
+  int64_t rvc = 0;
+  GridTable t = get_ghg_details(11, FactorKind::carbon_sequestration, rvc);
+  ASSERT_EQ(t.rows(), 6);
+  for (int r = 1; r < t.rows(); ++r) t.cell(r, 2) = "-20";
+  t.cell(3, 1) = "-0.45";
+  t.cell(5, 0) = "6";
+  save_ghg_details(11, 2, rvc, t);
+  before.replace(before.find("5|5, 6|2\n"), 9, "6||\n");
+  EXPECT_EQ(dump(sql), before);
+  EXPECT_EQ(dump("SELECT tCO2e FROM Mitigation_Activity_Emission_Factors WHERE \"RVC Value\" = "
+                 "3 AND \"Activity ID\" = 11"),
+            "-0.45\n");
+
+  // An ecosystem-service row also keeps its impact category; so do yields.
+  const std::string es =
+      "SELECT \"RVC ID\", \"Impact Category ID\", Refs, Data_Quality FROM "
+      "Adaptation_Activity_Impact_Factors WHERE \"Activity ID\" = 20 ORDER BY rowid";
+  std::string es_before = dump(es);
+  GridTable e = get_es_details(20);
+  e.cell(2, 2) = "0.55";
+  save_es_details(20, e);
+  EXPECT_EQ(dump(es), es_before);
+  const std::string ys = "SELECT Refs, Data_Quality FROM Yield_Activity_Impact_Factors";
+  std::string ys_before = dump(ys);
+  GridTable y = get_yield_details(34, rvc);
+  y.cell(1, 1) = "11";
+  save_yield_details(34, rvc, y);
+  EXPECT_EQ(dump(ys), ys_before);
 }
 
 TEST_F(DataTools, DrillDownRowsAreTheOnesThatMakeTheStoredFigure) {
