@@ -14,6 +14,7 @@
 #include "prep/master_keys.h"
 #include "prep/packaging.h"
 #include "prep/preprocess.h"
+#include "prep/rationalised_store.h"
 #include "prep/references.h"
 #include "prep/table_sheets.h"
 #include "prep/update_page.h"
@@ -173,6 +174,80 @@ TEST_F(DataTools, PracticalityItemsAreEditedAndAssignedInTheListsEditor) {
   items.cell(added, 0) = "11";
   EXPECT_THROW(replace_table_rows("Practicality_Items", items), EditError);  // 10 is assigned
   EXPECT_EQ(table("Practicality_Items"), before);
+}
+
+TEST_F(DataTools, RationalisedOperationsAreEditedAndAssignedInTheirOwnStore) {
+  auto add = [](GridTable& g, std::vector<std::string> cells) {
+    int r = g.add_row();
+    for (int c = 0; c < g.cols(); ++c) g.cell(r, c) = cells[static_cast<size_t>(c)];
+  };
+  auto text = [](const GridTable& g) {
+    std::string out;
+    for (int r = 0; r < g.rows(); ++r)
+      for (int c = 0; c < g.cols(); ++c) out += g.cell(r, c) + (c + 1 < g.cols() ? "|" : "\n");
+    return out;
+  };
+  // The store is made on first use, beside the operations master.
+  ASSERT_FALSE(std::filesystem::exists(rationalised_store_path()));
+  GridTable land = master_table_rows("Land management");
+  ASSERT_TRUE(std::filesystem::exists(rationalised_store_path()));
+  EXPECT_EQ(text(land), "Rationalised ID|Rationalised Operation|Description\n");
+
+  const std::string operations = table("Operations");
+  add(land, {"1", "Hedges & field margins", "Hedgerows, buffer strips, grass margins"});
+  add(land, {"2", "Soil cover", ""});
+  EXPECT_EQ(replace_table_rows("Land management", land).rows, 2);
+  GridTable assigned = master_table_rows("Operations_Rationalised");
+  add(assigned, {"1", "Land management", "1"});
+  add(assigned, {"3", "Land management", "1"});
+  SheetImport done = replace_table_rows("Operations_Rationalised", assigned);
+  EXPECT_EQ(done.changed, 2);
+  EXPECT_EQ(done.stamped, 0);
+  EXPECT_EQ(text(master_table_rows("Land management")), text(land));
+  EXPECT_EQ(text(master_table_rows("Operations_Rationalised")), text(assigned));
+  EXPECT_EQ(table("Operations"), operations) << "the operations master is not touched";
+
+  // Refused, each naming its row and column, with both tables unchanged: an
+  // operation not in the catalogue, an unknown category, an ID its category
+  // lacks, an operation assigned twice, and a rationalised operation still
+  // assigned taken out.
+  auto refusal = [&](const std::string& name, const GridTable& grid) {
+    const std::string before = text(master_table_rows(name));
+    try {
+      replace_table_rows(name, grid);
+    } catch (const EditError& e) {
+      EXPECT_EQ(text(master_table_rows(name)), before);
+      return std::string(e.what());
+    }
+    ADD_FAILURE() << "not refused: " << text(grid);
+    return std::string();
+  };
+  auto with = [&](std::vector<std::string> row) {
+    GridTable g = assigned;
+    add(g, row);
+    return g;
+  };
+  EXPECT_NE(refusal("Operations_Rationalised", with({"999", "Land management", "1"}))
+                .find("row 3, column \"Operation ID\": \"999\" has no row in table \"Operations\""),
+            std::string::npos);
+  EXPECT_NE(refusal("Operations_Rationalised", with({"2", "Forestry", "1"}))
+                .find("row 3, column \"Category\""),
+            std::string::npos);
+  EXPECT_NE(refusal("Operations_Rationalised", with({"2", "Tourism and leisure", "1"}))
+                .find("\"1\" has no row in table \"Tourism and leisure\""),
+            std::string::npos);
+  EXPECT_NE(refusal("Operations_Rationalised", with({"1", "Land management", "2"}))
+                .find("row 1 has the same key"),
+            std::string::npos);
+  GridTable fewer = master_table_rows("Land management");
+  fewer.cell(1, 0) = "5";
+  EXPECT_NE(refusal("Land management", fewer)
+                .find("no row is left with \"Rationalised ID\" 1, which table "
+                      "\"Operations_Rationalised\" still names (row 1"),
+            std::string::npos);
+  fewer.cell(1, 0) = "x";
+  EXPECT_NE(refusal("Land management", fewer).find("row 1, column \"Rationalised ID\""),
+            std::string::npos);
 }
 
 TEST_F(DataTools, ReferencesAreEditedWhereUsedAndKeptWhileNamed) {
