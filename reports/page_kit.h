@@ -81,6 +81,20 @@ class PageFile {
   std::set<std::string> once_;
 };
 
+// While one lives, every PageFile is written into `folder` instead of the
+// program folder (the static web export writes the program's own pages
+// there); the one before it is in force again when it goes.
+class PageFolder {
+ public:
+  explicit PageFolder(std::filesystem::path folder);
+  ~PageFolder();
+  PageFolder(const PageFolder&) = delete;
+  PageFolder& operator=(const PageFolder&) = delete;
+
+ private:
+  std::filesystem::path previous_;
+};
+
 // Where page_footer takes today's date from. An empty function restores the
 // local calendar date; tests install a fixed day.
 using PageDateSource = std::function<std::chrono::year_month_day()>;
