@@ -89,7 +89,11 @@ test('the static web export opens from disk with no console error and no dead li
     assert.equal(kinds.get('details'), kinds.get('area'));
     assert.ok(['DK.htm', 'IE.htm', 'LU.htm'].every((f) => written.includes(f)), written.join(' '));
     assert.ok(pies > 0, 'the details pages draw their pie charts');
+    // A pie is drawn with its slices, as in the program.
     await page.goto(pathToFileURL(path.join(folder, 'IE_details.htm')).href);
+    await page.locator('.highcharts-point').first().waitFor();
+    await page.waitForTimeout(1500);  // the pie's animation
+    assert.ok(await page.locator('#container1 .highcharts-point').count() > 1, 'the first pie has its slices');
     await page.screenshot({ path: screenshotPath('webexport-details') });
   } finally {
     await browser.close();
