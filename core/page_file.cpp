@@ -44,10 +44,24 @@ void header_lines(PageFile& out) {
 
 namespace {
 constexpr size_t kPageChunk = 64 * 1024;  // bytes gathered before a write
+
+std::filesystem::path& page_folder_override() {
+  static std::filesystem::path folder;
+  return folder;
+}
 }  // namespace
 
+PageFolder::PageFolder(std::filesystem::path folder) : previous_(page_folder_override()) {
+  page_folder_override() = std::move(folder);
+}
+
+PageFolder::~PageFolder() {
+  page_folder_override() = previous_;
+}
+
 PageFile::PageFile(std::string_view name)
-    : path_(session().app_folder / std::string(name)),
+    : path_((page_folder_override().empty() ? session().app_folder : page_folder_override()) /
+            std::string(name)),
       file_(std::make_unique<ReplacingFile>(path_)),
       exceptions_(std::uncaught_exceptions()) {}
 

@@ -22,7 +22,8 @@ namespace arven {
 // read-only").
 class PageFile {
  public:
-  // Starts the new session().app_folder / name beside the old one.
+  // Starts the new session().app_folder / name (or the PageFolder's) beside
+  // the old one.
   explicit PageFile(std::string_view name);
   PageFile(const PageFile&) = delete;
   PageFile& operator=(const PageFile&) = delete;
@@ -50,6 +51,20 @@ class PageFile {
   std::string pending_;  // lines not yet written
   int exceptions_ = 0;   // uncaught when the page was started
   std::set<std::string> once_;
+};
+
+// While one lives, every PageFile is written into `folder` instead of the
+// program folder (the static web export writes the program's own pages
+// there); the one before it is in force again when it goes.
+class PageFolder {
+ public:
+  explicit PageFolder(std::filesystem::path folder);
+  ~PageFolder();
+  PageFolder(const PageFolder&) = delete;
+  PageFolder& operator=(const PageFolder&) = delete;
+
+ private:
+  std::filesystem::path previous_;
 };
 
 // Where page_footer takes today's date from. An empty function restores the

@@ -1,5 +1,6 @@
 #include "prep/activity_factors.h"
 
+#include <map>
 #include <set>
 
 #include "base/numbers.h"
@@ -50,16 +51,58 @@ Value class_value(const GridTable& t, int r) {
   return static_cast<double>(static_cast<float>(number_cell(t, r, "RVC Class", false)));
 }
 
+// The columns of a factor row that the editor does not show: its Refs and
+// Data_Quality (chosen in the References tool and the component manager)
+// and an ecosystem-service row's Impact Category ID. A saved row that
+// matches an old one (same RVC, and same class where the kind has classes)
+// keeps them; new rows start without.
+struct Kept {
+  Value refs, quality, category;
+};
+class KeptColumns {
+ public:
+  KeptColumns(Db& db, const char* table, int64_t activity_id, bool by_class) : by_class_(by_class) {
+    auto rows =
+        db.query("SELECT * FROM " + q(table) + " WHERE " + q("Activity ID") + " = ? ORDER BY rowid",
+                 {activity_id});
+    bool has_category = std::string_view(table) == kAdaptation;
+    while (rows.next())
+      old_[key(rows.get("RVC ID"), by_class ? rows.get("RVC Value") : Value())].push_back(
+          {rows.get("Refs"), rows.get("Data_Quality"),
+           has_category ? rows.get("Impact Category ID") : Value()});
+  }
+  // The kept columns of the next saved row with this RVC and class; two
+  // rows of the same key take the old ones in stored order.
+  Kept take(const Value& rvc_id, const Value& cls) {
+    auto it = old_.find(key(rvc_id, by_class_ ? cls : Value()));
+    if (it == old_.end() || it->second.empty()) return {};
+    Kept k = it->second.front();
+    it->second.erase(it->second.begin());
+    return k;
+  }
+
+ private:
+  // Classes are compared as numbers: an old class may be stored as an
+  // integer, a saved one as a float.
+  static std::string key(const Value& rvc_id, const Value& cls) {
+    return std::to_string(rvc_id.as_int()) + "|" +
+           (cls.is_empty() ? std::string() : number_to_text(cls.as_double()));
+  }
+  bool by_class_;
+  std::map<std::string, std::vector<Kept>> old_;
+};
+
 // Replaces the activity's rows of `table` by those `insert` writes, in one
 // transaction, then stamps the operations that use the activity; returns
-// how many it stamped.
+// how many it stamped. `insert` takes the old rows' kept columns.
 template <class Insert>
-int replace_rows(const char* table, int64_t activity_id, Insert&& insert) {
+int replace_rows(const char* table, int64_t activity_id, bool by_class, Insert&& insert) {
   {
     Db db = ops_db();
     Transaction tx(db);
+    KeptColumns kept(db, table, activity_id, by_class);
     db.exec("DELETE FROM " + q(table) + " WHERE " + q("Activity ID") + " = ?", {activity_id});
-    insert(db);
+    insert(db, kept);
     tx.commit();
   }
   return update_op_update_date(activity_id);
@@ -188,11 +231,15 @@ int save_ghg_details(int64_t activity_id, int mitigation_type, int64_t rvc_id,
     rows.push_back(row);
   }
   // Both mitigation types share the table: an activity has one kind.
-  return replace_rows(kMitigation, activity_id, [&](Db& db) {
-    for (const Row& r : rows)
-      db.insert(kMitigation,
-                {"Activity ID", "RVC ID", "RVC Value", "Mitigation Type", "tCO2e", "Equilibrium"},
-                {activity_id, rvc_id, r.cls, mitigation_type, r.tco2e, r.equilibrium});
+  return replace_rows(kMitigation, activity_id, true, [&](Db& db, KeptColumns& kept) {
+    for (const Row& r : rows) {
+      Kept k = kept.take(rvc_id, r.cls);
+      db.insert(
+          kMitigation,
+          {"Activity ID", "RVC ID", "RVC Value", "Mitigation Type", "tCO2e", "Equilibrium", "Refs",
+           "Data_Quality"},
+          {activity_id, rvc_id, r.cls, mitigation_type, r.tco2e, r.equilibrium, k.refs, k.quality});
+    }
   });
 }
 
@@ -200,10 +247,12 @@ int save_yield_details(int64_t activity_id, int64_t rvc_id, const GridTable& tab
   std::vector<std::pair<Value, double>> rows;
   for (int r = 1; r < table.rows(); ++r)
     rows.push_back({class_value(table, r), number_cell(table, r, "Yield", true)});
-  return replace_rows(kYield, activity_id, [&](Db& db) {
-    for (const auto& [cls, yield] : rows)
-      db.insert(kYield, {"Activity ID", "RVC ID", "RVC Value", "Yield"},
-                {activity_id, rvc_id, cls, yield});
+  return replace_rows(kYield, activity_id, true, [&](Db& db, KeptColumns& kept) {
+    for (const auto& [cls, yield] : rows) {
+      Kept k = kept.take(rvc_id, cls);
+      db.insert(kYield, {"Activity ID", "RVC ID", "RVC Value", "Yield", "Refs", "Data_Quality"},
+                {activity_id, rvc_id, cls, yield, k.refs, k.quality});
+    }
   });
 }
 
@@ -216,9 +265,14 @@ int save_es_details(int64_t activity_id, const GridTable& table) {
                       "\" is not a whole number. Nothing was saved; the old values stay.");
     rows.push_back({static_cast<int64_t>(id), number_cell(table, r, "Value", false)});
   }
-  return replace_rows(kAdaptation, activity_id, [&](Db& db) {
-    for (const auto& [id, value] : rows)
-      db.insert(kAdaptation, {"Activity ID", "RVC ID", "Impact factor"}, {activity_id, id, value});
+  return replace_rows(kAdaptation, activity_id, false, [&](Db& db, KeptColumns& kept) {
+    for (const auto& [id, value] : rows) {
+      Kept k = kept.take(id, Value());
+      db.insert(
+          kAdaptation,
+          {"Activity ID", "Impact Category ID", "RVC ID", "Impact factor", "Refs", "Data_Quality"},
+          {activity_id, k.category, id, value, k.refs, k.quality});
+    }
   });
 }
 

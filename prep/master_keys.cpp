@@ -32,6 +32,16 @@ const Keys& single_keys() {
       {"NUTS1", {"NUTS1_ID"}},
       {"NUTS2", {"NUTS2_ID"}},
       {"NUTS3", {"NUTS3_ID"}},
+      // The rationalised operations store: an operation has one rationalised
+      // operation, named by its category and ID.
+      {"Land management", {"Rationalised ID"}},
+      {"Financial and infrastructure support", {"Rationalised ID"}},
+      {"Markets, products & diversification", {"Rationalised ID"}},
+      {"Renewable energies", {"Rationalised ID"}},
+      {"Tourism and leisure", {"Rationalised ID"}},
+      {"Training and education", {"Rationalised ID"}},
+      {"Other operations", {"Rationalised ID"}},
+      {"Operations_Rationalised", {"Operation ID"}},
   };
   return k;
 }

@@ -11,6 +11,7 @@
 #include "prep/master_import.h"
 #include "prep/master_keys.h"
 #include "prep/master_stores.h"
+#include "prep/rationalised_store.h"
 #include "prep/references.h"
 #include "prep/xlsx_reader.h"
 #include "stores/schema.h"
@@ -23,21 +24,33 @@ std::string q(std::string_view name) {
   return quote_name(name);
 }
 
+enum class Store { ops, rvc, rationalised };
+
 struct MasterTable {
   const TableDef* def = nullptr;
-  bool in_ops = true;  // the operations master, else the RVC master
+  Store store = Store::ops;
 };
 
 MasterTable locate(const std::string& table) {
   for (const auto& t : operations_master_tables())
-    if (t.name == table) return {&t, true};
+    if (t.name == table) return {&t, Store::ops};
   for (const auto& t : rvcs_master_tables())
-    if (t.name == table) return {&t, false};
+    if (t.name == table) return {&t, Store::rvc};
+  for (const auto& t : rationalised_tables())
+    if (t.name == table) return {&t, Store::rationalised};
   throw EditError("There is no master table \"" + table + "\".");
 }
 
 Db open_store(const MasterTable& m) {
-  return m.in_ops ? ops_db() : rvc_db();
+  switch (m.store) {
+    case Store::ops:
+      return ops_db();
+    case Store::rvc:
+      return rvc_db();
+    case Store::rationalised:
+      break;
+  }
+  return rationalised_db();
 }
 
 std::vector<std::string> column_names(const TableDef& def) {
@@ -208,6 +221,28 @@ std::set<std::string> new_values(const std::vector<SheetRow>& rows, int column) 
   return out;
 }
 
+// An assignment names an operation of the catalogue (in the operations
+// master), a category by its table's name, and a row of that table.
+void check_assignments(const SheetCheck& check, const std::vector<SheetRow>& rows, const Db& db) {
+  std::set<std::string> operations = stored_values(ops_db(), "Operations", "Operation ID");
+  const int op = 0, category = 1, id = 2;
+  std::map<std::string, std::set<std::string>> ids;
+  for (const auto& row : rows) {
+    const std::string name = row.values[category].as_text();
+    if (!operations.count(row.values[op].as_text()))
+      check.fail(row.line, op,
+                 "\"" + row.values[op].as_text() +
+                     "\" has no row in table \"Operations\" of the operations master");
+    if (!is_rationalised_category(name))
+      check.fail(row.line, category,
+                 "\"" + name + "\" is not a category of rationalised operation");
+    if (!ids.count(name)) ids[name] = stored_values(db, name, "Rationalised ID");
+    if (!ids[name].count(row.values[id].as_text()))
+      check.fail(row.line, id,
+                 "\"" + row.values[id].as_text() + "\" has no row in table \"" + name + "\"");
+  }
+}
+
 // The columns of the sheet that name rows of other tables (or of itself).
 void check_named_rows(const SheetCheck& check, const std::vector<SheetRow>& rows, const Db& db) {
   const std::string& table = check.def.name;
@@ -223,6 +258,7 @@ void check_named_rows(const SheetCheck& check, const std::vector<SheetRow>& rows
             row.line, col,
             "\"" + row.values[col].as_text() + "\" has no row in table \"" + fk.parent + "\"");
   }
+  if (table == kRationalisedAssignments) check_assignments(check, rows, db);
   if (std::find(refs_tables().begin(), refs_tables().end(), table) == refs_tables().end()) return;
   int col = column_index(check.def, "Refs");
   std::set<std::string> refs = stored_values(db, "References", "Ref ID");
@@ -255,6 +291,15 @@ void check_kept_rows(const SheetCheck& check, const std::vector<SheetRow>& rows,
       if (!v.is_empty() && !keys.count(v.as_text()))
         refuse(fk.parent_column, v.as_text(), fk.table, named.row(), fk.column);
     }
+  }
+  if (is_rationalised_category(table)) {
+    std::set<std::string> keys = new_values(rows, column_index(check.def, "Rationalised ID"));
+    auto named = db.query("SELECT " + q("Category") + ", " + q("Rationalised ID") + " FROM " +
+                          q(kRationalisedAssignments) + " ORDER BY rowid");
+    while (named.next())
+      if (named.get(0).as_text() == table && !keys.count(named.get(1).as_text()))
+        refuse("Rationalised ID", named.get(1).as_text(), kRationalisedAssignments, named.row(),
+               "Rationalised ID");
   }
   if (table != "References") return;
   std::set<std::string> keys = new_values(rows, column_index(check.def, "Ref ID"));
@@ -386,7 +431,8 @@ SheetImport replace_rows(const MasterTable& m, const XlsxSheet& sheet) {
   result.rows = static_cast<int>(rows.size());
   auto changed = changed_rows(stored_rows(db, def), rows);
   result.changed = static_cast<int>(changed.size());
-  std::set<int64_t> ops = m.in_ops ? affected_operations(db, def, changed) : std::set<int64_t>{};
+  std::set<int64_t> ops =
+      m.store == Store::ops ? affected_operations(db, def, changed) : std::set<int64_t>{};
   Transaction tx(db);
   db.exec("DELETE FROM " + q(def.name));
   const std::vector<std::string> names = column_names(def);

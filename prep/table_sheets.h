@@ -39,7 +39,9 @@ struct SheetImport {
 // the store stays as it was; an unreadable workbook throws XlsxError.
 SheetImport import_table_xlsx(const std::string& table, const std::filesystem::path& file);
 
-// The table's rows as text, row 0 the column titles.
+// The table's rows as text, row 0 the column titles. These two also take
+// the tables of the rationalised operations store (prep/rationalised_store.h),
+// whose assignments are checked against the operations master's catalogue.
 GridTable master_table_rows(const std::string& table);
 // Replaces the table's rows by those of an editor's grid (row 0 the column
 // titles, as master_table_rows gives them), checked and written as

@@ -446,6 +446,21 @@ void ranges_sections(PageFile& out, const Db& store, int64_t id) {
 
 }  // namespace
 
+void operation_range_body(PageFile& out, int64_t id, const std::string& fallback_name) {
+  std::string name;
+  try {
+    name = operation_name(id).as_text();
+  } catch (const StoreError&) {
+    name = fallback_name;
+  }
+  out.line(big_heading(html_escape(name)));
+  out.line(
+      paragraph("No region is currently selected, so a carbon balance cannot be calculated. A "
+                "range of data is presented instead."));
+  Db store = Db::open(session().ops_db_path);
+  ranges_sections(out, store, id);
+}
+
 // ---- the report of one operation ----
 
 void operation_specific_html_hub(Ui& ui, int in_file, int kind) {
@@ -656,20 +671,7 @@ void operation_general_html_hub(Ui& ui, const Tree& tree, TreeViewKind view) {
     const TreeNode& node = tree.nodes[static_cast<size_t>(sel)];
     if (tree.is_operation(sel)) {
       const int64_t id = tree.operation_id(sel);
-      std::string name;
-      try {
-        name = operation_name(id).as_text();
-      } catch (const StoreError&) {
-        name = node.text;
-      }
-      out.line(big_heading(html_escape(name)));
-      out.line(paragraph(
-          "No region is currently selected, so a carbon balance cannot be calculated. A range of "
-          "data is presented instead."));
-      {
-        Db store = Db::open(session().ops_db_path);
-        ranges_sections(out, store, id);
-      }
+      operation_range_body(out, id, node.text);
       if (!session().current_file.empty()) {
         const std::string ids = id_text(id);
         out.line(paragraph(operation_in_assessment(id) ? link(ids + ".yyy", "REMOVE")

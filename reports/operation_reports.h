@@ -1,12 +1,15 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "core/ui.h"
 #include "engine/catalogue.h"
 
 namespace arven {
+
+class PageFile;
 
 // The explorer's pages of chosen operations (ranked, mitigation, adaptation
 // and production lists) and the report of one operation, from the figures
@@ -30,6 +33,12 @@ void operation_specific_html_hub(Ui& ui, int in_file, int kind);
 // operation.htm for the selected node of a tree: a group's operations, a
 // flat list, or an operation's ranges when no region is chosen.
 void operation_general_html_hub(Ui& ui, const Tree& tree, TreeViewKind view);
+
+// The body of an operation's range page (the page of an operation chosen
+// with no region): its name (`fallback_name` when the store has none), the
+// note, and the Mitigation, Adaptation, Productivity and Practicality
+// sections.
+void operation_range_body(PageFile& out, int64_t id, const std::string& fallback_name);
 
 // ---- the arithmetic of the ranked list ----
 

@@ -36,7 +36,8 @@ void guarded(Ui& ui, const std::string& title, const std::function<void()>& acti
 // Manager" (admin/rvcman) and the EU budget chart (admin/budget); the data
 // tools "Spreadsheet Import and Export" (admin/sheets), "References"
 // (admin/references), "Data Drill-down" (admin/drill), "Operation Lists
-// and Practicality" (admin/lists) and "Manual Update Page" (admin/updatepage).
+// and Practicality" (admin/lists), "Manual Update Page" (admin/updatepage)
+// and "Static Web Export" (admin/webexport).
 void register_details_window(WebUi& ui);
 void register_factors_window(WebUi& ui);
 void register_compman_windows(WebUi& ui);
@@ -45,5 +46,6 @@ void register_references_window(WebUi& ui);
 void register_drill_window(WebUi& ui);
 void register_lists_window(WebUi& ui);
 void register_update_page_window(WebUi& ui);
+void register_web_export_window(WebUi& ui);
 
 }  // namespace arven::shell

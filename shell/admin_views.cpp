@@ -109,6 +109,7 @@ const std::vector<AdminTool>& admin_tools() {
       {"drill", "Data Drill-down", "admin/drill"},
       {"lists", "Operation Lists and Practicality", "admin/lists"},
       {"updatepage", "Manual Update Page", "admin/updatepage"},
+      {"webexport", "Static Web Export", "admin/webexport"},
   };
   return tools;
 }
@@ -213,6 +214,7 @@ void register_admin_windows(WebUi& ui) {
   register_drill_window(ui);
   register_lists_window(ui);
   register_update_page_window(ui);
+  register_web_export_window(ui);
 }
 
 }  // namespace arven::shell

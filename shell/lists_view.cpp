@@ -2,6 +2,7 @@
 #include "prep/table_sheets.h"
 #include "shell/admin_controls.h"
 #include "stores/db.h"
+#include "stores/schema.h"
 
 namespace arven::shell {
 
@@ -11,11 +12,16 @@ namespace {
 
 constexpr const char* kTitle = "Operation Lists and Practicality";
 
-// The hand-kept lists of the operations master that this window edits.
+// The hand-kept lists of the operations master that this window edits, then
+// the tables of the rationalised operations store.
 const std::vector<std::string>& list_tables() {
-  static const std::vector<std::string> t = {
-      "Practicality_Items",    "Operations_Practicality",        "Operations_Types",
-      "Scoped_Out_Operations", "Scoped_Out_Operations_Measures", "xPPL_List"};
+  static const std::vector<std::string> t = [] {
+    std::vector<std::string> out = {
+        "Practicality_Items",    "Operations_Practicality",        "Operations_Types",
+        "Scoped_Out_Operations", "Scoped_Out_Operations_Measures", "xPPL_List"};
+    for (const auto& table : rationalised_tables()) out.push_back(table.name);
+    return out;
+  }();
   return t;
 }
 
@@ -83,7 +89,10 @@ json controls() {
           {"caption", d.status},
           {"html",
            "<p>Practicality items and their operations, operation types, the scoped-out "
-           "operations with their measures, and the xPPL_List. Save checks every row against "
+           "operations with their measures, and the xPPL_List. Then the rationalised operations, "
+           "kept in a store of their own: each category's table lists its rationalised "
+           "operations, and Operations_Rationalised assigns an operation of the catalogue to "
+           "one of them by its category and Rationalised ID. Save checks every row against "
            "the table's types and keys, and writes the table in one step.</p>"},
           {"lists", {list_control("tables", "List", list_tables(), selected)}},
           {"grid", grid},

@@ -273,6 +273,23 @@ const std::vector<TableDef>& rvcs_master_tables() {
   return t;
 }
 
+const std::vector<TableDef>& rationalised_tables() {
+  static const auto t = [] {
+    std::vector<TableDef> out;
+    for (const char* category :
+         {"Land management", "Financial and infrastructure support",
+          "Markets, products & diversification", "Renewable energies", "Tourism and leisure",
+          "Training and education", "Other operations"})
+      out.push_back(
+          {category,
+           {{"Rationalised ID", L}, {"Rationalised Operation", T, 255}, {"Description", M}}});
+    out.push_back({"Operations_Rationalised",
+                   {{"Operation ID", L}, {"Category", T, 255}, {"Rationalised ID", L}}});
+    return out;
+  }();
+  return t;
+}
+
 const std::vector<std::string>& master_only_tables() {
   static const std::vector<std::string> t = {
       "Scoped_Out_Operations", "Scoped_Out_Operations_Measures", "xPPL_List", "Countries"};
@@ -388,6 +405,14 @@ Db create_rvcs_master(const std::filesystem::path& path) {
   Db db = Db::create(path);
   Transaction tx(db);
   create_tables(db, rvcs_master_tables());
+  tx.commit();
+  return db;
+}
+
+Db create_rationalised_store(const std::filesystem::path& path) {
+  Db db = Db::create(path);
+  Transaction tx(db);
+  create_tables(db, rationalised_tables());
   tx.commit();
   return db;
 }

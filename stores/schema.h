@@ -46,6 +46,13 @@ const std::vector<TableDef>& operations_master_tables();
 // Master RVC store (arven_rvcs.mdb): RVC_List, Baseline_Impact_Look_Up and
 // the NUTS tables of levels 0..3.
 const std::vector<TableDef>& rvcs_master_tables();
+// The rationalised operations store (arven rationalised operations V3.mdb):
+// one table per category of rationalised operation ("Land management" to
+// "Other operations": `Rationalised ID`, `Rationalised Operation`,
+// `Description`), then Operations_Rationalised, which assigns an operation
+// of the catalogue (`Operation ID`) to one of them (`Category`, the
+// category's table name, and `Rationalised ID`).
+const std::vector<TableDef>& rationalised_tables();
 // The tables that only the master operations store has.
 const std::vector<std::string>& master_only_tables();
 
@@ -74,6 +81,7 @@ Db create_files_store(const std::filesystem::path& path);
 Db create_country_store_base(const std::filesystem::path& path);
 Db create_operations_master(const std::filesystem::path& path);
 Db create_rvcs_master(const std::filesystem::path& path);
+Db create_rationalised_store(const std::filesystem::path& path);
 // The pre-processor's all-country impact store: NUTS<k>_OPS_<CC> for each
 // code given, and Version.
 Db create_all_country_store(const std::filesystem::path& path,

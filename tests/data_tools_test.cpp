@@ -8,11 +8,13 @@
 
 #include "core/session.h"
 #include "prep/activity_delta.h"
+#include "prep/activity_factors.h"
 #include "prep/drill_down.h"
 #include "prep/master_import.h"
 #include "prep/master_keys.h"
 #include "prep/packaging.h"
 #include "prep/preprocess.h"
+#include "prep/rationalised_store.h"
 #include "prep/references.h"
 #include "prep/table_sheets.h"
 #include "prep/update_page.h"
@@ -176,6 +178,80 @@ TEST_F(DataTools, PracticalityItemsAreEditedAndAssignedInTheListsEditor) {
   EXPECT_EQ(table("Practicality_Items"), before);
 }
 
+TEST_F(DataTools, RationalisedOperationsAreEditedAndAssignedInTheirOwnStore) {
+  auto add = [](GridTable& g, std::vector<std::string> cells) {
+    int r = g.add_row();
+    for (int c = 0; c < g.cols(); ++c) g.cell(r, c) = cells[static_cast<size_t>(c)];
+  };
+  auto text = [](const GridTable& g) {
+    std::string out;
+    for (int r = 0; r < g.rows(); ++r)
+      for (int c = 0; c < g.cols(); ++c) out += g.cell(r, c) + (c + 1 < g.cols() ? "|" : "\n");
+    return out;
+  };
+  // The store is made on first use, beside the operations master.
+  ASSERT_FALSE(std::filesystem::exists(rationalised_store_path()));
+  GridTable land = master_table_rows("Land management");
+  ASSERT_TRUE(std::filesystem::exists(rationalised_store_path()));
+  EXPECT_EQ(text(land), "Rationalised ID|Rationalised Operation|Description\n");
+
+  const std::string operations = table("Operations");
+  add(land, {"1", "Hedges & field margins", "Hedgerows, buffer strips, grass margins"});
+  add(land, {"2", "Soil cover", ""});
+  EXPECT_EQ(replace_table_rows("Land management", land).rows, 2);
+  GridTable assigned = master_table_rows("Operations_Rationalised");
+  add(assigned, {"1", "Land management", "1"});
+  add(assigned, {"3", "Land management", "1"});
+  SheetImport done = replace_table_rows("Operations_Rationalised", assigned);
+  EXPECT_EQ(done.changed, 2);
+  EXPECT_EQ(done.stamped, 0);
+  EXPECT_EQ(text(master_table_rows("Land management")), text(land));
+  EXPECT_EQ(text(master_table_rows("Operations_Rationalised")), text(assigned));
+  EXPECT_EQ(table("Operations"), operations) << "the operations master is not touched";
+
+  // Refused, each naming its row and column, with both tables unchanged: an
+  // operation not in the catalogue, an unknown category, an ID its category
+  // lacks, an operation assigned twice, and a rationalised operation still
+  // assigned taken out.
+  auto refusal = [&](const std::string& name, const GridTable& grid) {
+    const std::string before = text(master_table_rows(name));
+    try {
+      replace_table_rows(name, grid);
+    } catch (const EditError& e) {
+      EXPECT_EQ(text(master_table_rows(name)), before);
+      return std::string(e.what());
+    }
+    ADD_FAILURE() << "not refused: " << text(grid);
+    return std::string();
+  };
+  auto with = [&](std::vector<std::string> row) {
+    GridTable g = assigned;
+    add(g, row);
+    return g;
+  };
+  EXPECT_NE(refusal("Operations_Rationalised", with({"999", "Land management", "1"}))
+                .find("row 3, column \"Operation ID\": \"999\" has no row in table \"Operations\""),
+            std::string::npos);
+  EXPECT_NE(refusal("Operations_Rationalised", with({"2", "Forestry", "1"}))
+                .find("row 3, column \"Category\""),
+            std::string::npos);
+  EXPECT_NE(refusal("Operations_Rationalised", with({"2", "Tourism and leisure", "1"}))
+                .find("\"1\" has no row in table \"Tourism and leisure\""),
+            std::string::npos);
+  EXPECT_NE(refusal("Operations_Rationalised", with({"1", "Land management", "2"}))
+                .find("row 1 has the same key"),
+            std::string::npos);
+  GridTable fewer = master_table_rows("Land management");
+  fewer.cell(1, 0) = "5";
+  EXPECT_NE(refusal("Land management", fewer)
+                .find("no row is left with \"Rationalised ID\" 1, which table "
+                      "\"Operations_Rationalised\" still names (row 1"),
+            std::string::npos);
+  fewer.cell(1, 0) = "x";
+  EXPECT_NE(refusal("Land management", fewer).find("row 1, column \"Rationalised ID\""),
+            std::string::npos);
+}
+
 TEST_F(DataTools, ReferencesAreEditedWhereUsedAndKeptWhileNamed) {
   // Where used: the factor rows whose Refs name reference 2, as SQL finds them.
   std::string named;
@@ -230,6 +306,50 @@ TEST_F(DataTools, ReferencesAreEditedWhereUsedAndKeptWhileNamed) {
   save_factor_refs(rows[0].table, rows[0].rowid, rows[0].refs);
   delete_reference(id);
   EXPECT_EQ(table("References"), refs);
+}
+
+TEST_F(DataTools, SavingFactorsKeepsTheRefsAndQualityOfTheRowsThatRemain) {
+  // References chosen for a class row in the References tool...
+  std::vector<FactorRefRow> rows = factor_ref_rows(11);
+  ASSERT_EQ(rows.size(), 5u);
+  save_factor_refs(rows[1].table, rows[1].rowid, {16, 5});
+  const std::string sql =
+      "SELECT \"RVC Value\", Refs, Data_Quality FROM Mitigation_Activity_Emission_Factors "
+      "WHERE \"Activity ID\" = 11 ORDER BY \"RVC Value\"";
+  std::string before = dump(sql);
+  ASSERT_NE(before.find("2|16, 5|2\n"), std::string::npos) << before;
+
+  // ...survive the factor editor's next save of the activity: a changed
+  // value keeps its row's, a dropped class takes its own away, a new class
+  // starts without.
+  int64_t rvc = 0;
+  GridTable t = get_ghg_details(11, FactorKind::carbon_sequestration, rvc);
+  ASSERT_EQ(t.rows(), 6);
+  for (int r = 1; r < t.rows(); ++r) t.cell(r, 2) = "-20";
+  t.cell(3, 1) = "-0.45";
+  t.cell(5, 0) = "6";
+  save_ghg_details(11, 2, rvc, t);
+  before.replace(before.find("5|5, 6|2\n"), 9, "6||\n");
+  EXPECT_EQ(dump(sql), before);
+  EXPECT_EQ(dump("SELECT tCO2e FROM Mitigation_Activity_Emission_Factors WHERE \"RVC Value\" = "
+                 "3 AND \"Activity ID\" = 11"),
+            "-0.45\n");
+
+  // An ecosystem-service row also keeps its impact category; so do yields.
+  const std::string es =
+      "SELECT \"RVC ID\", \"Impact Category ID\", Refs, Data_Quality FROM "
+      "Adaptation_Activity_Impact_Factors WHERE \"Activity ID\" = 20 ORDER BY rowid";
+  std::string es_before = dump(es);
+  GridTable e = get_es_details(20);
+  e.cell(2, 2) = "0.55";
+  save_es_details(20, e);
+  EXPECT_EQ(dump(es), es_before);
+  const std::string ys = "SELECT Refs, Data_Quality FROM Yield_Activity_Impact_Factors";
+  std::string ys_before = dump(ys);
+  GridTable y = get_yield_details(34, rvc);
+  y.cell(1, 1) = "11";
+  save_yield_details(34, rvc, y);
+  EXPECT_EQ(dump(ys), ys_before);
 }
 
 TEST_F(DataTools, DrillDownRowsAreTheOnesThatMakeTheStoredFigure) {
