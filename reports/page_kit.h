@@ -25,6 +25,10 @@ namespace arven {
 // Size code of the table writers: 0 wraps cell text in "<small><small>",
 // 1 in "<small>", 2 in nothing.
 
+// A heading and a paragraph in the pages' own fonts.
+std::string page_heading(std::string_view text);
+std::string page_paragraph(std::string_view text);
+
 // The page text of a grid cell: a number goes through format_display with
 // `places` decimals, or, when `places` is negative, with the decimals the
 // cell already has (at most three); any other text is left as it stands.
@@ -92,14 +96,5 @@ void rvc_key(PageFile& out, int size, int64_t rvc_type);
 // A NUTS code as the target of a link: characters other than letters,
 // digits, '-' and '_' are percent-encoded.
 std::string code_target(std::string_view code);
-
-// The shell's main page: wait pages, then "summary_display.htm" for the open
-// assessment file, or the welcome page with none; shows the result in the
-// main window. Sets session().rvc_db_path to the country store of each
-// region it lists. A damaged or foreign file throws StoreError.
-void summary_page(Ui& ui);
-// Writes "welcome.htm" (running the silent update check once per start) and
-// shows it in the main window.
-void welcome_page(Ui& ui);
 
 }  // namespace arven

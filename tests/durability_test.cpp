@@ -18,6 +18,7 @@
 #include "support/small_disk.h"
 #include "support/store_fixture.h"
 #include "windows/explorer.h"
+#include "windows/main_pages.h"
 #include "windows/settings_dialog.h"
 
 namespace arven {

@@ -1,4 +1,5 @@
 #include "reports/page_kit.h"
+#include "windows/main_pages.h"
 
 #include <gtest/gtest.h>
 

@@ -9,6 +9,7 @@
 #include "core/startup.h"
 #include "core/version.h"
 #include "reports/page_kit.h"
+#include "windows/main_pages.h"
 #include "windows/settings_dialog.h"
 
 namespace arven {
