@@ -12,6 +12,9 @@
 // The small HTML writers the operation reports and lists share.
 namespace arven::report_html {
 
+// What a report shows where a store has no figure.
+inline constexpr const char* kNoData = "No data";
+
 constexpr std::string_view kTableOpen =
     R"(<table border="1" cellpadding="3" cellspacing="0" width="100%" bordercolor="#808080">)";
 
