@@ -24,6 +24,7 @@
 #include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
+#include "windows/references_dialog.h"
 
 namespace arven::testing {
 namespace {
@@ -306,6 +307,43 @@ TEST_F(DataTools, ReferencesAreEditedWhereUsedAndKeptWhileNamed) {
   save_factor_refs(rows[0].table, rows[0].rowid, rows[0].refs);
   delete_reference(id);
   EXPECT_EQ(table("References"), refs);
+}
+
+// The References window as an administrator drives it: a new reference
+// added, chosen for a factor row and saved there, then refused deletion
+// while the row names it.
+TEST_F(DataTools, ReferencesDialogAddsChoosesForARowAndKeepsWhatIsNamed) {
+  ScriptedUi ui;
+  references_dialog() = ReferencesDialog();
+  references_load();
+  ReferencesDialog& d = references_dialog();
+  references_button(ui, "save");
+  EXPECT_EQ(ui.messages.back().text, "Choose a reference, or Add New, first.");
+
+  references_button(ui, "add");
+  references_set_field("Ref Short", "New study (2024)");
+  references_set_field("URL", "https://example.org/study");
+  references_button(ui, "save");
+  EXPECT_EQ(d.status, "Saved reference 17 \"New study (2024)\".");
+  ASSERT_TRUE(references_has_ref(d));
+  EXPECT_EQ(d.refs[static_cast<size_t>(d.ref)].id, 17);
+
+  references_select_activity(0);
+  references_button(ui, "saverefs");
+  EXPECT_EQ(d.status, "Choose a factor row first: there is nothing to save.");
+  references_select_row(0);
+  const std::vector<int64_t> before = d.chosen;
+  const int at = static_cast<int>(d.all.size()) - 1;  // the new one, listed last
+  ASSERT_EQ(d.all[static_cast<size_t>(at)].id, 17);
+  references_toggle(at);
+  references_button(ui, "saverefs");
+  std::vector<int64_t> expected = before;
+  expected.push_back(17);
+  EXPECT_EQ(d.rows[0].refs, expected);
+
+  ui.answers.push_back(Answer::Yes);
+  EXPECT_THROW(references_button(ui, "delete"), EditError);
+  EXPECT_EQ(dump("SELECT COUNT(*) FROM \"References\" WHERE \"Ref ID\" = 17"), "1\n");
 }
 
 TEST_F(DataTools, SavingFactorsKeepsTheRefsAndQualityOfTheRowsThatRemain) {
