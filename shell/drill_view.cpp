@@ -1,34 +1,14 @@
-#include "core/lookups.h"
-#include "prep/activity_delta.h"
-#include "prep/drill_down.h"
-#include "reports/page_kit.h"
+#include <algorithm>
+
+#include "base/html_text.h"
 #include "shell/admin_controls.h"
-#include "stores/db.h"
+#include "windows/drill_dialog.h"
 
 namespace arven::shell {
 
 using nlohmann::json;
 
 namespace {
-
-constexpr const char* kTitle = "Data Drill-down";
-
-struct DrillDialog {
-  std::vector<std::string> stores;
-  int store = 0;
-  int level = 3;
-  std::string area;  // the NUTS code typed
-  std::string search;
-  std::vector<ListItem> operations;
-  int operation = -1;
-  std::optional<DrillDown> shown;
-  std::string status;
-};
-
-DrillDialog& dialog() {
-  static DrillDialog d;
-  return d;
-}
 
 std::string table_html(const std::string& id, const GridTable& t) {
   std::string html = "<table class=\"drill\" id=\"drill-" + id + "\"><tr>";
@@ -54,25 +34,8 @@ std::string drill_html(const DrillDown& dd) {
   return html;
 }
 
-void show(Ui& ui) {
-  auto& d = dialog();
-  if (d.store < 0 || d.store >= static_cast<int>(d.stores.size())) {
-    ui.message_box("There is no country store to drill into: run the pre-processor first.", kTitle,
-                   MsgButtons::Ok, MsgIcon::Exclamation);
-    return;
-  }
-  if (d.operation < 0 || d.operation >= static_cast<int>(d.operations.size()) || d.area.empty()) {
-    ui.message_box("Choose an operation and type the NUTS code of an area first.", kTitle,
-                   MsgButtons::Ok, MsgIcon::Exclamation);
-    return;
-  }
-  d.shown = drill_down(d.stores[static_cast<size_t>(d.store)], d.level, d.area,
-                       d.operations[static_cast<size_t>(d.operation)].data);
-  d.status = "Showing the rows of " + d.shown->heading + ".";
-}
-
 json controls() {
-  auto& d = dialog();
+  auto& d = drill_dialog();
   std::vector<std::string> levels, ops;
   std::vector<bool> level_sel, op_sel, store_sel;
   for (int k = 0; k <= 3; ++k) {
@@ -84,7 +47,7 @@ json controls() {
     ops.push_back(std::to_string(d.operations[i].data) + " - " + d.operations[i].text);
     op_sel.push_back(static_cast<int>(i) == d.operation);
   }
-  return {{"title", kTitle},
+  return {{"title", kDrillTitle},
           {"no_page", true},
           {"fill", true},
           {"caption", d.status},
@@ -111,35 +74,20 @@ json controls() {
 
 void register_drill_window(WebUi& ui) {
   WindowHandlers h;
-  h.load = [] {
-    auto& d = dialog();
-    d.stores = drill_down_stores();
-    if (d.store >= static_cast<int>(d.stores.size())) d.store = 0;
-    fill_operations_like(d.operations, d.search);
-  };
+  h.load = drill_load;
   h.controls = controls;
   h.command = [&ui](const Params& p) {
-    auto& d = dialog();
-    d.status.clear();
-    guarded(ui, kTitle, [&] {
-      int index = param_int(p, "index", -1);
-      std::string list = param_text(p, "list"), input = param_text(p, "input");
-      if (input == "area") {
-        d.area = param_text(p, "value");
-      } else if (input == "search") {
-        d.search = param_text(p, "value");
-        d.operation = -1;
-        fill_operations_like(d.operations, d.search);
-      } else if (list == "stores" && index >= 0 && index < static_cast<int>(d.stores.size())) {
-        d.store = index;
-      } else if (list == "level" && index >= 0 && index <= 3) {
-        d.level = index;
-      } else if (list == "operations" && index >= 0 &&
-                 index < static_cast<int>(d.operations.size())) {
-        d.operation = index;
-      } else if (param_text(p, "button") == "show") {
-        show(ui);
-      }
+    drill_dialog().status.clear();
+    guarded(ui, kDrillTitle, [&] {
+      const std::string list = param_text(p, "list"), input = param_text(p, "input");
+      if (input == "area")
+        drill_dialog().area = param_text(p, "value");
+      else if (input == "search")
+        drill_search(param_text(p, "value"));
+      else if (!list.empty())
+        drill_select(list, param_int(p, "index", -1));
+      else if (param_text(p, "button") == "show")
+        drill_show(ui);
     });
   };
   h.query_close = [] { return true; };

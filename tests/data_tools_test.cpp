@@ -24,6 +24,8 @@
 #include "support/guards.h"
 #include "support/scripted_ui.h"
 #include "support/temp_dir.h"
+#include "windows/drill_dialog.h"
+#include "windows/lists_dialog.h"
 #include "windows/references_dialog.h"
 
 namespace arven::testing {
@@ -177,6 +179,35 @@ TEST_F(DataTools, PracticalityItemsAreEditedAndAssignedInTheListsEditor) {
   items.cell(added, 0) = "11";
   EXPECT_THROW(replace_table_rows("Practicality_Items", items), EditError);  // 10 is assigned
   EXPECT_EQ(table("Practicality_Items"), before);
+}
+
+// The lists and drill-down windows as an administrator drives them: a row
+// added and saved, a bad one refused whole, and what a button still needs.
+TEST_F(DataTools, ListsAndDrillDownWindowsSaveWholeAndSayWhatTheyNeed) {
+  ScriptedUi ui;
+  lists_dialog() = ListsDialog();
+  lists_select(0);
+  ListsDialog& d = lists_dialog();
+  ASSERT_EQ(lists_table_name(), "Practicality_Items");
+  lists_button("delrow");
+  EXPECT_EQ(d.status, "Click a cell of the row to delete first.");
+  lists_button("addrow");
+  const int added = d.rows.rows() - 1;
+  lists_edit_cell(added, 0, "10");
+  lists_edit_cell(added, 1, "Needs a water licence");
+  lists_button("save");
+  EXPECT_EQ(d.status.rfind("Saved ", 0), 0u);
+  EXPECT_NE(table("Practicality_Items").find("10|Needs a water licence"), std::string::npos);
+  const std::string before = table("Practicality_Items");
+  lists_edit_cell(added, 0, "ten");
+  EXPECT_THROW(lists_button("save"), EditError);
+  EXPECT_EQ(table("Practicality_Items"), before);
+
+  drill_dialog() = DrillDialog();
+  drill_load();
+  drill_show(ui);
+  EXPECT_EQ(ui.messages.back().title, kDrillTitle);
+  EXPECT_FALSE(drill_dialog().shown);
 }
 
 TEST_F(DataTools, RationalisedOperationsAreEditedAndAssignedInTheirOwnStore) {
