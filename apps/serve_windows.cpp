@@ -7,6 +7,7 @@
 #include "core/session.h"
 #include "core/startup.h"
 #include "engine/catalogue.h"
+#include "reports/report_pack.h"
 #include "settings/update_check.h"
 #include "shell/explorer_view.h"
 #include "shell/file_watch.h"
@@ -34,6 +35,7 @@ int serve_windows(const AppOptions& options, int admin_mode, const char* program
   shell::register_settings_window(ui);
   shell::register_rvc_window(ui);
   if (register_more) register_more(ui);
+  report_pack_assets() = options.assets_dir;
   // A file open read-only may be changed by the program that holds it.
   shell::FileWatch watch(worker, [&ui] { chosen_changed_elsewhere(ui); });
   worker.after_event = [&ui, &watch] {

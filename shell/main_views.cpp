@@ -4,6 +4,7 @@
 #include "core/session.h"
 #include "core/startup.h"
 #include "core/version.h"
+#include "reports/report_pack.h"
 #include "reports/scenario_compare.h"
 
 namespace arven::shell {
@@ -41,6 +42,15 @@ json main_controls() {
                                   {"visible", !session().current_file.empty()},
                                   {"separator", false},
                                   {"tip", ""}});
+  if (!menus.empty() && menus[0]["items"].size() >= 5)
+    menus[0]["items"].insert(menus[0]["items"].begin() + 5,
+                             json{{"id", "mnuFileReportPack"},
+                                  {"text", "Export report pack"},
+                                  {"visible", !session().current_file.empty()},
+                                  {"separator", false},
+                                  {"tip",
+                                   "Every page, a workbook of the lists and a PDF, in one "
+                                   "folder"}});
   json panels = json::array();
   for (int p = 1; p <= 3; ++p) {
     json items = json::array();
@@ -71,6 +81,8 @@ void register_main_windows(WebUi& ui) {
   main.command = [&ui](const Params& p) {
     if (p.count("menu") && p.at("menu") == "mnuFileCompare") {
       compare_command(ui);
+    } else if (p.count("menu") && p.at("menu") == "mnuFileReportPack") {
+      report_pack_command(ui);
     } else if (p.count("menu")) {
       menu_command(ui, p.at("menu"));
     } else if (p.count("panel")) {
@@ -81,6 +93,12 @@ void register_main_windows(WebUi& ui) {
       if (PanelItem* item = panel_item(group, tool); item && item->enabled)
         fireexe(ui, group, tool);
     }
+  };
+  // "-CANCEL-" on the report pack's wait page reaches the running pack at once.
+  main.immediate = [](const Params& p) {
+    if (param_text(p, "navigate") != kPackCancelLink) return false;
+    cancel_report_pack();
+    return true;
   };
   main.navigate = [&ui](const std::string& target) { dispatch_navigation_main(ui, target); };
   // Closing the main window is the File menu's Exit: it asks, keeps the open
