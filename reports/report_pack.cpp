@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <system_error>
 
@@ -45,13 +46,17 @@ constexpr const char* kReadmeFirstLine = "ARVEN report pack";
 struct Cancelled {};
 
 // The writers of the pages move windows and report their own progress; in
-// the pack only their messages reach the person.
+// the pack only their messages reach the person, each once: the same note
+// from the writers of several pages (costs left at zero) takes the first
+// answer.
 class PackUi : public Ui {
  public:
   explicit PackUi(Ui& outer) : outer_(outer) {}
   Answer message_box(const std::string& text, const std::string& title, MsgButtons buttons,
                      MsgIcon icon) override {
-    return outer_.message_box(text, title, buttons, icon);
+    const std::string key = title + "\n" + text;
+    if (auto seen = answers_.find(key); seen != answers_.end()) return seen->second;
+    return answers_[key] = outer_.message_box(text, title, buttons, icon);
   }
   std::string file_dialog(const FileDialogRequest&) override { return ""; }
   void show_modal(const std::string&, int) override {}
@@ -61,6 +66,7 @@ class PackUi : public Ui {
 
  private:
   Ui& outer_;
+  std::map<std::string, Answer> answers_;
 };
 
 // What the writers change of the session and the windows, put back when the
