@@ -34,23 +34,19 @@ json main_controls() {
   const MainWindowState& w = main_window();
   json menus = json::array();
   for (const auto& m : main_menus()) menus.push_back(menu_json(m));
-  // The analyst's entries of the File menu, after "Print".
-  if (!menus.empty() && menus[0]["items"].size() >= 4)
-    menus[0]["items"].insert(menus[0]["items"].begin() + 4,
-                             json{{"id", "mnuFileCompare"},
-                                  {"text", "Compare with another file..."},
+  // The analyst's entries of the File menu, after "Print", shown with a file open.
+  const std::pair<const char*, const char*> analyst[] = {
+      {"mnuFileCompare", "Compare with another file..."},
+      {"mnuFileReportPack", "Export report pack"}};
+  for (size_t i = 0; i < std::size(analyst); ++i) {
+    if (menus.empty() || menus[0]["items"].size() < 4 + i) break;
+    menus[0]["items"].insert(menus[0]["items"].begin() + static_cast<std::ptrdiff_t>(4 + i),
+                             json{{"id", analyst[i].first},
+                                  {"text", analyst[i].second},
                                   {"visible", !session().current_file.empty()},
                                   {"separator", false},
                                   {"tip", ""}});
-  if (!menus.empty() && menus[0]["items"].size() >= 5)
-    menus[0]["items"].insert(menus[0]["items"].begin() + 5,
-                             json{{"id", "mnuFileReportPack"},
-                                  {"text", "Export report pack"},
-                                  {"visible", !session().current_file.empty()},
-                                  {"separator", false},
-                                  {"tip",
-                                   "Every page, a workbook of the lists and a PDF, in one "
-                                   "folder"}});
+  }
   json panels = json::array();
   for (int p = 1; p <= 3; ++p) {
     json items = json::array();
