@@ -6,7 +6,7 @@ import assert from 'node:assert/strict';
 import { spawnSync, execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
-import { APP_SOURCE, BUILD, makeSandbox, startProgram, launchBrowser, newFileWithRegion,
+import { APP_SOURCE, BUILD, makeSandbox, startProgram, launchBrowser, newFileWithRegion, clickMenuItem,
   chooseOperations, screenshotPath } from './lib.mjs';
 
 const STORE = 'new_arven_operations_DK.mdb';
@@ -40,9 +40,7 @@ test('the report pack from the File menu, with its PDF, and from the command lin
       await page.click('#close-window');
       await page.locator('#panel-3').waitFor();
 
-      const fileMenu = page.locator('#menubar .menu').first();
-      await fileMenu.evaluate((e) => e.classList.add('open'));
-      await page.click('#menu-mnuFileReportPack');
+      await clickMenuItem(page, 'mnuFileReportPack');
       // The writers' own notes (costs left at zero) come first; the pack's
       // message last, with its contents page opened beside.
       let said = '';
