@@ -99,10 +99,12 @@ TEST_F(ShellTest, TheMainWindowCancelsARunningReportPackAtOnce) {
   report_pack_cancel() = false;
   auto c = client();
   std::promise<void> release;
-  worker.post([&] { release.get_future().wait(); });
+  std::shared_future<void> released = release.get_future().share();
+  worker.post([released] { released.wait(); });
   EXPECT_EQ(c.Get(std::string("/main/") + kPackCancelLink, page())->status, 204);
   EXPECT_TRUE(report_pack_cancel());
   release.set_value();
+  settle();
   report_pack_cancel() = false;
 }
 
