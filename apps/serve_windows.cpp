@@ -18,6 +18,7 @@
 #include "shell/worker.h"
 #include "windows/main_window.h"
 #include "windows/program_start.h"
+#include "windows/report_pack.h"
 
 namespace arven {
 
@@ -35,6 +36,7 @@ int serve_windows(const AppOptions& options, int admin_mode, const char* program
   shell::register_settings_window(ui);
   shell::register_rvc_window(ui);
   if (register_more) register_more(ui);
+  report_pack_assets() = options.assets_dir;
   // A file open read-only may be changed by the program that holds it.
   shell::FileWatch watch(worker, [&ui] { chosen_changed_elsewhere(ui); });
   worker.after_event = [&ui, &watch] {

@@ -23,6 +23,7 @@
 #include "stores/db.h"
 #include "stores/schema.h"
 #include "windows/explorer.h"
+#include "windows/report_pack.h"
 
 namespace {
 
@@ -307,5 +308,47 @@ void BM_uncertainty_page_100(benchmark::State& state) {
   report_peak_memory(state);
 }
 BENCHMARK(BM_uncertainty_page_100)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The report pack of 50 of those operations over the 400 areas: every page,
+// the workbook, and the PDF when Chromium is found (the counter "pdf" says
+// whether it was). Real time: Chromium runs in processes of its own.
+void BM_report_pack_50(benchmark::State& state) {
+  const Country& c = country();
+  ensure_figures();
+  arven::Session& s = arven::session();
+  const std::string all = s.current_file;
+  const fs::path half = c.dir / "bench_50.arv";
+  fs::copy_file(all, half, fs::copy_options::overwrite_existing);
+  {
+    arven::Db db = arven::Db::open(half);
+    for (const char* table : {"Operations", "Operation-Impact data", "Activity-Impact data"})
+      db.exec("DELETE FROM " + arven::quote_name(table) + " WHERE \"Operation ID\" > 50");
+  }
+  // The detailed reports name the risk of each adaptation category.
+  {
+    arven::Db store = arven::Db::open(s.ops_db_path);
+    for (int rvc : {105, 106})
+      store.exec(
+          "INSERT OR IGNORE INTO \"RVC_List\" (\"RVC ID\", \"RVC Type\", \"Risk statement\") "
+          "VALUES (" +
+          std::to_string(rvc) + ", 2, 'Risk " + std::to_string(rvc) + "')");
+  }
+  s.current_file = half.string();
+  SilentUi ui;
+  arven::explorer_window().mac_source = 2;
+  const fs::path chromium = arven::find_chromium();
+  arven::ReportPack pack;
+  for (auto _ : state) pack = arven::write_report_pack(ui, c.dir / "pack", chromium);
+  s.current_file = all;
+  state.counters["pages"] = static_cast<double>(pack.sections.size());
+  state.counters["pdf"] = pack.pdf ? 1 : 0;
+  if (!pack.pdf && !chromium.empty()) state.SkipWithError(pack.pdf_note.c_str());
+  report_peak_memory(state);
+}
+BENCHMARK(BM_report_pack_50)
+    ->Unit(benchmark::kSecond)
+    ->UseRealTime()
+    ->Iterations(1)
+    ->Repetitions(1);
 
 }  // namespace

@@ -124,39 +124,50 @@ std::string excel_sheet_name(std::string_view name) {
 
 void write_xlsx(const GridTable& grid, const fs::path& file, const std::string& sheet_name,
                 const ExportContext& context, const std::vector<bool>& text_columns) {
+  write_xlsx_sheets({{sheet_name, &grid, text_columns}}, file, context);
+}
+
+void write_xlsx_sheets(const std::vector<WorkbookSheet>& sheets, const fs::path& file,
+                       const ExportContext& context) {
   Workbook book(file);
-  lxw_worksheet* sheet = workbook_add_worksheet(book.get(), excel_sheet_name(sheet_name).c_str());
-  if (!sheet) throw ExportError(failure(file, "the sheet could not be added"));
   lxw_format* bold = workbook_add_format(book.get());
   format_set_bold(bold);
-
-  std::vector<size_t> widths(static_cast<size_t>(grid.cols()), 0);
-  for (int r = 0; r < grid.rows(); ++r) {
-    for (int c = 0; c < grid.cols(); ++c) {
-      const bool as_text = static_cast<size_t>(c) < text_columns.size() && text_columns[c];
-      const std::string text = as_text ? valid_utf8(grid.cell(r, c)) : export_text(grid.cell(r, c));
-      widths[c] = std::max(widths[c], utf8_length(text));
-      if (text.empty()) continue;
-      const auto row = static_cast<lxw_row_t>(r);
-      const auto col = static_cast<lxw_col_t>(c);
-      if (r == 0) {
-        check(worksheet_write_string(sheet, row, col, text.c_str(), bold), file);
-      } else if (auto v = parse_number(text); v && std::isfinite(*v) && !as_text) {
-        check(worksheet_write_number(sheet, row, col, *v, nullptr), file);
-      } else {
-        check(worksheet_write_string(sheet, row, col, text.c_str(), nullptr), file);
+  bool about_taken = false;
+  for (const WorkbookSheet& one : sheets) {
+    const std::string name = excel_sheet_name(one.name);
+    about_taken = about_taken || name == "About";
+    lxw_worksheet* sheet = workbook_add_worksheet(book.get(), name.c_str());
+    if (!sheet) throw ExportError(failure(file, "the sheet " + name + " could not be added"));
+    const GridTable& grid = *one.grid;
+    const std::vector<bool>& text_columns = one.text_columns;
+    std::vector<size_t> widths(static_cast<size_t>(grid.cols()), 0);
+    for (int r = 0; r < grid.rows(); ++r) {
+      for (int c = 0; c < grid.cols(); ++c) {
+        const bool as_text = static_cast<size_t>(c) < text_columns.size() && text_columns[c];
+        const std::string text =
+            as_text ? valid_utf8(grid.cell(r, c)) : export_text(grid.cell(r, c));
+        widths[c] = std::max(widths[c], utf8_length(text));
+        if (text.empty()) continue;
+        const auto row = static_cast<lxw_row_t>(r);
+        const auto col = static_cast<lxw_col_t>(c);
+        if (r == 0) {
+          check(worksheet_write_string(sheet, row, col, text.c_str(), bold), file);
+        } else if (auto v = parse_number(text); v && std::isfinite(*v) && !as_text) {
+          check(worksheet_write_number(sheet, row, col, *v, nullptr), file);
+        } else {
+          check(worksheet_write_string(sheet, row, col, text.c_str(), nullptr), file);
+        }
       }
     }
-  }
-  for (int c = 0; c < grid.cols(); ++c) {
-    double width = std::clamp(static_cast<double>(widths[c]) + 2, 8.0, 60.0);
-    const auto col = static_cast<lxw_col_t>(c);
-    check(worksheet_set_column(sheet, col, col, width, nullptr), file);
+    for (int c = 0; c < grid.cols(); ++c) {
+      double width = std::clamp(static_cast<double>(widths[c]) + 2, 8.0, 60.0);
+      const auto col = static_cast<lxw_col_t>(c);
+      check(worksheet_set_column(sheet, col, col, width, nullptr), file);
+    }
   }
   // The context on a sheet of its own, so the table's sheet stays a table.
   if (!context.empty()) {
-    const std::string about_name =
-        excel_sheet_name(sheet_name) == "About" ? "About this table" : "About";
+    const std::string about_name = about_taken ? "About this table" : "About";
     lxw_worksheet* about = workbook_add_worksheet(book.get(), about_name.c_str());
     if (!about) throw ExportError(failure(file, "the sheet could not be added"));
     for (size_t i = 0; i < context.size(); ++i) {

@@ -49,6 +49,21 @@ void write_xlsx(const GridTable& grid, const std::filesystem::path& file,
                 const std::string& sheet_name, const ExportContext& context = {},
                 const std::vector<bool>& text_columns = {});
 
+// One sheet of a workbook: its name (made valid by excel_sheet_name), its
+// table, and its columns written as text exactly as they stand.
+struct WorkbookSheet {
+  std::string name;
+  const GridTable* grid = nullptr;
+  std::vector<bool> text_columns = {};
+};
+
+// A workbook of the sheets, in their order, each written as write_xlsx
+// writes its one sheet, then the About sheet of `context` (none when it is
+// empty). Sheet names must differ once made valid. Replaced and failing as
+// write_xlsx.
+void write_xlsx_sheets(const std::vector<WorkbookSheet>& sheets, const std::filesystem::path& file,
+                       const ExportContext& context = {});
+
 // A sheet name Excel accepts: []:*?/\ replaced by '_', apostrophes at
 // either end dropped, at most 31 characters (never splitting a UTF-8
 // character), "Sheet1" when nothing is left.

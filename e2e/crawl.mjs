@@ -8,7 +8,7 @@ import { pageText } from './lib.mjs';
 // of the explorer's pages and toolbar, and of the RVC browser's pages.
 export const MAIN_PAIRS = ['1,1', '1,2', '2,1', '2,2', '2,3', '3,1', '3,2', '3,3', '3,4', '3,5'];
 export const MAIN_MENUS = ['mnuFileNew', 'mnuFileOpen', 'mnuFileSaveAs', 'mnuFilePrint', 'mnuFileTemp1',
-  'mnuFileTemp2', 'mnuFileTemp3', 'mnuFileTemp4', 'mnuFileCompare', 'mnuFileExit', 'mnuFarmNew', 'mnuFarmEdit', 'mnuFarmHot',
+  'mnuFileTemp2', 'mnuFileTemp3', 'mnuFileTemp4', 'mnuFileCompare', 'mnuFileReportPack', 'mnuFileExit', 'mnuFarmNew', 'mnuFarmEdit', 'mnuFarmHot',
   'mnuDatabaseOpen', 'mnuToolsSettings', 'mnuDatabaseCreate', 'mnuAllNFA', 'mnuAllOFA', 'mnuAllSaveAs',
   'mnuAllPrint', 'mnuAllsExReg', 'mnuAllEFA', 'mnuAllHot', 'mnuAllOQ', 'mnuAllSet', 'mnuAllCNQ',
   'mnuHelpStart', 'mnuHelpShowMe', 'mnuHelpAbout', 'mnuHelpWeb', 'mnuHelpUpdates'];

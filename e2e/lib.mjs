@@ -164,6 +164,22 @@ export async function newFileWithRegion(page, url, fileName) {
 
 // Opens the explorer from the main window and chooses the named catalogue
 // operations by double click; ends on the chosen tab.
+// Clicks an entry of the main window's menu bar. A change drawn between
+// opening the menu and the click redraws the bar closed, so the menu is
+// opened again until the click lands.
+export async function clickMenuItem(page, id) {
+  const item = page.locator('#menu-' + id);
+  for (let attempt = 1; ; attempt++) {
+    await item.evaluate((e) => e.closest('.menu').classList.add('open'));
+    try {
+      await item.click({ timeout: 3000 });
+      return;
+    } catch (e) {
+      if (attempt >= 5) throw e;
+    }
+  }
+}
+
 export async function chooseOperations(page, names) {
   await page.click('#panel-2');
   await page.click('#item-2-3');

@@ -7,7 +7,7 @@ import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
 import { APP_SOURCE, makeSandbox, startProgram, launchBrowser, pageText, screenshotPath,
-  newFileWithRegion, chooseOperations, reportWindow } from './lib.mjs';
+  newFileWithRegion, clickMenuItem, chooseOperations, reportWindow } from './lib.mjs';
 
 const STORE = 'new_arven_operations_DK.mdb';
 const missing = !fs.existsSync(path.join(APP_SOURCE, 'dbases', STORE)) &&
@@ -26,9 +26,7 @@ test('totals, a comparison of two files and the uncertainty of the figures', { s
     await page.locator('#panel-3').waitFor();
 
     // File 2 (the open one): a copy of the first with one operation more.
-    const fileMenu = page.locator('#menubar .menu').first();
-    await fileMenu.evaluate((e) => e.classList.add('open'));
-    await page.click('#menu-mnuFileSaveAs');
+    await clickMenuItem(page, 'mnuFileSaveAs');
     await page.fill('#file-name', 'Scenario B');
     await page.locator('#file-name').press('Enter');
     await pageText(page, 'Scenario B');

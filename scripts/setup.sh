@@ -32,6 +32,7 @@ log() { printf '[setup] %s\n' "$*"; }
 packages=(cmake g++ make pkg-config clang-format libsqlite3-dev libcpp-httplib-dev libboost-dev libzip-dev zlib1g-dev
   libcurl4-openssl-dev libssl-dev libfmt-dev nlohmann-json3-dev libpugixml-dev libxlsxwriter-dev libgtest-dev libbenchmark-dev
   sqlite3 zip unzip ca-certificates xdg-utils python3
+  poppler-utils  # pdfinfo and pdftotext: the tests of the report pack's PDF
   dpkg-dev file lintian)  # the Debian package: dpkg-shlibdeps, CPack's ELF detection, its check
 [ "$WITH_BROWSER" = 1 ] && packages+=(chromium fonts-dejavu-core)
 [ "$WITH_CHECKS" = 1 ] && packages+=(clang libclang-rt-14-dev)

@@ -5,6 +5,7 @@
 #include "core/version.h"
 #include "reports/scenario_compare.h"
 #include "windows/main_window.h"
+#include "windows/report_pack.h"
 
 namespace arven::shell {
 
@@ -33,14 +34,19 @@ json main_controls() {
   const MainWindowState& w = main_window();
   json menus = json::array();
   for (const auto& m : main_menus()) menus.push_back(menu_json(m));
-  // The analyst's entries of the File menu, after "Print".
-  if (!menus.empty() && menus[0]["items"].size() >= 4)
-    menus[0]["items"].insert(menus[0]["items"].begin() + 4,
-                             json{{"id", "mnuFileCompare"},
-                                  {"text", "Compare with another file..."},
+  // The analyst's entries of the File menu, after "Print", shown with a file open.
+  const std::pair<const char*, const char*> analyst[] = {
+      {"mnuFileCompare", "Compare with another file..."},
+      {"mnuFileReportPack", "Export report pack"}};
+  for (size_t i = 0; i < std::size(analyst); ++i) {
+    if (menus.empty() || menus[0]["items"].size() < 4 + i) break;
+    menus[0]["items"].insert(menus[0]["items"].begin() + static_cast<std::ptrdiff_t>(4 + i),
+                             json{{"id", analyst[i].first},
+                                  {"text", analyst[i].second},
                                   {"visible", !session().current_file.empty()},
                                   {"separator", false},
                                   {"tip", ""}});
+  }
   json panels = json::array();
   for (int p = 1; p <= 3; ++p) {
     json items = json::array();
@@ -71,6 +77,8 @@ void register_main_windows(WebUi& ui) {
   main.command = [&ui](const Params& p) {
     if (p.count("menu") && p.at("menu") == "mnuFileCompare") {
       compare_command(ui);
+    } else if (p.count("menu") && p.at("menu") == "mnuFileReportPack") {
+      report_pack_command(ui);
     } else if (p.count("menu")) {
       menu_command(ui, p.at("menu"));
     } else if (p.count("panel")) {
@@ -81,6 +89,12 @@ void register_main_windows(WebUi& ui) {
       if (PanelItem* item = panel_item(group, tool); item && item->enabled)
         fireexe(ui, group, tool);
     }
+  };
+  // "-CANCEL-" on the report pack's wait page reaches the running pack at once.
+  main.immediate = [](const Params& p) {
+    if (param_text(p, "navigate") != kPackCancelLink) return false;
+    cancel_report_pack();
+    return true;
   };
   main.navigate = [&ui](const std::string& target) { dispatch_navigation_main(ui, target); };
   // Closing the main window is the File menu's Exit: it asks, keeps the open

@@ -12,12 +12,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "shell/main_views.h"
 #include "shell/progress_page.h"
 #include "shell/server.h"
 #include "shell/web_ui.h"
 #include "shell/worker.h"
 #include "support/shell_fixture.h"
 #include "support/temp_dir.h"
+#include "windows/report_pack.h"
 
 namespace arven::shell {
 namespace {
@@ -86,6 +88,24 @@ TEST_F(ShellTest, CommandsAndPageCommandsReachTheWorker) {
   EXPECT_EQ(nested["window"], "admin/prepro");
   EXPECT_EQ(c.Get("/admin/state.json", auth())->status, 404);
   EXPECT_EQ(c.Get("/admin/prepro/summary.htm", auth())->body, "<html>summary</html>");
+}
+
+// The report pack runs on the worker; its wait page's "-CANCEL-" in the main
+// window reaches it at once, and is no command of the window.
+TEST_F(ShellTest, TheMainWindowCancelsARunningReportPackAtOnce) {
+  register_main_windows(ui);
+  worker.post([&] { ui.show_window("main"); });
+  settle();
+  report_pack_cancel() = false;
+  auto c = client();
+  std::promise<void> release;
+  std::shared_future<void> released = release.get_future().share();
+  worker.post([released] { released.wait(); });
+  EXPECT_EQ(c.Get(std::string("/main/") + kPackCancelLink, page())->status, 204);
+  EXPECT_TRUE(report_pack_cancel());
+  release.set_value();
+  settle();
+  report_pack_cancel() = false;
 }
 
 TEST_F(ShellTest, AWindowTakesLinksToItsPagesAndCancelsAtOnce) {
